@@ -1,0 +1,51 @@
+#include "common/paths.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+
+namespace common {
+namespace {
+
+std::string Environment(const char* name) {
+  const char* value = std::getenv(name);
+  return value != nullptr ? value : "";
+}
+
+}  // namespace
+
+std::string RunDir() {
+  if (std::string dir = Environment(kRunDirVariable); !dir.empty()) return dir;
+  if (::geteuid() == 0) return "/run/ip-spoofing";
+  if (std::string dir = Environment("XDG_RUNTIME_DIR"); !dir.empty()) return dir + "/ip-spoofing";
+  return "/tmp/ip-spoofing-" + std::to_string(::geteuid());
+}
+
+std::string StateDir() {
+  if (std::string dir = Environment(kStateDirVariable); !dir.empty()) return dir;
+  if (::geteuid() == 0) return "/var/lib/ip-spoofing";
+  if (std::string dir = Environment("XDG_STATE_HOME"); !dir.empty()) return dir + "/ip-spoofing";
+  return Environment("HOME") + "/.local/state/ip-spoofing";
+}
+
+std::string CdbSocketPath() { return RunDir() + "/cdb.sock"; }
+std::string NetconfSocketPath() { return RunDir() + "/netconf.sock"; }
+std::string MgrSocketPath() { return RunDir() + "/mgr.sock"; }
+std::string MgrControlSocketPath() { return RunDir() + "/mgr-ctl.sock"; }
+std::string FaultFilePath() { return RunDir() + "/faults.jsonl"; }
+std::string CdbStorePath() { return StateDir() + "/cdb"; }
+
+Status EnsureDir(const std::string& path) {
+  std::error_code error;
+  const bool created = std::filesystem::create_directories(path, error);
+  if (error) return Error{"create directory", path, error.message()};
+  if (created) ::chmod(path.c_str(), 0750);
+  if (!std::filesystem::is_directory(path, error)) return SystemError("open directory", path, ENOTDIR);
+  if (::access(path.c_str(), R_OK | W_OK | X_OK) != 0) return SystemError("open directory", path, errno);
+  return Ok();
+}
+
+}  // namespace common
