@@ -38,6 +38,18 @@ std::string MgrControlSocketPath() { return RunDir() + "/mgr-ctl.sock"; }
 std::string FaultFilePath() { return RunDir() + "/faults.jsonl"; }
 std::string CdbStorePath() { return StateDir() + "/cdb"; }
 
+std::string ModelsDir() {
+  if (std::string dir = Environment(kModelsDirVariable); !dir.empty()) return dir;
+  std::error_code error;
+  std::filesystem::path folder = std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
+  while (folder.has_relative_path()) {
+    const std::filesystem::path candidate = folder / "share/ip-spoofing/models";
+    if (std::filesystem::is_directory(candidate, error)) return candidate.string();
+    folder = folder.parent_path();
+  }
+  return {};
+}
+
 Status EnsureDir(const std::string& path) {
   std::error_code error;
   const bool created = std::filesystem::create_directories(path, error);

@@ -10,6 +10,7 @@ namespace common {
 
 inline constexpr const char* kRunDirVariable = "IP_SPOOFING_RUN_DIR";
 inline constexpr const char* kStateDirVariable = "IP_SPOOFING_STATE_DIR";
+inline constexpr const char* kModelsDirVariable = "IP_SPOOFING_MODELS_DIR";
 
 /// Sockets and runtime state: the variable, else /run/ip-spoofing as root, else $XDG_RUNTIME_DIR/ip-spoofing, else
 /// /tmp/ip-spoofing-<uid>. No trailing slash; may not exist yet.
@@ -24,6 +25,10 @@ std::string MgrSocketPath();         ///< the manager's socket for its clients
 std::string MgrControlSocketPath();  ///< the manager's control socket
 std::string FaultFilePath();         ///< one JSON record per line, appended by every process
 std::string CdbStorePath();          ///< directory of the LMDB environment
+
+/// The YANG modules: the variable, else share/ip-spoofing/models in the nearest folder above this executable that has
+/// it (an installation's prefix and a build tree alike). Empty when there is none.
+std::string ModelsDir();
 
 /// Makes the directory and its parents (mode 0755, the last one 0750) if it is not there, and checks that this process
 /// can write to it.
