@@ -70,9 +70,9 @@ struct EventLoop::State {
     return static_cast<int>(std::min<int64_t>(wait.count(), 1'000'000'000));
   }
 
-  void DispatchTimers() {
+  void DispatchTimers(const bool* running) {
     const auto now = Clock::now();
-    while (!destroyed && !stopped && !timers.empty() && timers.begin()->first.first <= now) {
+    while (!destroyed && !stopped && *running && !timers.empty() && timers.begin()->first.first <= now) {
       auto node = timers.extract(timers.begin());
       deadline_of_timer.erase(node.key().second);
       node.mapped()();
@@ -156,14 +156,19 @@ void EventLoop::Defer(Task task) { state_->deferred.push_back(std::move(task)); 
 
 int EventLoop::Run(const bool* running) {
   const std::shared_ptr<State> state = state_;
-  while (*running && !state->stopped && !state->destroyed) {
-    if (const int error = RunOnce(std::chrono::milliseconds{-1}); error != 0) return error;
+  // `running` may die with the loop, so it is looked at last.
+  while (!state->destroyed && !state->stopped && *running) {
+    if (const int error = Turn(state, std::chrono::milliseconds{-1}, running); error != 0) return error;
   }
   return 0;
 }
 
 int EventLoop::RunOnce(std::chrono::milliseconds timeout) {
-  const std::shared_ptr<State> state = state_;  // `this` may die inside a callback
+  static constexpr bool kAlways = true;
+  return Turn(state_, timeout, &kAlways);
+}
+
+int EventLoop::Turn(std::shared_ptr<State> state, std::chrono::milliseconds timeout, const bool* running) {
   state->RunDeferred();
   if (state->destroyed) return 0;
   std::vector<epoll_event> ready(state->sources.size() + 1);
@@ -178,14 +183,14 @@ int EventLoop::RunOnce(std::chrono::milliseconds timeout) {
       state->ReadSignals();
       continue;
     }
-    if (state->stopped) return 0;
+    if (state->stopped || !*running) return 0;
     const auto it = state->sources.find(event.data.u64);
     if (it == state->sources.end()) continue;  // removed by an earlier callback of this turn
     const std::shared_ptr<State::Source> source = it->second;
     source->callback(event.events);
     state->RunDeferred();
   }
-  state->DispatchTimers();
+  state->DispatchTimers(running);
   return 0;
 }
 

@@ -41,8 +41,8 @@ class EventLoop final {
   /// Runs `task` after the current callback, or in the next turn when none is running.
   void Defer(Task task);
 
-  /// Dispatches until `*running` is false, Stop() is called, or a signal of Create() arrives. 0, or an errno value when
-  /// epoll_wait(2) fails.
+  /// Dispatches until `*running` is false (seen after every callback), Stop() is called, or a signal of Create()
+  /// arrives. 0, or an errno value when epoll_wait(2) fails.
   int Run(const bool* running);
   /// One turn: waits at most `timeout` (negative: for ever) and dispatches what is ready. 0, or an errno value.
   int RunOnce(std::chrono::milliseconds timeout);
@@ -54,6 +54,8 @@ class EventLoop final {
  private:
   struct State;
   explicit EventLoop(std::shared_ptr<State> state);
+  /// Static, and with a share of the state: the loop may die inside a callback.
+  static int Turn(std::shared_ptr<State> state, std::chrono::milliseconds timeout, const bool* running);
   std::shared_ptr<State> state_;  ///< shared with the running dispatch, so that the loop may die inside a callback
 };
 

@@ -1,0 +1,57 @@
+#include "qmmw.h"
+
+#include <execinfo.h>
+#include <sys/epoll.h>
+#include <systemd/sd-daemon.h>
+
+#include <memory>
+#include <string>
+
+#include "process.h"
+#include "qmmw_internal.h"
+
+struct qmmw {
+  std::unique_ptr<common::EventLoop> loop;
+  bool announced = false;
+};
+
+common::EventLoop& qmmw_event_loop(qmmw_t* mw) { return *mw->loop; }
+
+qmmw_t* qmmw_init(const char* name) {
+  if (name == nullptr || *name == '\0') return nullptr;
+  auto mw = std::make_unique<qmmw>();
+  mw->loop = common::EventLoop::Create(true);
+  if (!mw->loop) return nullptr;
+  middleware::SetProcessName(name);
+  // The first backtrace(3) of a process loads a library: now, rather than when memory may be damaged.
+  void* frame = nullptr;
+  ::backtrace(&frame, 1);
+  return mw.release();
+}
+
+void qmmw_finish(qmmw_t** mw) {
+  if (mw == nullptr) return;
+  const std::unique_ptr<qmmw> owned{*mw};
+  *mw = nullptr;
+}
+
+int qmmw_loop_while(qmmw_t* mw, bool* running) {
+  if (mw == nullptr || running == nullptr) return -1;
+  if (!mw->announced) {
+    mw->announced = true;
+    ::sd_notify(0, "READY=1");  // without a supervisor this does nothing
+  }
+  const int error = mw->loop->Run(running);  // `mw` may be gone when it returns
+  ::sd_notify(0, "STOPPING=1");
+  return error;
+}
+
+int qmmw_fd_register(qmmw_t* mw, int fd, void* ctx, qmmw_fd_cb cb) {
+  if (mw == nullptr || cb == nullptr) return -1;
+  return mw->loop->AddFd(fd, EPOLLIN, [mw, fd, ctx, cb](uint32_t) { cb(mw, fd, ctx); }) ? 0 : -1;
+}
+
+int qmmw_fd_deregister(qmmw_t* mw, int fd) {
+  if (mw == nullptr) return -1;
+  return mw->loop->RemoveFd(fd) ? 0 : -1;
+}
