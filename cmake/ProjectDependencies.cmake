@@ -1,5 +1,6 @@
 # Everything the open platform and the services take from the distribution.
 find_package(PkgConfig REQUIRED)
+pkg_check_modules(expat REQUIRED IMPORTED_TARGET expat)
 pkg_check_modules(libyang REQUIRED IMPORTED_TARGET libyang)
 pkg_check_modules(lmdb REQUIRED IMPORTED_TARGET lmdb)
 pkg_check_modules(libsystemd REQUIRED IMPORTED_TARGET libsystemd)

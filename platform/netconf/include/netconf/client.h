@@ -1,0 +1,55 @@
+#pragma once
+
+#include <chrono>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "common/result.h"
+#include "common/unique_fd.h"
+#include "netconf/framing.h"
+
+namespace netconf {
+
+/// One NETCONF session over a Unix socket, for programs that do one thing at a time: every call waits, at most for the
+/// time it is given. Any failure ends the session; later calls fail too.
+class Client final {
+ public:
+  using Duration = std::chrono::milliseconds;
+
+  /// Connects and exchanges hellos. `base_1_1` false: the session speaks base:1.0 only.
+  static common::Result<Client> Connect(const std::string& socket_path, Duration limit, bool base_1_1 = true);
+  /// Connects and sends nothing yet; the framing is that of a hello.
+  static common::Result<Client> ConnectRaw(const std::string& socket_path);
+  Client(Client&&) = default;
+  Client& operator=(Client&&) = default;
+
+  /// Sends `operation` (the XML inside <rpc>) and returns the whole <rpc-reply>.
+  common::Result<std::string> Rpc(std::string_view operation, Duration limit);
+
+  /// Sends one framed message.
+  common::Status Send(std::string_view message, Duration limit);
+  /// Sends bytes as they are.
+  common::Status SendBytes(std::string_view bytes, Duration limit);
+  /// The next message. Fails with "the peer closed the connection" at the end of the stream.
+  common::Result<std::string> Receive(Duration limit);
+  /// Exchanges hellos on a raw connection.
+  common::Status Hello(Duration limit, bool base_1_1);
+
+  void SetFraming(Framing framing) { decoder_.SetFraming(framing); }
+  [[nodiscard]] int fd() const noexcept { return fd_.get(); }
+  [[nodiscard]] const std::string& session_id() const noexcept { return session_id_; }
+  [[nodiscard]] const std::vector<std::string>& capabilities() const noexcept { return capabilities_; }
+
+ private:
+  explicit Client(common::UniqueFd fd);
+  common::Status Wait(short events, std::chrono::steady_clock::time_point deadline) const;
+
+  common::UniqueFd fd_;
+  FrameDecoder decoder_;
+  std::string session_id_;
+  std::vector<std::string> capabilities_;
+  uint64_t next_id_ = 1;
+};
+
+}  // namespace netconf

@@ -1,0 +1,124 @@
+#include "netconf/client.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+
+#include "common/unix_socket.h"
+#include "netconf/xml.h"
+
+namespace netconf {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+constexpr size_t kMaxReply = size_t{2} << 30;
+constexpr const char* kBase10 = "urn:ietf:params:netconf:base:1.0";
+constexpr const char* kBase11 = "urn:ietf:params:netconf:base:1.1";
+
+}  // namespace
+
+Client::Client(common::UniqueFd fd) : fd_{std::move(fd)}, decoder_{kMaxReply} {}
+
+common::Result<Client> Client::ConnectRaw(const std::string& socket_path) {
+  auto fd = common::ConnectUnix(socket_path, SOCK_STREAM | SOCK_NONBLOCK);
+  if (!fd) return fd.error();
+  return Client{std::move(fd).value()};
+}
+
+common::Result<Client> Client::Connect(const std::string& socket_path, Duration limit, bool base_1_1) {
+  auto client = ConnectRaw(socket_path);
+  if (!client) return client;
+  if (const common::Status hello = client.value().Hello(limit, base_1_1); !hello) return hello.error();
+  return client;
+}
+
+common::Status Client::Hello(Duration limit, bool base_1_1) {
+  std::string hello =
+      "<hello xmlns=\"" + std::string{kBaseNs} + "\"><capabilities><capability>" + kBase10 + "</capability>";
+  if (base_1_1) hello += std::string{"<capability>"} + kBase11 + "</capability>";
+  hello += "</capabilities></hello>";
+  if (const common::Status sent = Send(hello, limit); !sent) return sent;
+  const auto answer = Receive(limit);
+  if (!answer) return answer.error();
+  const auto document = XmlDocument::Parse(answer.value());
+  if (!document) return document.error();
+  const XmlElement& root = document.value()->root();
+  const XmlElement* list = root.Is(kBaseNs, "hello") ? root.Child(kBaseNs, "capabilities") : nullptr;
+  const XmlElement* id = root.Child(kBaseNs, "session-id");
+  if (list == nullptr || id == nullptr) return common::Error{"hello", "", "the server sent no hello"};
+  session_id_ = Trim(id->text);
+  for (const XmlElement* c = list->first_child; c != nullptr; c = c->next) capabilities_.emplace_back(Trim(c->text));
+  if (base_1_1 && std::find(capabilities_.begin(), capabilities_.end(), kBase11) != capabilities_.end())
+    decoder_.SetFraming(Framing::kChunked);
+  return common::Ok();
+}
+
+common::Result<std::string> Client::Rpc(std::string_view operation, Duration limit) {
+  std::string message;
+  message.reserve(operation.size() + 128);
+  message.append("<rpc message-id=\"").append(std::to_string(next_id_++)).append("\" xmlns=\"").append(kBaseNs);
+  message.append("\">").append(operation).append("</rpc>");
+  if (const common::Status sent = Send(message, limit); !sent) return sent.error();
+  return Receive(limit);
+}
+
+common::Status Client::Send(std::string_view message, Duration limit) {
+  std::string framed;
+  framed.reserve(message.size() + 32);
+  AppendFrame(decoder_.framing(), message, &framed);
+  return SendBytes(framed, limit);
+}
+
+common::Status Client::SendBytes(std::string_view bytes, Duration limit) {
+  const auto deadline = Clock::now() + limit;
+  while (!bytes.empty()) {
+    const ssize_t sent = ::send(fd_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    if (sent >= 0) {
+      bytes.remove_prefix(static_cast<size_t>(sent));
+    } else if (errno == EAGAIN) {
+      if (const common::Status ready = Wait(POLLOUT, deadline); !ready) return ready;
+    } else if (errno != EINTR) {
+      return common::SystemError("send", "", errno);
+    }
+  }
+  return common::Ok();
+}
+
+common::Result<std::string> Client::Receive(Duration limit) {
+  const auto deadline = Clock::now() + limit;
+  std::string message;
+  std::string buffer(65536, '\0');
+  while (true) {
+    const FrameDecoder::Status status = decoder_.Next(&message);
+    if (status == FrameDecoder::Status::kMessage) return message;
+    if (status == FrameDecoder::Status::kError) return common::Error{"receive", "", decoder_.error()};
+    const ssize_t got = ::recv(fd_.get(), buffer.data(), buffer.size(), 0);
+    if (got > 0) {
+      decoder_.Append({buffer.data(), static_cast<size_t>(got)});
+    } else if (got == 0) {
+      return common::Error{"receive", "", "the peer closed the connection"};
+    } else if (errno == EAGAIN) {
+      if (const common::Status ready = Wait(POLLIN, deadline); !ready) return ready.error();
+    } else if (errno != EINTR) {
+      return common::SystemError("receive", "", errno);
+    }
+  }
+}
+
+common::Status Client::Wait(short events, Clock::time_point deadline) const {
+  pollfd watched{fd_.get(), events, 0};
+  while (true) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+    const int ready = ::poll(&watched, 1, static_cast<int>(std::max<int64_t>(left.count(), 0)));
+    if (ready > 0) return common::Ok();
+    if (ready == 0) return common::Error{"wait", "", "no answer within the time limit"};
+    if (errno != EINTR) return common::SystemError("poll", "", errno);
+  }
+}
+
+}  // namespace netconf

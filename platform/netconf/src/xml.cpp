@@ -1,0 +1,268 @@
+#include "netconf/xml.h"
+
+#include <expat.h>
+
+#include <climits>
+#include <memory_resource>
+#include <unordered_map>
+#include <vector>
+
+namespace netconf {
+namespace {
+
+constexpr size_t kMaxDepth = 128;
+constexpr size_t kMaxElements = 8'000'000;
+constexpr char kSeparator = '\n';  // cannot be in a namespace name or a local name
+
+struct FreeParser {
+  void operator()(XML_Parser parser) const noexcept { XML_ParserFree(parser); }
+};
+using ParserPtr = std::unique_ptr<std::remove_pointer_t<XML_Parser>, FreeParser>;
+
+bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
+
+}  // namespace
+
+const XmlElement* XmlElement::Child(std::string_view ns, std::string_view local) const {
+  const XmlElement* child = first_child;
+  while (child != nullptr && !child->Is(ns, local)) child = child->next;
+  return child;
+}
+
+const XmlAttribute* XmlElement::Attribute(std::string_view ns, std::string_view local) const {
+  const XmlAttribute* attribute = attributes;
+  while (attribute != nullptr && (attribute->name->local != local || attribute->name->ns != ns))
+    attribute = attribute->next;
+  return attribute;
+}
+
+std::string_view XmlElement::Namespace(std::string_view prefix) const {
+  for (const XmlScope* s = scope; s != nullptr; s = s->outer)
+    if (s->prefix == prefix) return s->ns;
+  return {};
+}
+
+struct XmlDocument::State {
+  std::pmr::monotonic_buffer_resource arena{4096};
+  std::unordered_map<std::string_view, const XmlName*> names;
+  const XmlElement* root = nullptr;
+
+  template <class T>
+  T* New(T value) {
+    return new (arena.allocate(sizeof(T), alignof(T))) T{value};
+  }
+  std::string_view Keep(std::string_view text) {
+    if (text.empty()) return {"", 0};
+    char* copy = static_cast<char*>(arena.allocate(text.size(), 1));
+    text.copy(copy, text.size());
+    return {copy, text.size()};
+  }
+};
+
+class XmlDocument::Builder final {
+ public:
+  explicit Builder(State& state) : state_{state}, parser_{XML_ParserCreateNS("UTF-8", kSeparator)} {
+    XML_SetReturnNSTriplet(parser_.get(), 1);
+    XML_SetUserData(parser_.get(), this);
+    XML_SetElementHandler(
+        parser_.get(),
+        [](void* self, const char* name, const char** attributes) {
+          static_cast<Builder*>(self)->Start(name, attributes);
+        },
+        [](void* self, const char*) { static_cast<Builder*>(self)->End(); });
+    XML_SetCharacterDataHandler(parser_.get(), [](void* self, const char* text, int size) {
+      static_cast<Builder*>(self)->text_.append(text, static_cast<size_t>(size));
+    });
+    XML_SetNamespaceDeclHandler(
+        parser_.get(),
+        [](void* self, const char* prefix, const char* uri) { static_cast<Builder*>(self)->Bind(prefix, uri); },
+        nullptr);
+    XML_SetStartDoctypeDeclHandler(parser_.get(), [](void* self, const char*, const char*, const char*, int) {
+      static_cast<Builder*>(self)->Refuse("a document type declaration is not allowed");
+    });
+  }
+
+  common::Status Run(std::string_view text) {
+    if (text.size() > INT_MAX) return common::Error{"parse", "XML", "the document is too large"};
+    if (XML_Parse(parser_.get(), text.data(), static_cast<int>(text.size()), XML_TRUE) == XML_STATUS_OK)
+      return common::Ok();
+    const std::string reason = refused_ != nullptr ? refused_ : XML_ErrorString(XML_GetErrorCode(parser_.get()));
+    return common::Error{"line " + std::to_string(XML_GetCurrentLineNumber(parser_.get())), "", reason};
+  }
+
+ private:
+  struct Open {
+    XmlElement* element;
+    XmlElement* last_child;
+    std::string text;  ///< what came before the child that is open now
+  };
+
+  void Refuse(const char* why) {
+    refused_ = why;
+    XML_StopParser(parser_.get(), XML_FALSE);
+  }
+
+  // `name` is "local", "ns\nlocal" or "ns\nlocal\nprefix".
+  const XmlName* Intern(const char* name, std::string_view* prefix) {
+    const std::string_view whole{name};
+    const size_t first = whole.find(kSeparator);
+    const size_t second = first == std::string_view::npos ? first : whole.find(kSeparator, first + 1);
+    *prefix = second == std::string_view::npos ? std::string_view{} : whole.substr(second + 1);
+    const std::string_view key = whole.substr(0, second);
+    if (const auto found = state_.names.find(key); found != state_.names.end()) return found->second;
+    const std::string_view kept = state_.Keep(key);
+    const XmlName value = first == std::string_view::npos ? XmlName{{"", 0}, kept}
+                                                          : XmlName{kept.substr(0, first), kept.substr(first + 1)};
+    return state_.names.emplace(kept, state_.New(value)).first->second;
+  }
+
+  void Bind(const char* prefix, const char* uri) {
+    scope_ = state_.New(
+        XmlScope{state_.Keep(prefix == nullptr ? "" : prefix), state_.Keep(uri == nullptr ? "" : uri), scope_});
+  }
+
+  void Start(const char* name, const char** attributes) {
+    if (open_.size() >= kMaxDepth) return Refuse("the document is nested too deeply");
+    if (++elements_ > kMaxElements) return Refuse("the document has too many elements");
+    std::string_view prefix;
+    XmlElement* element = state_.New(XmlElement{Intern(name, &prefix),
+                                                {"", 0},
+                                                nullptr,
+                                                nullptr,
+                                                nullptr,
+                                                scope_,
+                                                static_cast<uint32_t>(XML_GetCurrentLineNumber(parser_.get()))});
+    const XmlAttribute** link = &element->attributes;
+    for (; *attributes != nullptr; attributes += 2) {
+      const XmlName* attribute_name = Intern(attributes[0], &prefix);
+      XmlAttribute* attribute =
+          state_.New(XmlAttribute{attribute_name, state_.Keep(prefix), state_.Keep(attributes[1]), nullptr});
+      *link = attribute;
+      link = &attribute->next;
+    }
+    if (open_.empty()) {
+      state_.root = element;
+    } else {
+      Open& parent = open_.back();
+      (parent.last_child == nullptr ? parent.element->first_child : parent.last_child->next) = element;
+      parent.last_child = element;
+      if (!Trim(text_).empty()) parent.text += text_;
+    }
+    text_.clear();
+    open_.push_back({element, nullptr, {}});
+  }
+
+  void End() {
+    Open& open = open_.back();
+    const bool leaf = open.element->first_child == nullptr;
+    if (leaf)
+      open.element->text = state_.Keep(text_);
+    else if (!open.text.empty() || !Trim(text_).empty())
+      open.element->text = state_.Keep(open.text + text_);
+    text_.clear();
+    open_.pop_back();
+    scope_ = open_.empty() ? nullptr : open_.back().element->scope;
+  }
+
+  State& state_;
+  ParserPtr parser_;
+  std::vector<Open> open_;
+  std::string text_;
+  const XmlScope* scope_ = nullptr;
+  size_t elements_ = 0;
+  const char* refused_ = nullptr;
+};
+
+XmlDocument::XmlDocument(std::unique_ptr<State> state) : state_{std::move(state)} {}
+XmlDocument::~XmlDocument() = default;
+const XmlElement& XmlDocument::root() const { return *state_->root; }
+
+common::Result<std::unique_ptr<XmlDocument>> XmlDocument::Parse(std::string_view text) {
+  auto state = std::make_unique<State>();
+  Builder builder{*state};
+  if (const common::Status parsed = builder.Run(text); !parsed) return parsed.error();
+  return std::unique_ptr<XmlDocument>{new XmlDocument{std::move(state)}};
+}
+
+std::string_view Trim(std::string_view text) {
+  while (!text.empty() && IsBlank(text.front())) text.remove_prefix(1);
+  while (!text.empty() && IsBlank(text.back())) text.remove_suffix(1);
+  return text;
+}
+
+void AppendEscaped(std::string_view text, std::string* out) {
+  size_t plain = 0;
+  for (size_t i = 0; i < text.size(); ++i) {
+    const char* replacement = nullptr;
+    switch (text[i]) {
+      case '&':
+        replacement = "&amp;";
+        break;
+      case '<':
+        replacement = "&lt;";
+        break;
+      case '>':
+        replacement = "&gt;";
+        break;
+      case '"':
+        replacement = "&quot;";
+        break;
+      case '\t':
+        replacement = "&#9;";
+        break;
+      case '\n':
+        replacement = "&#10;";
+        break;
+      case '\r':
+        replacement = "&#13;";
+        break;
+      default:
+        continue;
+    }
+    out->append(text, plain, i - plain).append(replacement);
+    plain = i + 1;
+  }
+  out->append(text, plain);
+}
+
+std::string Escaped(std::string_view text) {
+  std::string out;
+  AppendEscaped(text, &out);
+  return out;
+}
+
+namespace {
+
+void AppendXmlIn(const XmlElement& element, std::string_view outer_ns, std::string* out) {
+  out->append("<").append(element.name->local);
+  if (element.name->ns != outer_ns) {
+    out->append(" xmlns=\"");
+    AppendEscaped(element.name->ns, out);
+    out->append("\"");
+  }
+  for (const XmlAttribute* a = element.attributes; a != nullptr; a = a->next) {
+    if (!a->prefix.empty() && a->prefix != "xml") {
+      out->append(" xmlns:").append(a->prefix).append("=\"");
+      AppendEscaped(a->name->ns, out);
+      out->append("\"");
+    }
+    out->append(" ").append(a->prefix).append(a->prefix.empty() ? "" : ":").append(a->name->local).append("=\"");
+    AppendEscaped(a->value, out);
+    out->append("\"");
+  }
+  if (element.text.empty() && element.first_child == nullptr) {
+    out->append("/>");
+    return;
+  }
+  out->append(">");
+  AppendEscaped(element.text, out);
+  for (const XmlElement* child = element.first_child; child != nullptr; child = child->next)
+    AppendXmlIn(*child, element.name->ns, out);
+  out->append("</").append(element.name->local).append(">");
+}
+
+}  // namespace
+
+void AppendXml(const XmlElement& element, std::string* out) { AppendXmlIn(element, {}, out); }
+
+}  // namespace netconf
