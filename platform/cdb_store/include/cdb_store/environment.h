@@ -1,0 +1,81 @@
+#pragma once
+
+#include <lmdb.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "common/result.h"
+#include "common/unique_fd.h"
+
+namespace cdb_store {
+
+inline constexpr size_t kDefaultMapSize = size_t{1} << 30;
+inline constexpr const char* kStoreFormat = "cdb-store 1";
+
+/// An LMDB read or write transaction; aborted unless committed. Wraps `mdb_txn_abort`.
+struct AbortTxn {
+  void operator()(MDB_txn* txn) const noexcept { mdb_txn_abort(txn); }
+};
+using TxnHandle = std::unique_ptr<MDB_txn, AbortTxn>;
+
+struct CloseCursor {
+  void operator()(MDB_cursor* cursor) const noexcept { mdb_cursor_close(cursor); }
+};
+using CursorHandle = std::unique_ptr<MDB_cursor, CloseCursor>;
+
+struct StoreOptions {
+  std::string path;                   ///< an existing directory
+  size_t map_size = kDefaultMapSize;  ///< fixed upper bound of the file, bytes
+  bool durable = true;                ///< false: a crash of the machine may lose the last commits (tests, benchmarks)
+};
+
+/// The open LMDB environment with its sub-databases. One per process and store; never used after fork(2).
+class Environment final {
+ public:
+  /// For the one server: creates the store where there is none. Holds a lock until destroyed, so that a second server
+  /// on the same directory fails here. A file that is damaged, foreign or of another version fails and is left as it
+  /// is.
+  static common::Result<std::unique_ptr<Environment>> OpenForWriting(const StoreOptions& options);
+  /// For clients: the store must exist.
+  static common::Result<std::unique_ptr<Environment>> OpenForReading(const std::string& path);
+  ~Environment();
+  Environment(const Environment&) = delete;
+  Environment& operator=(const Environment&) = delete;
+
+  [[nodiscard]] MDB_env* handle() const noexcept { return env_; }
+  [[nodiscard]] const std::string& path() const noexcept { return path_; }
+  [[nodiscard]] bool created() const noexcept { return created_; }
+
+  MDB_dbi running = 0;
+  MDB_dbi pre_commit = 0;
+  MDB_dbi diff = 0;
+  MDB_dbi meta = 0;
+  MDB_dbi log = 0;
+
+  /// A read-only transaction.
+  common::Result<TxnHandle> BeginRead() const;
+  /// The write transaction; waits for nobody, since only the server writes.
+  common::Result<TxnHandle> BeginWrite() const;
+  /// Frees the reader slots of dead processes (the file would grow with every commit otherwise). How many there were.
+  int ReleaseDeadReaders() const;
+
+ private:
+  explicit Environment(std::string path) : path_{std::move(path)} {}
+  common::Status Open(unsigned flags, size_t map_size);
+  common::Status OpenTables(bool writable);
+
+  std::string path_;
+  MDB_env* env_ = nullptr;
+  bool created_ = false;
+  common::UniqueFd lock_;
+};
+
+/// An error from an LMDB return code.
+common::Error StoreError(std::string operation, std::string object, int code);
+
+inline MDB_val ToVal(std::string_view bytes) { return {bytes.size(), const_cast<char*>(bytes.data())}; }
+inline std::string_view FromVal(const MDB_val& val) { return {static_cast<const char*>(val.mv_data), val.mv_size}; }
+
+}  // namespace cdb_store

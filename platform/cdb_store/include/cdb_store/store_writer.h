@@ -1,0 +1,116 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "cdb_store/store_reader.h"
+
+namespace cdb_store {
+
+enum class CommitKind {
+  kNormal,
+  kBulk  ///< running and pre_commit move together and the difference stays empty: nothing to deliver (first load)
+};
+
+class StoreWriter;
+
+/// One transaction of the server: changes running and remembers what changed. Aborted by its destructor unless
+/// committed. Only one at a time. Errors leave it usable only for being dropped.
+///
+/// `keys` as in View. Changes of one record add up: what is changed back is no change.
+class WriteTxn final {
+ public:
+  WriteTxn(WriteTxn&&) noexcept = default;
+  WriteTxn& operator=(WriteTxn&&) noexcept = default;
+  ~WriteTxn() = default;
+
+  /// Running as this transaction has made it so far.
+  [[nodiscard]] View Running() const;
+  /// Running before this transaction, record by record: the old value of a changed record is kept.
+  [[nodiscard]] std::optional<std::string> OldRow(const Node& node, std::string_view keys) const;
+
+  /// Makes an instance of a list, leaf-list or presence container; nothing when it exists. The instance above must
+  /// exist (containers without presence need nothing).
+  common::Status Create(const Node& node, std::string_view keys);
+  /// Sets a leaf that is no key. The instance above must exist.
+  common::Status SetLeaf(const Node& leaf, std::string_view keys, std::string_view stored);
+  /// Removes what is at and below: a leaf, an instance, the content of a container, or (with the parent's keys) every
+  /// instance of a list or leaf-list. Absent is no error.
+  common::Status Delete(const Node& node, std::string_view keys);
+  /// Puts a row (or removes it, without its descendants) as it was once seen in a Change, and keeps the counts.
+  common::Status SetRow(std::string_view record_key, std::optional<std::string_view> row);
+
+  /// The net changes so far, in record key order. `with_counts`: count records too.
+  [[nodiscard]] std::vector<OwnedChange> Changes(bool with_counts = false) const;
+  [[nodiscard]] bool HasChanges() const;
+
+  common::Status PutMeta(const std::string& key, std::string_view value);  ///< server's own keys: "x-..."
+  common::Status DeleteMeta(const std::string& key);
+  [[nodiscard]] std::optional<std::string> GetMeta(const std::string& key) const;
+  common::Status PutLog(uint64_t id, std::string_view record);
+  common::Status DeleteLog(uint64_t id);
+
+  /// The identity that a commit of changes would get.
+  [[nodiscard]] Txid NextTxid() const;
+  /// Makes everything durable at once: running, pre_commit, the difference, counts, identity, meta and log. The new
+  /// identity, or the old one when no record of running changed. Ends the transaction, on failure too.
+  common::Result<Txid> Commit(CommitKind kind = CommitKind::kNormal);
+
+ private:
+  friend class StoreWriter;
+  WriteTxn(StoreWriter& store, TxnHandle txn) : store_{&store}, txn_{std::move(txn)} {}
+
+  common::Status PutRecord(std::string_view key, std::optional<std::string_view> value);
+  common::Status AddToCount(const Node& list, std::string_view parent_keys, int delta);
+  common::Status DeleteRange(std::string_view prefix, const std::function<common::Status(std::string_view)>& visit);
+  common::Status DeleteRows(const Node& node, std::string_view keys);
+  common::Status CatchUpPreCommit();
+
+  StoreWriter* store_;
+  TxnHandle txn_;
+  std::map<std::string, std::optional<std::string>, std::less<>> old_;  ///< first value of each touched record
+};
+
+/// The server's side of the store. One per directory, held by a lock file.
+class StoreWriter final {
+ public:
+  /// Opens or creates the store for `schema`. A store written for a schema that stores data otherwise fails and is left
+  /// as it is. `primary` is the server's name for clients.
+  static common::Result<std::unique_ptr<StoreWriter>> Open(const StoreOptions& options, Schema schema,
+                                                           std::string primary);
+
+  [[nodiscard]] const Schema& schema() const noexcept { return schema_; }
+  [[nodiscard]] const std::string& path() const noexcept { return env_->path(); }
+  [[nodiscard]] bool created() const noexcept { return env_->created(); }
+  [[nodiscard]] const Txid& txid() const noexcept { return txid_; }
+  common::Result<std::shared_ptr<Snapshot>> Take();
+  common::Result<WriteTxn> Begin();
+
+  /// Brings pre_commit up to date and empties the difference, in a transaction of its own, when the difference holds at
+  /// least `min_changes` records. Once the last commit is delivered only. Saves the next commit that work.
+  common::Status Settle(size_t min_changes);
+  /// Frees reader slots of dead clients. Call it when a client disconnects and before a commit.
+  int ReleaseDeadReaders() const { return env_->ReleaseDeadReaders(); }
+
+  [[nodiscard]] std::optional<std::string> GetMeta(const std::string& key) const;
+  [[nodiscard]] std::optional<std::string> GetLog(uint64_t id) const;
+  /// Ids of the log records, rising.
+  [[nodiscard]] std::vector<uint64_t> LogIds() const;
+
+ private:
+  friend class WriteTxn;
+  explicit StoreWriter(std::unique_ptr<Environment> env) : env_{std::move(env)} {}
+  common::Status AdoptOrCreate(const std::string& primary);
+
+  std::unique_ptr<Environment> env_;
+  Schema schema_;
+  Txid txid_;
+  uint64_t diff_of_ = 0;
+};
+
+}  // namespace cdb_store
