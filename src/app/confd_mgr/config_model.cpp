@@ -1,0 +1,77 @@
+#include "app/confd_mgr/config_model.h"
+
+#include <cassert>
+#include <sstream>
+
+#include "confd_cdb.h"
+
+namespace ip_spoofing_app {
+namespace {
+
+constexpr int kKeypathTextSize = 8192;
+constexpr int kInterfaceEntryDepth = 4;  // elements down to an interface's keys
+
+bool LeafExists(int socket, const std::string& interface_path, const char* leaf) {
+  return cdb_exists(socket, "%s/%s", interface_path.c_str(), leaf) == 1;
+}
+
+}  // namespace
+
+std::string InterfacePath(const std::string& name) { return std::string(kInterfacePath) + "{\"" + name + "\"}"; }
+
+std::string InstancePath(const std::string& list_path, int position) {
+  std::ostringstream path;
+  path << list_path << "[" << position << "]";
+  return path.str();
+}
+
+std::string KeypathText(const confd_hkeypath_t* kp) {
+  char text[kKeypathTextSize] = {};
+  confd_pp_kpath(text, sizeof text, kp);
+  return text;
+}
+
+std::string InterfaceNameOf(const confd_hkeypath_t* kp) {
+  assert(kp->len >= kInterfaceEntryDepth && "the keypath of a change ends above the interface entry");
+  return reinterpret_cast<const char*>(CONFD_GET_BUFPTR(&kp->v[kp->len - 4][0]));
+}
+
+const char* AllowedAllName(AllowedAllMode mode) {
+  switch (mode) {
+    case ip_spoofing_mgr::kAllowedAllIpv4:
+      return "IPV4_ALL";
+    case ip_spoofing_mgr::kAllowedAllIpv6:
+      return "IPV6_ALL";
+    case ip_spoofing_mgr::kAllowedAllAll:
+      return "ALL";
+    default:
+      return "NONE";
+  }
+}
+
+AllowedAllMode ReadAllowedAllMode(int socket, const std::string& interface_path) {
+  if (LeafExists(socket, interface_path, kAllowedAll)) return ip_spoofing_mgr::kAllowedAllAll;
+  const bool ipv6 = LeafExists(socket, interface_path, kAllowedIpv6All);
+  const bool ipv4 = LeafExists(socket, interface_path, kAllowedIpv4All);
+  if (ipv6 && ipv4) return ip_spoofing_mgr::kAllowedAllAll;
+  if (ipv6) return ip_spoofing_mgr::kAllowedAllIpv6;
+  return ipv4 ? ip_spoofing_mgr::kAllowedAllIpv4 : ip_spoofing_mgr::kAllowedAllNone;
+}
+
+AllowedIpEntry NewEntry() {
+  AllowedIpEntry entry{};
+  limid_from_ifindex(&entry.limid, 0);
+  return entry;
+}
+
+AddressText TextOf(const AllowedIpEntry& entry) {
+  AddressText text{};
+  if (entry.family != 0) {
+    inet_ntop(AF_INET6, entry.address, text.data(), INET6_ADDRSTRLEN);
+  } else {
+    inet_ntop(AF_INET, entry.address, text.data(), INET_ADDRSTRLEN);
+  }
+  return text;
+}
+
+}  // namespace ip_spoofing_app
