@@ -63,7 +63,11 @@ common::Result<std::string> Client::Rpc(std::string_view operation, Duration lim
   message.reserve(operation.size() + 128);
   message.append("<rpc message-id=\"").append(std::to_string(next_id_++)).append("\" xmlns=\"").append(kBaseNs);
   message.append("\">").append(operation).append("</rpc>");
-  if (const common::Status sent = Send(message, limit); !sent) return sent.error();
+  if (const common::Status sent = Send(message, limit); !sent) {
+    auto parting = Receive(Duration{0});
+    if (parting.ok()) return parting;
+    return sent.error();
+  }
   return Receive(limit);
 }
 
@@ -76,10 +80,12 @@ common::Status Client::Send(std::string_view message, Duration limit) {
 
 common::Status Client::SendBytes(std::string_view bytes, Duration limit) {
   const auto deadline = Clock::now() + limit;
+  const size_t total = bytes.size();
   while (!bytes.empty()) {
     const ssize_t sent = ::send(fd_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
     if (sent >= 0) {
       bytes.remove_prefix(static_cast<size_t>(sent));
+      if (progress_) progress_(total - bytes.size(), total);
     } else if (errno == EAGAIN) {
       if (const common::Status ready = Wait(POLLOUT, deadline); !ready) return ready;
     } else if (errno != EINTR) {

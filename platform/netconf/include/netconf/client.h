@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -24,7 +25,12 @@ class Client final {
   Client(Client&&) = default;
   Client& operator=(Client&&) = default;
 
-  /// Sends `operation` (the XML inside <rpc>) and returns the whole <rpc-reply>.
+  /// Told while a message is sent how many of its bytes the socket has taken.
+  using SendProgress = std::function<void(size_t sent, size_t total)>;
+  void OnProgress(SendProgress progress) { progress_ = std::move(progress); }
+
+  /// Sends `operation` (the XML inside <rpc>) and returns the whole <rpc-reply>. A server that answers and hangs up
+  /// before it has read all of it is heard too.
   common::Result<std::string> Rpc(std::string_view operation, Duration limit);
 
   /// Sends one framed message.
@@ -50,6 +56,7 @@ class Client final {
   std::string session_id_;
   std::vector<std::string> capabilities_;
   uint64_t next_id_ = 1;
+  SendProgress progress_;
 };
 
 }  // namespace netconf

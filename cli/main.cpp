@@ -1,0 +1,42 @@
+#include <CLI/CLI.hpp>
+
+#include "common/paths.h"
+#include "load.h"
+
+namespace {
+
+constexpr const char* kFooter =
+    "Exit status: 0 done, 1 the element refused it, 2 wrong command line, 3 the file is unreadable or does not fit\n"
+    "the data models (nothing was sent), 4 the element is down or did not answer in time.";
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app{"The operator's command line of the element: a NETCONF client of its configuration database."};
+  app.footer(kFooter);
+  app.require_subcommand(1);
+  cli::Target target{common::NetconfSocketPath(), common::ModelsDir(), {}};
+  double seconds = 300;
+  app.add_option("--socket", target.socket, "NETCONF socket of the element")->capture_default_str();
+  app.add_option("--models", target.models_dir, "folder of the YANG modules")->capture_default_str();
+  app.add_option("--timeout", seconds, "seconds to wait for an answer")
+      ->check(CLI::Range(0.001, 86400.0))
+      ->capture_default_str();
+
+  CLI::App* load = app.add_subcommand("load", "Commit the configuration of a file, in one transaction");
+  std::string file;
+  bool replace = false;
+  bool always_progress = false;
+  load->add_option("FILE", file, "configuration as XML")->required();
+  load->add_flag("--replace", replace, "take the place of the whole configuration instead of adding to it");
+  load->add_flag("--progress", always_progress, "say how far it is, also when standard error is no terminal");
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? cli::kDone : cli::kBadUsage;
+  }
+  target.limit = std::chrono::milliseconds{static_cast<int64_t>(seconds * 1000)};
+  return cli::Load(target, file, replace ? cli::LoadMode::kReplace : cli::LoadMode::kMerge,
+                   always_progress ? cli::Progress::Show::kAlways : cli::Progress::Show::kOnTerminal);
+}
