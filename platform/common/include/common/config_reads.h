@@ -12,7 +12,8 @@ struct ConfigReads {
   uint64_t failures = 0;  ///< reads, transaction ids and session starts that failed for another reason than absence
 };
 
-inline ConfigReads& ProcessConfigReads() {
+/// One for the whole process, whichever shared library asks.
+__attribute__((visibility("default"))) inline ConfigReads& ProcessConfigReads() {
   static ConfigReads reads;
   return reads;
 }
