@@ -51,7 +51,9 @@ int cdb_close(int sock);
 int cdb_start_session(int sock, enum cdb_db_type db);
 int cdb_end_session(int sock);
 
-/// Bare names resolve in the namespace with this hash from now on; before, a path's first node carries its prefix.
+/// Bare names resolve in the namespace with this hash from now on. Before, a bare first node resolves when only one
+/// namespace of the data model has a top node of that name; where several have, it carries its module's prefix.
+/// (The daemon's sessions on the configuration before a commit never select a namespace and read bare paths.)
 int cdb_set_namespace(int sock, int ns_hash);
 
 /// Longest time, in seconds, that one later call on `sock` may wait for the server; 0 for no limit.
