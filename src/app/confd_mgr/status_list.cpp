@@ -52,66 +52,68 @@ class RowReply {
     AddMac(row);
     AddAddress(row);
     AddVlan(row);
-    CONFD_SET_ENUM_VALUE(Add(kTagState), row.state == 1 ? 1 : 0);
-    CONFD_SET_STR(Add(kTagInterface), interface_name);
-    CONFD_SET_ENUM_VALUE(Add(kTagFlag), row.flag ^ 1);
+    AddEnum(kTagState, row.state == 1 ? 1 : 0);
+    confd_value_t* const name = Add(kTagInterface);
+    CONFD_SET_STR(name, interface_name);
+    AddEnum(kTagFlag, row.flag ^ 1);
   }
 
   int Send(confd_trans_ctx* tctx) const { return confd_data_reply_tag_value_array(tctx, values_.data(), count_); }
 
  private:
+  // The setter macros evaluate their argument twice, so it is never a call.
   confd_value_t* Add(uint32_t tag) {
-    confd_tag_value_t& value = values_[static_cast<size_t>(count_++)];
-    CONFD_SET_TAG_XMLTAG(&value, tag, 0);
-    return &value.v;
+    confd_tag_value_t* const value = &values_[static_cast<size_t>(count_++)];
+    CONFD_SET_TAG_XMLTAG(value, tag, 0);
+    return &value->v;
+  }
+
+  void AddEnum(uint32_t tag, int32_t number) {
+    confd_value_t* const value = Add(tag);
+    CONFD_SET_ENUM_VALUE(value, number);
   }
 
   void AddMac(const AllowedIpStatusEntry& row) {
     static constexpr uint8_t kZeroMac[sizeof row.mac] = {};
+    if (std::memcmp(row.mac, kZeroMac, sizeof row.mac) == 0) return AddEnum(kTagMac, kNoMac);
     confd_value_t* const value = Add(kTagMac);
-    if (std::memcmp(row.mac, kZeroMac, sizeof row.mac) != 0) {
-      CONFD_SET_BINARY(value, row.mac, sizeof row.mac);
-    } else {
-      CONFD_SET_ENUM_VALUE(value, kNoMac);
-    }
+    CONFD_SET_BINARY(value, row.mac, sizeof row.mac);
   }
 
   void AddAddress(const AllowedIpStatusEntry& row) {
     switch (row.type) {
       case kTypeAddress:
-        if (row.family != 0) {
-          struct in6_addr address {};
-          std::memcpy(&address, row.address, sizeof address);
-          CONFD_SET_IPV6(Add(kTagAddress), address);
-        } else {
-          struct in_addr address {};
-          std::memcpy(&address, row.address, sizeof address);
-          CONFD_SET_IPV4(Add(kTagAddress), address);
-        }
-        return;
+        return AddPlainAddress(row);
       case ip_spoofing_mgr::kAllowedAllIpv4:
-        CONFD_SET_ENUM_VALUE(Add(kTagAddress), kAddressIpv4All);
-        return;
+        return AddEnum(kTagAddress, kAddressIpv4All);
       case ip_spoofing_mgr::kAllowedAllIpv6:
-        CONFD_SET_ENUM_VALUE(Add(kTagAddress), kAddressIpv6All);
-        return;
+        return AddEnum(kTagAddress, kAddressIpv6All);
       case ip_spoofing_mgr::kAllowedAllAll:
-        CONFD_SET_ENUM_VALUE(Add(kTagAddress), kAddressAll);
-        return;
+        return AddEnum(kTagAddress, kAddressAll);
       default:
         return;  // no text for it: the column is left out
     }
   }
 
-  void AddVlan(const AllowedIpStatusEntry& row) {
-    confd_value_t* const value = Add(kTagVlan);
-    if (row.type == kTypeAddress) {
-      CONFD_SET_UINT32(value, row.vlan);
-    } else if (limid_is_from_type(row.limid, limid_type_serviceport) != 0) {
-      CONFD_SET_UINT32(value, row.all_vlan);
+  void AddPlainAddress(const AllowedIpStatusEntry& row) {
+    confd_value_t* const value = Add(kTagAddress);
+    if (row.family != 0) {
+      struct in6_addr address {};
+      std::memcpy(&address, row.address, sizeof address);
+      CONFD_SET_IPV6(value, address);
     } else {
-      CONFD_SET_ENUM_VALUE(value, kAnyVlan);
+      struct in_addr address {};
+      std::memcpy(&address, row.address, sizeof address);
+      CONFD_SET_IPV4(value, address);
     }
+  }
+
+  void AddVlan(const AllowedIpStatusEntry& row) {
+    if (row.type != kTypeAddress && limid_is_from_type(row.limid, limid_type_serviceport) == 0) {
+      return AddEnum(kTagVlan, kAnyVlan);
+    }
+    confd_value_t* const value = Add(kTagVlan);
+    CONFD_SET_UINT32(value, row.type == kTypeAddress ? row.vlan : row.all_vlan);
   }
 
   std::array<confd_tag_value_t, 6> values_{};

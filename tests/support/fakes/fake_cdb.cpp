@@ -84,7 +84,10 @@ bool CdbNode::HasContent() const {
 CdbNode* Cdb::Make(cdb_db_type db, const std::string& path) {
   CdbNode* node = &trees_[db];
   node->schema = &ModelRoot();
-  for (const PathStep& step : MustParse(path).steps) node = ChildFor(node, step);
+  for (const PathStep& step : MustParse(path).steps) {
+    if (step.position >= 0) throw std::invalid_argument("a new instance needs keys: " + path);
+    node = ChildFor(node, step);
+  }
   return node;
 }
 

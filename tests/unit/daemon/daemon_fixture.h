@@ -62,11 +62,19 @@ class DaemonTest : public testing::Test {
   std::unique_ptr<ConfDAppMgr> confd_;
 };
 
-/// Matches the standard error of a death test whose statement called DumpAtExit(): this text, whole lines in order.
-inline testing::Matcher<const std::string&> DiesWith(const Lines& lines) {
+/// Lines as one text.
+inline std::string TextOf(const Lines& lines) {
   std::string text;
   for (const std::string& line : lines) text += line + "\n";
-  return testing::HasSubstr(text);
+  return text;
+}
+
+/// Matches the standard error of a death test whose statement called DumpAtExit(): these lines, in this order, one
+/// directly behind the other.
+inline testing::Matcher<const std::string&> DiesWith(const Lines& lines) { return testing::HasSubstr(TextOf(lines)); }
+/// The same, and nothing else.
+inline testing::Matcher<const std::string&> DiesWithExactly(const Lines& lines) {
+  return testing::StrEq(TextOf(lines));
 }
 
 }  // namespace ip_spoofing_app
