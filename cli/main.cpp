@@ -2,6 +2,7 @@
 
 #include "common/paths.h"
 #include "load.h"
+#include "show_config.h"
 
 namespace {
 
@@ -31,12 +32,24 @@ int main(int argc, char** argv) {
   load->add_flag("--replace", replace, "take the place of the whole configuration instead of adding to it");
   load->add_flag("--progress", always_progress, "say how far it is, also when standard error is no terminal");
 
+  CLI::App* show = app.add_subcommand("show", "Show what the element holds");
+  show->require_subcommand(1);
+  bool json = false;
+  bool xml = false;
+  const auto add_formats = [&](CLI::App* command) {
+    CLI::Option* as_json = command->add_flag("--json", json, "as JSON");
+    command->add_flag("--xml", xml, "as XML")->excludes(as_json);
+  };
+  add_formats(show->add_subcommand("config", "The running configuration; its XML can be loaded again"));
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? cli::kDone : cli::kBadUsage;
   }
   target.limit = std::chrono::milliseconds{static_cast<int64_t>(seconds * 1000)};
+  if (show->parsed())
+    return cli::ShowConfig(target, json ? cli::Format::kJson : xml ? cli::Format::kXml : cli::Format::kTable);
   return cli::Load(target, file, replace ? cli::LoadMode::kReplace : cli::LoadMode::kMerge,
                    always_progress ? cli::Progress::Show::kAlways : cli::Progress::Show::kOnTerminal);
 }

@@ -1,19 +1,14 @@
 #include "load.h"
 
+#include <chrono>
 #include <cstdio>
 
 #include "config_file.h"
 #include "models.h"
-#include "netconf/client.h"
 #include "rpc_errors.h"
 
 namespace cli {
 namespace {
-
-ExitStatus Complain(ExitStatus status, const std::string& text) {
-  std::fprintf(stderr, "ip-spoofing-cli: %s\n", text.c_str());
-  return status;
-}
 
 std::string EditConfig(const ConfigFile& file, LoadMode mode) {
   std::string operation = "<edit-config><target><running/></target><default-operation>";
@@ -49,18 +44,13 @@ ExitStatus Load(const Target& target, const std::string& file_name, LoadMode mod
   progress.Clear();
   if (!file.ok()) return Complain(kBadFile, file.error().Text());
 
-  auto client = netconf::Client::Connect(target.socket, target.limit);
-  if (!client.ok()) return Complain(kUnreachable, "the element is not running: " + client.error().Text());
-  client.value().OnProgress([&](size_t sent, size_t total) {
+  const Answer answer = Ask(target, EditConfig(file.value(), mode), [&](size_t sent, size_t total) {
     if (sent < total) return progress.Bytes("sending", sent, total);
     progress.Say("committing " + std::to_string(file.value().list_entries()) + " list entries");
   });
-  const common::Result<std::string> reply = client.value().Rpc(EditConfig(file.value(), mode), target.limit);
   progress.Clear();
-  if (!reply.ok()) return Complain(kUnreachable, "no answer from the element: " + reply.error().Text());
-  const auto document = netconf::XmlDocument::Parse(reply.value());
-  if (!document.ok()) return Complain(kUnreachable, "the element's answer is not XML: " + document.error().Text());
-  if (const ExitStatus status = Report(file.value(), document.value()->root()); status != kDone) return status;
+  if (answer.reply == nullptr) return answer.status;
+  if (const ExitStatus status = Report(file.value(), answer.reply->root()); status != kDone) return status;
 
   std::printf("%s: %zu list entries %s in %.2f s\n", file_name.c_str(), file.value().list_entries(),
               mode == LoadMode::kReplace ? "put in place of the configuration" : "merged into the configuration",

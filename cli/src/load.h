@@ -1,19 +1,11 @@
 #pragma once
 
-#include <chrono>
 #include <string>
 
-#include "exit_status.h"
+#include "ask.h"
 #include "progress.h"
 
 namespace cli {
-
-/// How the command line reaches the element.
-struct Target {
-  std::string socket;      ///< of NETCONF
-  std::string models_dir;  ///< the YANG modules
-  std::chrono::milliseconds limit{};
-};
 
 enum class LoadMode { kMerge, kReplace };
 

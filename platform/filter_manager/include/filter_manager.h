@@ -3,6 +3,7 @@
 ///
 /// Everything comes from the element's own description file, the JSON file that "IP_SPOOFING_ELEMENT_FILE" names,
 /// else `element.json` in the state directory. With none: installer flag false, one resource record (2, 2, 24576).
+/// A file that is named must be there.
 #pragma once
 
 #include <stdint.h>

@@ -98,7 +98,9 @@ struct Drop {
 /// What the port table needs of a forwarding plane. Loop thread only; calls do not wait for anything but the kernel.
 ///
 /// The table sends only what the plane can hold: valid VLANs, IPv4, at most Capacity() entries. Entries of ports that
-/// are absent or not enabled are sent too, so that they are in place before the filter is. A destructor leaves the
+/// are absent or not enabled are sent too, so that they are in place before the filter is. A port is made known in the
+/// same call as its first entry or in an earlier one. An interface index may move from one port to another in one call,
+/// when an interface is renamed; the port that lost it may come before or after. A destructor leaves the
 /// enforcement in the kernel as it is, where the plane has any.
 class Dataplane {
  public:

@@ -11,15 +11,15 @@ namespace cdb_store {
 /// What a new node is told; what does not apply to its kind stays at its default.
 struct NodeSpec {
   NodeKind kind = NodeKind::kLeaf;
-  std::string name;
-  std::optional<uint32_t> tag;  ///< NameHash(name) without one
-  bool config = true;           ///< false is inherited
-  std::string callpoint;
+  std::string name{};
+  std::optional<uint32_t> tag{};  ///< NameHash(name) without one
+  bool config = true;             ///< false is inherited
+  std::string callpoint{};
   ValueType type = ValueType::kNone;
   BinaryText binary_text = BinaryText::kBase64;
   uint8_t fraction_digits = 0;
-  std::vector<EnumName> enums;
-  std::vector<std::string> keys;  ///< of a list: names of its key leaves, in key order; none only with config false
+  std::vector<EnumName> enums{};
+  std::vector<std::string> keys{};  ///< of a list: names of its key leaves, in key order; none only with config false
 };
 
 /// Builds a schema in schema order: a node's parent is the last added node or one of its ancestors.

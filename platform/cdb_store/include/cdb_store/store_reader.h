@@ -50,6 +50,9 @@ class Snapshot final {
 class StoreReader final {
  public:
   static common::Result<std::unique_ptr<StoreReader>> Open(const std::string& path);
+  ~StoreReader();
+  StoreReader(const StoreReader&) = delete;
+  StoreReader& operator=(const StoreReader&) = delete;
 
   [[nodiscard]] const Schema& schema() const noexcept { return schema_; }
   /// Name of the server that wrote the store.

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -18,6 +17,7 @@ enum class CommitKind {
 };
 
 class StoreWriter;
+struct Identity;
 
 /// One transaction of the server: changes running and remembers what changed. Aborted by its destructor unless
 /// committed. Only one at a time. Errors leave it usable only for being dropped.
@@ -67,13 +67,14 @@ class WriteTxn final {
 
   common::Status PutRecord(std::string_view key, std::optional<std::string_view> value);
   common::Status AddToCount(const Node& list, std::string_view parent_keys, int delta);
-  common::Status DeleteRange(std::string_view prefix, const std::function<common::Status(std::string_view)>& visit);
   common::Status DeleteRows(const Node& node, std::string_view keys);
   common::Status CatchUpPreCommit();
+  common::Status RecordChanges(CommitKind kind, Identity& identity);
 
   StoreWriter* store_;
   TxnHandle txn_;
   std::map<std::string, std::optional<std::string>, std::less<>> old_;  ///< first value of each touched record
+  bool other_changes_ = false;                                          ///< of meta or log
 };
 
 /// The server's side of the store. One per directory, held by a lock file.

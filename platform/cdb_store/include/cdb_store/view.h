@@ -8,6 +8,7 @@
 
 #include "cdb_store/environment.h"
 #include "cdb_store/instance_key.h"
+#include "cdb_store/packed_row.h"
 #include "cdb_store/schema.h"
 
 namespace cdb_store {

@@ -1,0 +1,120 @@
+#include "cdb_store/store_writer.h"
+
+#include <sys/random.h>
+
+#include <utility>
+
+#include "meta_records.h"
+
+namespace cdb_store {
+namespace {
+
+uint32_t NewStoreNumber() {
+  uint32_t number = 0;
+  while (number == 0) {
+    if (getrandom(&number, sizeof number, 0) != sizeof number) number = 0;
+  }
+  return number;
+}
+
+}  // namespace
+
+common::Result<std::unique_ptr<StoreWriter>> StoreWriter::Open(const StoreOptions& options, Schema schema,
+                                                               std::string primary) {
+  auto env = Environment::OpenForWriting(options);
+  if (!env) return env.error();
+  std::unique_ptr<StoreWriter> store(new StoreWriter(std::move(env).value()));
+  store->schema_ = std::move(schema);
+  if (auto status = store->AdoptOrCreate(primary); !status) return status.error();
+  return store;
+}
+
+common::Status StoreWriter::AdoptOrCreate(const std::string& primary) {
+  auto begun = env_->BeginWrite();
+  if (!begun) return begun.error();
+  TxnHandle txn = std::move(begun).value();
+  const std::string fingerprint = StoreInt(schema_.Fingerprint());
+  Identity identity = ReadIdentityRecord(txn.get(), env_->meta);
+  const std::optional<std::string> stored = ReadMeta(txn.get(), env_->meta, kFingerprintKey);
+  if (stored && *stored != fingerprint) {
+    return common::Error{"open configuration store", path(), "was written for another data model; nothing was changed"};
+  }
+  if (identity.txid.store == 0) identity.txid.store = NewStoreNumber();
+  const std::pair<const char*, std::string> records[] = {{kSchemaKey, schema_.Serialise()},
+                                                         {kFingerprintKey, fingerprint},
+                                                         {kPrimaryKey, primary},
+                                                         {kIdentityKey, PackIdentity(identity)}};
+  bool changed = false;
+  for (const auto& [name, value] : records) {
+    if (ReadMeta(txn.get(), env_->meta, name) == value) continue;
+    changed = true;
+    MDB_val key = ToVal(name);
+    MDB_val data = ToVal(value);
+    if (const int code = mdb_put(txn.get(), env_->meta, &key, &data, 0); code != 0) {
+      return StoreError("write configuration store", path(), code);
+    }
+  }
+  if (changed) {
+    if (const int code = mdb_txn_commit(txn.release()); code != 0) {
+      return StoreError("write configuration store", path(), code);
+    }
+  }
+  txid_ = identity.txid;
+  diff_of_ = identity.diff_of;
+  return common::Ok();
+}
+
+common::Result<std::shared_ptr<Snapshot>> StoreWriter::Take() {
+  auto txn = env_->BeginRead();
+  if (!txn) return txn.error();
+  return std::make_shared<Snapshot>(*env_, schema_, std::move(txn).value());
+}
+
+common::Result<WriteTxn> StoreWriter::Begin() {
+  auto txn = env_->BeginWrite();
+  if (!txn) return txn.error();
+  return WriteTxn(*this, std::move(txn).value());
+}
+
+common::Status StoreWriter::Settle(size_t min_changes) {
+  if (diff_of_ == 0) return common::Ok();
+  auto begun = Begin();
+  if (!begun) return begun.error();
+  WriteTxn txn = std::move(begun).value();
+  MDB_stat stat{};
+  if (const int code = mdb_stat(txn.txn_.get(), env_->diff, &stat); code != 0) {
+    return StoreError("settle configuration store", path(), code);
+  }
+  if (stat.ms_entries < min_changes) return common::Ok();
+  if (auto status = txn.CatchUpPreCommit(); !status) return status;
+  if (auto status = txn.PutMeta(kIdentityKey, PackIdentity({txid_, 0})); !status) return status;
+  if (const int code = mdb_txn_commit(txn.txn_.release()); code != 0) {
+    return StoreError("settle configuration store", path(), code);
+  }
+  diff_of_ = 0;
+  return common::Ok();
+}
+
+std::optional<std::string> StoreWriter::GetMeta(const std::string& key) const {
+  const auto txn = env_->BeginRead();
+  return txn ? ReadMeta(txn.value().get(), env_->meta, key) : std::nullopt;
+}
+
+std::optional<std::string> StoreWriter::GetLog(uint64_t id) const {
+  const auto txn = env_->BeginRead();
+  return txn ? ReadMeta(txn.value().get(), env_->log, StoreInt(id)) : std::nullopt;
+}
+
+std::vector<uint64_t> StoreWriter::LogIds() const {
+  std::vector<uint64_t> ids;
+  const auto txn = env_->BeginRead();
+  MDB_cursor* raw = nullptr;
+  if (!txn || mdb_cursor_open(txn.value().get(), env_->log, &raw) != 0) return ids;
+  const CursorHandle cursor(raw);
+  MDB_val key{};
+  MDB_val data{};
+  while (mdb_cursor_get(raw, &key, &data, MDB_NEXT) == 0) ids.push_back(LoadInt<uint64_t>(FromVal(key)));
+  return ids;
+}
+
+}  // namespace cdb_store

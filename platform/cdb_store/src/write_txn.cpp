@@ -1,0 +1,240 @@
+#include <cassert>
+#include <utility>
+
+#include "cdb_store/packed_row.h"
+#include "cdb_store/store_writer.h"
+#include "meta_records.h"
+
+namespace cdb_store {
+namespace {
+
+std::optional<std::string_view> Get(MDB_txn* txn, MDB_dbi dbi, std::string_view record_key) {
+  MDB_val key = ToVal(record_key);
+  MDB_val data{};
+  return mdb_get(txn, dbi, &key, &data) == 0 ? std::optional(FromVal(data)) : std::nullopt;
+}
+
+int Set(MDB_txn* txn, MDB_dbi dbi, std::string_view record_key, std::optional<std::string_view> value) {
+  MDB_val key = ToVal(record_key);
+  if (value) {
+    MDB_val data = ToVal(*value);
+    return mdb_put(txn, dbi, &key, &data, 0);
+  }
+  const int code = mdb_del(txn, dbi, &key, nullptr);
+  return code == MDB_NOTFOUND ? 0 : code;
+}
+
+/// Calls `visit(cursor, key, data)` for every record of the table whose key begins with `prefix`; stops at a non-zero
+/// answer. `visit` may delete the record through the cursor.
+template <class Visit>
+int ForEach(MDB_txn* txn, MDB_dbi dbi, std::string_view prefix, Visit visit) {
+  MDB_cursor* raw = nullptr;
+  if (const int code = mdb_cursor_open(txn, dbi, &raw); code != 0) return code;
+  const CursorHandle cursor(raw);
+  MDB_val key = ToVal(prefix);
+  MDB_val data{};
+  int code = mdb_cursor_get(raw, &key, &data, prefix.empty() ? MDB_FIRST : MDB_SET_RANGE);
+  while (code == 0 && FromVal(key).starts_with(prefix)) {
+    if (code = visit(raw, FromVal(key), FromVal(data)); code != 0) return code;
+    code = mdb_cursor_get(raw, &key, &data, MDB_NEXT);
+  }
+  return code == MDB_NOTFOUND ? 0 : code;
+}
+
+common::Error WriteError(int code) { return StoreError("write configuration store", "", code); }
+
+}  // namespace
+
+View WriteTxn::Running() const { return {store_->schema_, txn_.get(), store_->env_->running}; }
+
+std::optional<std::string> WriteTxn::OldRow(const Node& node, std::string_view keys) const {
+  InstanceKey key(keys);
+  const auto touched = old_.find(key.Row(node.id));
+  if (touched != old_.end()) return touched->second;
+  const std::optional<std::string_view> row = Running().Row(node, keys);
+  return row ? std::optional<std::string>(*row) : std::nullopt;
+}
+
+common::Status WriteTxn::PutRecord(std::string_view key, std::optional<std::string_view> value) {
+  if (!old_.contains(key)) {
+    const std::optional<std::string_view> old = Get(txn_.get(), store_->env_->running, key);
+    old_.emplace(key, old ? std::optional<std::string>(*old) : std::nullopt);
+  }
+  if (const int code = Set(txn_.get(), store_->env_->running, key, value); code != 0) return WriteError(code);
+  return common::Ok();
+}
+
+common::Status WriteTxn::AddToCount(const Node& list, std::string_view parent_keys, int delta) {
+  InstanceKey key(parent_keys);
+  const int64_t count = static_cast<int64_t>(Running().Count(list, parent_keys)) + delta;
+  if (count <= 0) return PutRecord(key.Count(list.id), std::nullopt);
+  return PutRecord(key.Count(list.id), StoreInt(static_cast<uint32_t>(count)));
+}
+
+common::Status WriteTxn::Create(const Node& node, std::string_view keys) {
+  const Schema& schema = store_->schema_;
+  assert(node.HasRow() && node.id != kRootId && keys.size() <= kMaxKeys);
+  if (Running().Row(node, keys)) return common::Ok();
+  const Node& parent = schema.node(node.parent);
+  const std::optional<size_t> above = KeysSizeAt(schema, parent, keys);
+  if (!above) return common::Error{"create", schema.PathOf(node), "its keys are malformed"};
+  const std::string_view parent_keys = keys.substr(0, *above);
+  if (parent.row != kRootId && !Running().Row(schema.node(parent.row), parent_keys)) {
+    return common::Error{"create", InstanceText(schema, node, keys), "the instance above it does not exist"};
+  }
+  InstanceKey key(keys);
+  if (auto status = PutRecord(key.Row(node.id), std::string_view{}); !status || !node.IsKeyed()) return status;
+  return AddToCount(node, parent_keys, 1);
+}
+
+common::Status WriteTxn::SetLeaf(const Node& leaf, std::string_view keys, std::string_view stored) {
+  const Schema& schema = store_->schema_;
+  assert(leaf.kind == NodeKind::kLeaf && !leaf.IsKeyLeaf() && keys.size() <= kMaxKeys);
+  const std::optional<std::string_view> row = Running().Row(schema.node(leaf.row), keys);
+  if (!row && leaf.row != kRootId) {
+    return common::Error{"set", InstanceText(schema, leaf, keys), "the instance above it does not exist"};
+  }
+  InstanceKey key(keys);
+  return PutRecord(key.Row(leaf.row), WithLeaf(row.value_or(std::string_view{}), leaf.id, stored));
+}
+
+common::Status WriteTxn::Delete(const Node& node, std::string_view keys) {
+  const Schema& schema = store_->schema_;
+  assert(node.id != kRootId && !node.IsKeyLeaf() && keys.size() <= kMaxKeys);
+  if (!node.HasRow()) {
+    const Node& holder = schema.node(node.row);
+    const std::optional<std::string_view> row = Running().Row(holder, keys);
+    if (row && HasLeafIn(*row, node.id, node.end)) {
+      const std::string rest = WithoutLeaves(*row, node.id, node.end);
+      InstanceKey key(keys);
+      const bool drop = rest.empty() && holder.id == kRootId;
+      if (auto status = PutRecord(key.Row(holder.id), drop ? std::nullopt : std::optional<std::string_view>(rest));
+          !status) {
+        return status;
+      }
+    }
+  }
+  return DeleteRows(node, keys);
+}
+
+common::Status WriteTxn::DeleteRows(const Node& node, std::string_view keys) {
+  const Schema& schema = store_->schema_;
+  const MDB_dbi running = store_->env_->running;
+  const auto remove = [this](MDB_cursor* cursor, std::string_view key, std::string_view value) {
+    old_.try_emplace(std::string(key), value);
+    return mdb_cursor_del(cursor, 0);
+  };
+  std::optional<size_t> above = KeysSizeAt(schema, schema.node(node.parent), keys);
+  const bool one_instance = node.IsKeyed() && above && keys.size() > *above;
+  if (one_instance && Running().Row(node, keys)) {
+    if (auto status = AddToCount(node, keys.substr(0, *above), -1); !status) return status;
+  }
+  for (const NodeId id : node.rows_below) {
+    InstanceKey prefix(keys);
+    int code = ForEach(txn_.get(), running, prefix.Row(id), remove);
+    const bool counted = schema.node(id).IsKeyed() && !(one_instance && id == node.id);
+    if (code == 0 && counted) code = ForEach(txn_.get(), running, prefix.Count(id), remove);
+    if (code != 0) return WriteError(code);
+  }
+  return common::Ok();
+}
+
+common::Status WriteTxn::SetRow(std::string_view record_key, std::optional<std::string_view> row) {
+  const Schema& schema = store_->schema_;
+  const std::optional<RecordKey> record = ParseRecordKey(record_key);
+  if (!record || record->is_count || record->node >= schema.size())
+    return common::Error{"set row", "", "bad record key"};
+  const Node& node = schema.node(record->node);
+  const bool existed = Get(txn_.get(), store_->env_->running, record_key).has_value();
+  if (auto status = PutRecord(record_key, row); !status) return status;
+  if (!node.IsKeyed() || existed == row.has_value()) return common::Ok();
+  const std::optional<size_t> above = KeysSizeAt(schema, schema.node(node.parent), record->keys);
+  if (!above) return common::Error{"set row", schema.PathOf(node), "bad record key"};
+  return AddToCount(node, record->keys.substr(0, *above), row ? 1 : -1);
+}
+
+std::vector<OwnedChange> WriteTxn::Changes(bool with_counts) const {
+  std::vector<OwnedChange> changes;
+  for (const auto& [key, old] : old_) {
+    if (!with_counts && ParseRecordKey(key)->is_count) continue;
+    const std::optional<std::string_view> now = Get(txn_.get(), store_->env_->running, key);
+    if (now.has_value() == old.has_value() && (!now || *now == *old)) continue;
+    changes.push_back({key, old, now ? std::optional<std::string>(*now) : std::nullopt});
+  }
+  return changes;
+}
+
+bool WriteTxn::HasChanges() const { return !Changes(true).empty(); }
+
+common::Status WriteTxn::PutMeta(const std::string& key, std::string_view value) {
+  other_changes_ = true;
+  if (const int code = Set(txn_.get(), store_->env_->meta, key, value); code != 0) return WriteError(code);
+  return common::Ok();
+}
+
+common::Status WriteTxn::DeleteMeta(const std::string& key) {
+  other_changes_ = true;
+  if (const int code = Set(txn_.get(), store_->env_->meta, key, std::nullopt); code != 0) return WriteError(code);
+  return common::Ok();
+}
+
+std::optional<std::string> WriteTxn::GetMeta(const std::string& key) const {
+  return ReadMeta(txn_.get(), store_->env_->meta, key);
+}
+
+common::Status WriteTxn::PutLog(uint64_t id, std::string_view record) {
+  other_changes_ = true;
+  if (const int code = Set(txn_.get(), store_->env_->log, StoreInt(id), record); code != 0) return WriteError(code);
+  return common::Ok();
+}
+
+common::Status WriteTxn::DeleteLog(uint64_t id) {
+  other_changes_ = true;
+  if (const int code = Set(txn_.get(), store_->env_->log, StoreInt(id), std::nullopt); code != 0)
+    return WriteError(code);
+  return common::Ok();
+}
+
+Txid WriteTxn::NextTxid() const { return {store_->txid_.store, store_->txid_.number + 1}; }
+
+common::Status WriteTxn::CatchUpPreCommit() {
+  const Environment& env = *store_->env_;
+  const auto apply = [&](MDB_cursor*, std::string_view key, std::string_view packed) {
+    const std::optional<Change> change = UnpackChange(key, packed);
+    return change ? Set(txn_.get(), env.pre_commit, key, change->new_row) : MDB_CORRUPTED;
+  };
+  int code = ForEach(txn_.get(), env.diff, "", apply);
+  if (code == 0) code = mdb_drop(txn_.get(), env.diff, 0);
+  if (code != 0) return WriteError(code);
+  return common::Ok();
+}
+
+common::Result<Txid> WriteTxn::Commit(CommitKind kind) {
+  Identity identity{store_->txid_, store_->diff_of_};
+  const common::Status recorded = RecordChanges(kind, identity);
+  TxnHandle txn = std::move(txn_);  // aborts on every way out but the commit
+  old_.clear();
+  if (!recorded) return recorded.error();
+  if (!other_changes_) return identity.txid;
+  if (const int code = mdb_txn_commit(txn.release()); code != 0) return WriteError(code);
+  store_->txid_ = identity.txid;
+  store_->diff_of_ = identity.diff_of;
+  return identity.txid;
+}
+
+common::Status WriteTxn::RecordChanges(CommitKind kind, Identity& identity) {
+  const Environment& env = *store_->env_;
+  const std::vector<OwnedChange> changes = Changes(true);
+  if (changes.empty()) return common::Ok();
+  if (auto status = CatchUpPreCommit(); !status) return status;
+  for (const OwnedChange& change : changes) {
+    const int code = kind == CommitKind::kBulk ? Set(txn_.get(), env.pre_commit, change.key, change.new_row)
+                                               : Set(txn_.get(), env.diff, change.key, PackChange(change.view()));
+    if (code != 0) return WriteError(code);
+  }
+  identity.txid = NextTxid();
+  identity.diff_of = kind == CommitKind::kBulk ? 0 : identity.txid.number;
+  return PutMeta(kIdentityKey, PackIdentity(identity));
+}
+
+}  // namespace cdb_store

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <string>
+
+#include "common/paths.h"
+#include "limid.h"
+
+/// A process opens the registry once, so every body runs in a process of its own, on a state directory of the test's.
+class RegistryTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    std::string name = (std::filesystem::temp_directory_path() / "limid-test-XXXXXX").string();
+    ASSERT_NE(::mkdtemp(name.data()), nullptr);
+    folder_ = name;
+    ::setenv(common::kStateDirVariable, (folder_ / "state").c_str(), 1);
+  }
+  void TearDown() override {
+    ::unsetenv(common::kStateDirVariable);
+    std::filesystem::remove_all(folder_);
+  }
+
+  static pid_t Start(const std::function<int()>& body) {
+    const pid_t child = ::fork();
+    if (child != 0) return child;
+    ::_exit(body());
+  }
+  /// The exit status; minus the signal's number when one ended it.
+  static int Wait(pid_t child) {
+    int status = 0;
+    EXPECT_EQ(::waitpid(child, &status, 0), child);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+  }
+  static int InChild(const std::function<int()>& body) { return Wait(Start(body)); }
+
+  std::filesystem::path folder_;
+};
+
+/// The id as one number; 0 for the zero id.
+inline uint32_t Number(limid_t limid) { return uint32_t{limid.word[0]} << 16 | limid.word[1]; }
+
+/// 0 when the call failed.
+inline uint32_t NumberOf(const std::string& name) {
+  limid_t limid{};
+  return limid_from_intfname(&limid, name.c_str()) == 0 ? Number(limid) : 0;
+}
+
+inline limid_t LimidOf(uint32_t number) {
+  return {{static_cast<uint16_t>(number >> 16), static_cast<uint16_t>(number)}};
+}

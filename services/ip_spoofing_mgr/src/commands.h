@@ -1,0 +1,54 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "client_server.h"
+#include "control_server.h"
+#include "engine.h"
+#include "table.h"
+
+namespace mgr {
+
+/// What the operator's commands look at. All borrowed.
+struct CommandContext {
+  common::EventLoop& loop;
+  Table& table;
+  Engine& engine;
+  Dataplane& dataplane;
+  const ClientServer& clients;
+};
+
+/// The commands of the control socket:
+///   "show status"                      one part, an object
+///   "show ports|entries [port]"        rows
+///   "show counters|violators [port]"   rows
+///   "watch drops"                      rows as they come, no end
+///   "monitor" {port, on}               no part
+/// Rows come in parts {"rows": [...]}; "port" in the arguments selects one port.
+class Commands final {
+ public:
+  Commands(const CommandContext& context, ControlServer& server);
+  Commands(const Commands&) = delete;
+  Commands& operator=(const Commands&) = delete;
+  ~Commands();
+
+ private:
+  using Reply = std::shared_ptr<ControlServer::Reply>;
+  void ShowStatus(const Reply& reply) const;
+  void ShowPorts(const nlohmann::json& arguments, const Reply& reply) const;
+  void ShowEntries(const nlohmann::json& arguments, const Reply& reply) const;
+  void ShowCounters(const nlohmann::json& arguments, const Reply& reply) const;
+  void ShowViolators(const nlohmann::json& arguments, const Reply& reply) const;
+  void Monitor(const nlohmann::json& arguments, const Reply& reply) const;
+  void WatchDrops(const Reply& reply);
+  void OnDrops();
+  [[nodiscard]] std::string NameOf(PortId id) const;
+  [[nodiscard]] nlohmann::json DropJson(const Drop& drop) const;
+
+  const CommandContext context_;
+  std::vector<Reply> watchers_;
+};
+
+}  // namespace mgr

@@ -1,0 +1,60 @@
+#include <spdlog/sinks/stdout_sinks.h>
+#include <spdlog/spdlog.h>
+#include <systemd/sd-daemon.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdlib>
+#include <string>
+
+#include "common/event_loop.h"
+#include "common/paths.h"
+#include "manager.h"
+
+int main(int argc, char** argv) {
+  spdlog::set_default_logger(spdlog::stderr_logger_mt("ip-spoofing-mgr"));
+  // The journal has its own time stamps.
+  spdlog::set_pattern(std::getenv("JOURNAL_STREAM") != nullptr ? "%l: %v"
+                                                               : "%Y-%m-%dT%H:%M:%S.%e ip-spoofing-mgr %l: %v");
+
+  mgr::ManagerOptions options{.run_dir = common::RunDir()};
+  int64_t hold = options.hold.count();
+  std::string level = "info";
+  CLI::App app{"Manager of anti-IP-spoofing filters: programs the forwarding plane as its client asks"};
+  app.add_option("--dataplane", options.dataplane, "Which one to use; auto: the best that works here")
+      ->capture_default_str();
+  app.add_option("--capacity", options.capacity, "Entries that can be in force at the same time")
+      ->check(CLI::Range(size_t{1}, size_t{4'000'000}))
+      ->capture_default_str();
+  app.add_option("--hold", hold, "Milliseconds that what a batch takes away waits for the batch behind it")
+      ->check(CLI::Range(0, 10'000))
+      ->capture_default_str();
+  app.add_flag("--assume-interfaces", options.assume_interfaces,
+               "Treat every interface as present (memory dataplane only)");
+  app.add_option("--log-level", level, "What to log")
+      ->check(CLI::IsMember({"debug", "info", "warning", "error"}))
+      ->capture_default_str();
+  CLI11_PARSE(app, argc, argv);
+  options.hold = std::chrono::milliseconds{hold};
+  spdlog::set_level(spdlog::level::from_str(level));
+
+  const auto loop = common::EventLoop::Create(true);
+  if (!loop) {
+    spdlog::error("the event loop cannot be made");
+    return EXIT_FAILURE;
+  }
+  const auto manager = mgr::Manager::Start(*loop, options);
+  if (!manager) {
+    spdlog::error("{}", manager.error().Text());
+    return EXIT_FAILURE;
+  }
+  ::sd_notify(0, "READY=1");
+  spdlog::info("ready in {}", options.run_dir);
+  const bool running = true;
+  if (const int error = loop->Run(&running); error != 0) {
+    spdlog::error("{}", common::SystemError("event loop", "", error).Text());
+    return EXIT_FAILURE;
+  }
+  ::sd_notify(0, "STOPPING=1");
+  spdlog::info("ends; what is in force stays");
+  return EXIT_SUCCESS;
+}

@@ -1,0 +1,86 @@
+/// Loaded into the daemon in front of the manager's client (LD_PRELOAD): writes down every request, then makes it.
+/// REQUEST_PROBE_LOG names the file, which gets a line for each request; REQUEST_PROBE_STOP_AT the number, from 1, of
+/// the request before which the process stops itself (SIGSTOP), as often as that number comes.
+#include <arpa/inet.h>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "ip_spoofing_mgr_client.h"
+
+namespace {
+
+using ip_spoofing_mgr::AllowedIpEntry;
+using ip_spoofing_mgr::IpSpoofingPreventionMgrClient;
+
+std::string NameOf(const limid_t& limid) {
+  std::array<char, 64> name{};
+  return ::limid_to_intfname(limid, name.data(), name.size()) == 0 ? name.data() : "(no interface)";
+}
+
+std::string MacText(const uint8_t* mac) {
+  std::array<char, 18> text{};
+  std::snprintf(text.data(), text.size(), "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3], mac[4],
+                mac[5]);
+  return std::string{text.data()} == "00:00:00:00:00:00" ? "any" : text.data();
+}
+
+std::string EntryText(const AllowedIpEntry& entry, const uint8_t* mac) {
+  std::array<char, INET_ADDRSTRLEN> address{};
+  ::inet_ntop(AF_INET, entry.address, address.data(), address.size());
+  return NameOf(entry.limid) + " " + address.data() + " " + std::to_string(entry.vlan) + " " + MacText(mac);
+}
+
+void Write(const std::string& line) {
+  static int count = 0;
+  static const char* const stop_at = std::getenv("REQUEST_PROBE_STOP_AT");
+  static const int log = ::open(std::getenv("REQUEST_PROBE_LOG"), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+  if (stop_at != nullptr && ++count == std::atoi(stop_at)) ::raise(SIGSTOP);
+  const std::string text = line + "\n";
+  if (::write(log, text.data(), text.size()) != static_cast<ssize_t>(text.size())) std::abort();
+}
+
+/// The member function that this library stands in front of. It takes the object as its first argument.
+template <class... Args>
+int Next(const char* symbol, Args... args) {
+  using Function = int (*)(Args...);
+  const auto next = reinterpret_cast<Function>(::dlsym(RTLD_NEXT, symbol));
+  if (next == nullptr) std::abort();
+  return next(args...);
+}
+
+#define NEXT(member, arguments) "_ZN15ip_spoofing_mgr29IpSpoofingPreventionMgrClient" member arguments
+
+}  // namespace
+
+int ip_spoofing_mgr::IpSpoofingPreventionMgrClient::SendIpSpoofing(const limid_t* limid, bool enable) {
+  Write((enable ? "enable " : "disable ") + NameOf(*limid));
+  return Next(NEXT("14SendIpSpoofing", "EPK5limidb"), this, limid, enable);
+}
+
+int ip_spoofing_mgr::IpSpoofingPreventionMgrClient::SendAllowedIpAll(const limid_t* limid,
+                                                                     ip_spoofing_mgr::AllowedAllMode mode) {
+  Write("mode " + NameOf(*limid) + " " + std::to_string(mode));
+  return Next(NEXT("16SendAllowedIpAll", "EPK5limidj"), this, limid, mode);
+}
+
+int ip_spoofing_mgr::IpSpoofingPreventionMgrClient::SendAddEntry(const AllowedIpEntry* entry, const uint8_t* mac) {
+  Write("add " + EntryText(*entry, mac));
+  return Next(NEXT("12SendAddEntry", "EPKNS_14AllowedIpEntryEPKh"), this, entry, mac);
+}
+
+int ip_spoofing_mgr::IpSpoofingPreventionMgrClient::SendRemoveEntry(const AllowedIpEntry* entry, const uint8_t* mac) {
+  Write("remove " + EntryText(*entry, mac));
+  return Next(NEXT("15SendRemoveEntry", "EPKNS_14AllowedIpEntryEPKh"), this, entry, mac);
+}
+
+int ip_spoofing_mgr::IpSpoofingPreventionMgrClient::SendUpdateEntry(const AllowedIpEntry* entry, const uint8_t* mac) {
+  Write("update " + EntryText(*entry, mac));
+  return Next(NEXT("15SendUpdateEntry", "EPKNS_14AllowedIpEntryEPKh"), this, entry, mac);
+}
