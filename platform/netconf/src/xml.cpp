@@ -190,39 +190,55 @@ std::string_view Trim(std::string_view text) {
   return text;
 }
 
-void AppendEscaped(std::string_view text, std::string* out) {
+namespace {
+
+const char* Entity(char c) {
+  switch (c) {
+    case '&':
+      return "&amp;";
+    case '<':
+      return "&lt;";
+    case '>':
+      return "&gt;";
+    case '\r':
+      return "&#13;";
+    default:
+      return nullptr;
+  }
+}
+
+const char* AttributeEntity(char c) {
+  switch (c) {
+    case '"':
+      return "&quot;";
+    case '\t':
+      return "&#9;";
+    case '\n':
+      return "&#10;";
+    default:
+      return Entity(c);
+  }
+}
+
+void AppendWith(const char* (*entity)(char), std::string_view text, std::string* out) {
   size_t plain = 0;
   for (size_t i = 0; i < text.size(); ++i) {
-    const char* replacement = nullptr;
-    switch (text[i]) {
-      case '&':
-        replacement = "&amp;";
-        break;
-      case '<':
-        replacement = "&lt;";
-        break;
-      case '>':
-        replacement = "&gt;";
-        break;
-      case '"':
-        replacement = "&quot;";
-        break;
-      case '\t':
-        replacement = "&#9;";
-        break;
-      case '\n':
-        replacement = "&#10;";
-        break;
-      case '\r':
-        replacement = "&#13;";
-        break;
-      default:
-        continue;
-    }
+    const char* replacement = entity(text[i]);
+    if (replacement == nullptr) continue;
     out->append(text, plain, i - plain).append(replacement);
     plain = i + 1;
   }
   out->append(text, plain);
+}
+
+}  // namespace
+
+void AppendEscaped(std::string_view text, std::string* out) { AppendWith(Entity, text, out); }
+
+std::string EscapedAttribute(std::string_view text) {
+  std::string out;
+  AppendWith(AttributeEntity, text, &out);
+  return out;
 }
 
 std::string Escaped(std::string_view text) {
@@ -235,21 +251,21 @@ namespace {
 
 void AppendXmlIn(const XmlElement& element, std::string_view outer_ns, std::string* out) {
   out->append("<").append(element.name->local);
-  if (element.name->ns != outer_ns) {
-    out->append(" xmlns=\"");
-    AppendEscaped(element.name->ns, out);
-    out->append("\"");
-  }
+  if (element.name->ns != outer_ns) out->append(" xmlns=\"").append(EscapedAttribute(element.name->ns)).append("\"");
+  std::string declared;
   for (const XmlAttribute* a = element.attributes; a != nullptr; a = a->next) {
-    if (!a->prefix.empty() && a->prefix != "xml") {
-      out->append(" xmlns:").append(a->prefix).append("=\"");
-      AppendEscaped(a->name->ns, out);
-      out->append("\"");
-    }
-    out->append(" ").append(a->prefix).append(a->prefix.empty() ? "" : ":").append(a->name->local).append("=\"");
-    AppendEscaped(a->value, out);
-    out->append("\"");
+    const std::string prefix = a->prefix.empty() ? "" : std::string{a->prefix} + ":";
+    const std::string declaration = " xmlns:" + std::string{a->prefix} + "=\"" + EscapedAttribute(a->name->ns) + "\"";
+    if (!prefix.empty() && a->prefix != "xml" && declared.find(declaration) == std::string::npos)
+      declared += declaration;
+    out->append(" ")
+        .append(prefix)
+        .append(a->name->local)
+        .append("=\"")
+        .append(EscapedAttribute(a->value))
+        .append("\"");
   }
+  out->append(declared);
   if (element.text.empty() && element.first_child == nullptr) {
     out->append("/>");
     return;

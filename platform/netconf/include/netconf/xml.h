@@ -70,9 +70,11 @@ class XmlDocument final {
 /// `text` without the white space of XML around it.
 std::string_view Trim(std::string_view text);
 
-/// Appends `text` with & < > " and the control characters that XML would change escaped: fit for elements and
-/// attributes in double quotes.
+/// Appends `text` with everything escaped that XML would take for markup or change: & < > and carriage returns.
 void AppendEscaped(std::string_view text, std::string* out);
+/// Escaped for an attribute in double quotes: quotes, tabs and line feeds too.
+std::string EscapedAttribute(std::string_view text);
+/// Escaped for element content.
 std::string Escaped(std::string_view text);
 
 /// Appends `element` as XML that stands for itself: every namespace in use is declared in it.

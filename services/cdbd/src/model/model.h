@@ -29,20 +29,22 @@ struct ModelOptions {
 
 /// What cdbd knows of a node beyond what the store's schema says.
 struct NodeExtras {
-  const lysc_node* schema = nullptr;          ///< null for the root
-  std::vector<cdb_store::NodeId> rivals;      ///< nodes in other cases of its choices: gone when this one is set
+  const lysc_node* schema = nullptr;      ///< null for the root
+  std::vector<cdb_store::NodeId> rivals;  ///< nodes in other cases of its choices: gone when this one is set
 };
 
 /// The compiled data model: libyang's context, and the store's schema made from it. Immutable once loaded.
 class Model final {
  public:
-  /// Compiles the modules. Fails with libyang's words, or on what the store cannot hold (user-ordered lists, anydata, ...).
+  /// Compiles the modules. Fails with libyang's words, or on what the store cannot hold (user-ordered lists, anydata,
+  /// ...).
   static common::Result<std::unique_ptr<Model>> Load(const ModelOptions& options);
 
   [[nodiscard]] const cdb_store::Schema& schema() const noexcept { return schema_; }
   [[nodiscard]] const ly_ctx* context() const noexcept { return context_.get(); }
   [[nodiscard]] const NodeExtras& extras(const cdb_store::Node& node) const { return extras_[node.id]; }
-  /// The data model has a rule that involves more than the value of one leaf: must, when, leafref, unique, mandatory, ...
+  /// The data model has a rule that involves more than the value of one leaf: must, when, leafref, unique, mandatory,
+  /// ...
   [[nodiscard]] bool has_constraints() const noexcept { return has_constraints_; }
 
   /// Number of the data node, kRootId when the schema does not have it.

@@ -61,20 +61,34 @@ void CollectEnums(const lysc_type* type, std::vector<cdb_store::EnumName>* enums
 
 ValueType PlainType(LY_DATA_TYPE type) {
   switch (type) {
-    case LY_TYPE_EMPTY: return ValueType::kEmpty;
-    case LY_TYPE_INT8: return ValueType::kInt8;
-    case LY_TYPE_INT16: return ValueType::kInt16;
-    case LY_TYPE_INT32: return ValueType::kInt32;
-    case LY_TYPE_INT64: return ValueType::kInt64;
-    case LY_TYPE_UINT8: return ValueType::kUint8;
-    case LY_TYPE_UINT16: return ValueType::kUint16;
-    case LY_TYPE_UINT32: return ValueType::kUint32;
-    case LY_TYPE_UINT64: return ValueType::kUint64;
-    case LY_TYPE_BOOL: return ValueType::kBool;
-    case LY_TYPE_ENUM: return ValueType::kEnum;
-    case LY_TYPE_BINARY: return ValueType::kBinary;
-    case LY_TYPE_DEC64: return ValueType::kDecimal64;
-    default: return ValueType::kString;
+    case LY_TYPE_EMPTY:
+      return ValueType::kEmpty;
+    case LY_TYPE_INT8:
+      return ValueType::kInt8;
+    case LY_TYPE_INT16:
+      return ValueType::kInt16;
+    case LY_TYPE_INT32:
+      return ValueType::kInt32;
+    case LY_TYPE_INT64:
+      return ValueType::kInt64;
+    case LY_TYPE_UINT8:
+      return ValueType::kUint8;
+    case LY_TYPE_UINT16:
+      return ValueType::kUint16;
+    case LY_TYPE_UINT32:
+      return ValueType::kUint32;
+    case LY_TYPE_UINT64:
+      return ValueType::kUint64;
+    case LY_TYPE_BOOL:
+      return ValueType::kBool;
+    case LY_TYPE_ENUM:
+      return ValueType::kEnum;
+    case LY_TYPE_BINARY:
+      return ValueType::kBinary;
+    case LY_TYPE_DEC64:
+      return ValueType::kDecimal64;
+    default:
+      return ValueType::kString;
   }
 }
 
@@ -101,7 +115,12 @@ common::Status SchemaCompiler::Run() {
   auto schema = builder_.Build();
   if (!schema) return schema.error();
   model_.schema_ = std::move(schema).value();
-  model_.content_id_ = std::to_string(ly_ctx_get_modules_hash(model_.context_.get()));
+  std::string modules;
+  index = 0;
+  while (const lys_module* module = ly_ctx_get_module_iter(model_.context_.get(), &index))
+    modules += std::string{module->name} + "@" + (module->revision != nullptr ? module->revision : "") +
+               (module->implemented != 0 ? "+" : "") + "\n";
+  model_.content_id_ = std::to_string(cdb_store::NameHash(modules));
   FindRivals();
   return common::Ok();
 }
@@ -109,8 +128,7 @@ common::Status SchemaCompiler::Run() {
 uint16_t SchemaCompiler::NamespaceOf(const lys_module& module) {
   if (const auto found = namespaces_.find(&module); found != namespaces_.end()) return found->second;
   uint32_t hash = 0;
-  if (const char* text = Extension(module.compiled->exts, "namespace-hash"))
-    hash = ParseNumber(text).value_or(0);
+  if (const char* text = Extension(module.compiled->exts, "namespace-hash")) hash = ParseNumber(text).value_or(0);
   const uint16_t ns = builder_.AddNamespace({hash, module.prefix, module.name, module.ns});
   namespaces_.emplace(&module, ns);
   return ns;
@@ -125,7 +143,8 @@ common::Status SchemaCompiler::AddChildren(const lysc_node* first, NodeId parent
 common::Status SchemaCompiler::AddNode(const lysc_node& node, NodeId parent, bool under_provider) {
   const bool config = (node.flags & LYS_CONFIG_W) != 0;
   if (config) NoteConstraints(node);
-  if ((node.nodetype & (LYS_CHOICE | LYS_CASE)) != 0) return AddChildren(lysc_node_child(&node), parent, under_provider);
+  if ((node.nodetype & (LYS_CHOICE | LYS_CASE)) != 0)
+    return AddChildren(lysc_node_child(&node), parent, under_provider);
 
   const char* callpoint = Extension(node.exts, "callpoint");
   if (callpoint != nullptr && (config || node.nodetype != LYS_LIST || under_provider))
@@ -145,9 +164,15 @@ common::Status SchemaCompiler::AddNode(const lysc_node& node, NodeId parent, boo
     case LYS_CONTAINER:
       spec.kind = (node.flags & LYS_PRESENCE) != 0 ? NodeKind::kPresenceContainer : NodeKind::kContainer;
       break;
-    case LYS_LIST: spec.kind = NodeKind::kList; break;
-    case LYS_LEAF: spec.kind = NodeKind::kLeaf; break;
-    case LYS_LEAFLIST: spec.kind = NodeKind::kLeafList; break;
+    case LYS_LIST:
+      spec.kind = NodeKind::kList;
+      break;
+    case LYS_LEAF:
+      spec.kind = NodeKind::kLeaf;
+      break;
+    case LYS_LEAFLIST:
+      spec.kind = NodeKind::kLeafList;
+      break;
     default:
       if (config) return Refuse(node, "anydata and anyxml cannot be configuration here");
       return common::Ok();
@@ -202,7 +227,8 @@ void SchemaCompiler::NoteConstraints(const lysc_node& node) {
     const auto& list = reinterpret_cast<const lysc_node_leaflist&>(node);
     found |= list.min > 0 || (list.max != 0 && list.max != UINT32_MAX);
   }
-  if (lysc_is_key(&node)) found = lysc_has_when(&node) != nullptr;  // a key is always there
+  const lysc_node* self = &node;
+  if (lysc_is_key(self)) found = lysc_has_when(&node) != nullptr;  // a key is always there
   if ((node.nodetype & (LYS_LEAF | LYS_LEAFLIST)) != 0) {
     std::vector<const lysc_type*> open{TypeOf(node)};
     while (!open.empty()) {

@@ -1,0 +1,80 @@
+#include "app/database_server.h"
+
+#include <spdlog/spdlog.h>
+
+#include "common/paths.h"
+#include "netconf/server.h"
+#include "ops/operations.h"
+#include "providers/provider.h"
+#include "state/own_state.h"
+#include "state/state_reader.h"
+
+namespace cdbd {
+namespace {
+
+class NoDelivery final : public Delivery {
+ public:
+  bool HasSubscribers() const override { return false; }
+  void Deliver(const cdb_store::Txid&, Done done) override { done({}); }
+};
+class NoProviders final : public Providers {
+ public:
+  bool Serves(const std::string&) const override { return false; }
+  void Fetch(const cdb_store::Node& list, std::string_view, Done done) override {
+    done(common::Error{"callpoint", list.callpoint, "no data provider is connected"});
+  }
+};
+
+}  // namespace
+
+/// In the order of construction; requests that are under way go before the sessions they would answer.
+struct DatabaseServer::Parts {
+  Parts(common::EventLoop& loop, std::unique_ptr<Model> loaded, std::unique_ptr<cdb_store::StoreWriter> opened)
+      : model{std::move(loaded)}, store{std::move(opened)}, state{*model} {
+    core = std::make_unique<Core>(loop, *model, *store);
+  }
+
+  std::unique_ptr<Model> model;
+  std::unique_ptr<cdb_store::StoreWriter> store;
+  std::unique_ptr<NetconfServer> netconf;
+  StateReader state;
+  NoDelivery delivery;
+  NoProviders providers;
+  std::unique_ptr<Core> core;
+};
+
+DatabaseServer::DatabaseServer(std::unique_ptr<Parts> parts) : parts_{std::move(parts)} {}
+DatabaseServer::~DatabaseServer() = default;
+
+common::Result<std::unique_ptr<DatabaseServer>> DatabaseServer::Start(common::EventLoop& loop,
+                                                                      const ServerOptions& options) {
+  auto model = Model::Load(options.model);
+  if (!model) return model.error();
+  for (const std::string& dir : {options.run_dir, options.state_dir, options.state_dir + "/cdb"})
+    if (const common::Status made = common::EnsureDir(dir); !made) return made.error();
+  cdb_store::StoreOptions store_options;
+  store_options.path = options.state_dir + "/cdb";
+  store_options.map_size = options.map_size;
+  store_options.durable = options.durable;
+  auto store = cdb_store::StoreWriter::Open(store_options, model.value()->schema(), "cdbd");
+  if (!store) return store.error();
+
+  auto parts = std::make_unique<Parts>(loop, std::move(model).value(), std::move(store).value());
+  Core& core = *parts->core;
+  core.delivery = &parts->delivery;
+  core.providers = &parts->providers;
+  core.state = &parts->state;
+  AddOwnState(core, &parts->state);
+  NetconfServer::Callbacks callbacks;
+  callbacks.request = [&core](const RpcPtr& rpc) { Dispatch(core, rpc); };
+  callbacks.session_ended = [&core](uint32_t session) { OnSessionEnded(core, session); };
+  auto netconf = NetconfServer::Listen(loop, options.run_dir + "/netconf.sock", options.netconf,
+                                       Capabilities(core.model), std::move(callbacks));
+  if (!netconf) return netconf.error();
+  parts->netconf = std::move(netconf).value();
+  core.netconf = parts->netconf.get();
+  spdlog::info("serving {} at transaction {}", core.store.path(), core.store.txid().number);
+  return std::unique_ptr<DatabaseServer>{new DatabaseServer{std::move(parts)}};
+}
+
+}  // namespace cdbd

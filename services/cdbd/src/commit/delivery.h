@@ -1,0 +1,21 @@
+#pragma once
+
+#include <functional>
+
+#include "cdb_store/store_writer.h"
+#include "netconf/rpc_error.h"
+
+namespace cdbd {
+
+/// Tells subscribers of a commit and waits for them.
+class Delivery {
+ public:
+  using Done = std::function<void(RpcErrors warnings)>;
+  virtual ~Delivery() = default;
+  /// Somebody is subscribed: the difference of the next commit has to be kept for them.
+  [[nodiscard]] virtual bool HasSubscribers() const = 0;
+  /// Delivers the store's last commit. `done` is called once, perhaps from within; the warnings are for the author.
+  virtual void Deliver(const cdb_store::Txid& txid, Done done) = 0;
+};
+
+}  // namespace cdbd

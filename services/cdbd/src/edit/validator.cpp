@@ -1,0 +1,117 @@
+#include "edit/validator.h"
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+
+#include "cdb_store/packed_row.h"
+#include "model/data_path.h"
+#include "read/data_writer.h"
+
+namespace cdbd {
+namespace {
+
+using cdb_store::InstanceKey;
+using cdb_store::Node;
+
+struct Located {
+  const Node* node = nullptr;
+  InstanceKey keys;
+};
+
+/// The store's name for a node of a data tree.
+bool Locate(const Model& model, const lyd_node& at, Located* out) {
+  const cdb_store::NodeId id = Model::IdOf(*at.schema);
+  if (id == cdb_store::kRootId) return false;
+  out->node = &model.schema().node(id);
+  std::vector<const lyd_node*> way;
+  for (const lyd_node* up = &at; up != nullptr; up = lyd_parent(up)) way.push_back(up);
+  for (auto step = way.rbegin(); step != way.rend(); ++step) {
+    const Node& node = model.schema().node(Model::IdOf(*(*step)->schema));
+    const auto append = [&](const Node& key, const lyd_node* value) {
+      const auto stored = cdb_store::ValueFromText(key, lyd_get_value(value));
+      return stored.ok() && out->keys.Append(key.type, stored.value());
+    };
+    if (node.kind == cdb_store::NodeKind::kLeafList && !append(node, *step)) return false;
+    const lyd_node* child = lyd_child(*step);
+    for (const cdb_store::NodeId key : node.keys) {
+      if (child == nullptr || !append(model.schema().node(key), child)) return false;
+      child = child->next;
+    }
+  }
+  return true;
+}
+
+bool ExistedBefore(const Model& model, const cdb_store::WriteTxn& txn, const lyd_node& node) {
+  Located at;
+  if (!Locate(model, node, &at)) return false;
+  const Node& holder = model.schema().node(at.node->row);
+  const auto row = txn.OldRow(holder, at.keys.keys());
+  if (at.node->kind == cdb_store::NodeKind::kLeaf) return row && cdb_store::FindLeaf(*row, at.node->id).has_value();
+  if (at.node->kind != cdb_store::NodeKind::kContainer) return row.has_value();
+  if (row && cdb_store::HasLeafIn(*row, at.node->id, at.node->end)) return true;
+  for (const lyd_node* child = lyd_child(&node); child != nullptr; child = child->next)
+    if (ExistedBefore(model, txn, *child)) return true;
+  return false;
+}
+
+/// Marks what libyang may delete by itself when its "when" does not hold.
+void MarkOld(const Model& model, const cdb_store::WriteTxn& txn, lyd_node* first) {
+  for (lyd_node* node = first; node != nullptr; node = node->next) {
+    if (node->schema == nullptr) continue;
+    if (lysc_has_when(node->schema) != nullptr && ExistedBefore(model, txn, *node)) node->flags |= LYD_WHEN_TRUE;
+    MarkOld(model, txn, lyd_child_no_keys(node));
+  }
+}
+
+common::Status DeleteVanished(const Model& model, cdb_store::WriteTxn& txn, const lyd_node* first) {
+  for (const lyd_node* node = first; node != nullptr; node = node->next) {
+    const lyd_meta* operation = lyd_find_meta(node->meta, nullptr, "yang:operation");
+    Located at;
+    if (operation != nullptr && std::strcmp(lyd_get_meta_value(operation), "delete") == 0) {
+      if ((node->flags & LYD_DEFAULT) == 0 && Locate(model, *node, &at))
+        if (const common::Status deleted = txn.Delete(*at.node, at.keys.keys()); !deleted) return deleted;
+      continue;
+    }
+    if (const common::Status below = DeleteVanished(model, txn, lyd_child_no_keys(node)); !below) return below;
+  }
+  return common::Ok();
+}
+
+RpcError FromComplaint(const Model& model) {
+  const Complaint complaint = LastComplaint(model.context());
+  RpcError error{.tag = "operation-failed", .message = complaint.message};
+  error.app_tag = complaint.app_tag;
+  SetLibyangPath(model, complaint.path, &error);
+  const auto says = [&](std::string_view words) { return complaint.message.find(words) != std::string::npos; };
+  if (complaint.app_tag == "instance-required" || complaint.app_tag == "missing-choice" || says("Mandatory"))
+    error.tag = "data-missing";
+  if (says("When condition")) error.tag = "unknown-element";
+  return error;
+}
+
+}  // namespace
+
+RpcErrors Validate(const Model& model, const cdb_store::View& view, cdb_store::WriteTxn* txn) {
+  std::string xml;
+  DataWriter{model, view, nullptr}.Write(Selection::Everything(), &xml);
+  ly_err_clean(const_cast<ly_ctx*>(model.context()), nullptr);
+  lyd_node* raw = nullptr;
+  const LY_ERR parsed = lyd_parse_data_mem(model.context(), xml.c_str(), LYD_XML,
+                                           LYD_PARSE_ONLY | LYD_PARSE_STRICT | LYD_PARSE_NO_STATE, 0, &raw);
+  TreePtr tree{raw};
+  if (parsed != LY_SUCCESS) return {FromComplaint(model)};
+  if (txn != nullptr) MarkOld(model, *txn, raw);
+  lyd_node* raw_diff = nullptr;
+  raw = tree.release();
+  const LY_ERR valid = lyd_validate_all(&raw, model.context(), LYD_VALIDATE_NO_STATE, &raw_diff);
+  tree.reset(raw);
+  const TreePtr diff{raw_diff};
+  if (valid != LY_SUCCESS) return {FromComplaint(model)};
+  if (txn == nullptr) return {};
+  if (const common::Status deleted = DeleteVanished(model, *txn, diff.get()); !deleted)
+    return {RpcError{.message = deleted.error().Text()}};
+  return {};
+}
+
+}  // namespace cdbd

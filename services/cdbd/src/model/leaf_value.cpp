@@ -1,0 +1,118 @@
+#include "model/leaf_value.h"
+
+namespace cdbd {
+namespace {
+
+using cdb_store::Node;
+
+const lysc_type* TypeOf(const lysc_node& node) {
+  if (node.nodetype == LYS_LEAF) return reinterpret_cast<const lysc_node_leaf&>(node).type;
+  return reinterpret_cast<const lysc_node_leaflist&>(node).type;
+}
+
+/// Values of the type may hold names with a prefix.
+bool HasPrefixes(const lysc_type* type) {
+  if (type->basetype == LY_TYPE_IDENT || type->basetype == LY_TYPE_INST) return true;
+  if (type->basetype == LY_TYPE_LEAFREF) return HasPrefixes(reinterpret_cast<const lysc_type_leafref*>(type)->realtype);
+  if (type->basetype != LY_TYPE_UNION) return false;
+  const auto* members = reinterpret_cast<const lysc_type_union*>(type);
+  LY_ARRAY_COUNT_TYPE i;
+  LY_ARRAY_FOR(members->types, i) {
+    if (HasPrefixes(members->types[i])) return true;
+  }
+  return false;
+}
+
+bool IsNameChar(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == '-' || c == '.';
+}
+
+/// Calls `with` for every name in `text`, outside of quotes, that a colon follows, and copies the rest.
+template <class Replace>
+std::string MapPrefixes(std::string_view text, Replace with) {
+  std::string out;
+  for (size_t at = 0; at < text.size();) {
+    const char c = text[at];
+    size_t end = at + 1;
+    if (c == '\'' || c == '"') {
+      end = std::min(text.find(c, at + 1), text.size() - 1) + 1;
+    } else if (IsNameChar(c)) {
+      while (end < text.size() && IsNameChar(text[end])) ++end;
+      if (end + 1 < text.size() && text[end] == ':' && IsNameChar(text[end + 1])) {
+        out += with(text.substr(at, end - at));
+        at = end;
+        continue;
+      }
+    }
+    out += text.substr(at, end - at);
+    at = end;
+  }
+  return out;
+}
+
+}  // namespace
+
+std::optional<std::string> StoredValue(const Model& model, const Node& leaf, const netconf::XmlElement& element,
+                                       RpcError* error) {
+  error->tag = "invalid-value";
+  if (element.first_child != nullptr) {
+    error->tag = "bad-element";
+    error->message = "'" + leaf.name + "' is a leaf and holds no elements";
+    error->info = BadElement(leaf.name);
+    return std::nullopt;
+  }
+  const lysc_node* schema = model.extras(leaf).schema;
+  std::string mapped;
+  std::string_view text = element.text;
+  if (HasPrefixes(TypeOf(*schema))) {
+    mapped = MapPrefixes(netconf::Trim(text), [&](std::string_view prefix) {
+      const std::string ns{element.Namespace(prefix)};
+      const lys_module* module = ly_ctx_get_module_implemented_ns(model.context(), ns.c_str());
+      return module != nullptr ? std::string{module->name} : std::string{prefix};
+    });
+    text = mapped;
+  }
+  ly_err_clean(const_cast<ly_ctx*>(model.context()), nullptr);
+  const char* canonical = nullptr;
+  const LY_ERR valid =
+      lyd_value_validate(model.context(), schema, text.data(), text.size(), nullptr, nullptr, &canonical);
+  if (valid != LY_SUCCESS && valid != LY_EINCOMPLETE) {
+    const Complaint complaint = LastComplaint(model.context());
+    error->message = complaint.message;
+    error->app_tag = complaint.app_tag;
+    return std::nullopt;
+  }
+  auto stored = cdb_store::ValueFromText(leaf, canonical != nullptr ? canonical : "");
+  lydict_remove(model.context(), canonical);
+  if (!stored) {
+    error->message = stored.error().Text();
+    return std::nullopt;
+  }
+  return std::move(stored).value();
+}
+
+void AppendLeafElement(const Model& model, const Node& leaf, std::string_view xmlns, std::string_view text,
+                       std::string* out) {
+  out->append("<").append(leaf.name).append(xmlns);
+  const lysc_node* schema = model.extras(leaf).schema;
+  if (schema != nullptr && HasPrefixes(TypeOf(*schema))) {
+    std::string declared;
+    MapPrefixes(text, [&](std::string_view prefix) {
+      const lys_module* module = ly_ctx_get_module_implemented(model.context(), std::string{prefix}.c_str());
+      const std::string declaration =
+          module == nullptr ? "" : " xmlns:" + std::string{prefix} + "=\"" + netconf::EscapedAttribute(module->ns) + "\"";
+      if (declared.find(declaration) == std::string::npos) declared += declaration;
+      return std::string{};
+    });
+    out->append(declared);
+  }
+  if (text.empty()) {
+    out->append("/>");
+    return;
+  }
+  out->append(">");
+  netconf::AppendEscaped(text, out);
+  out->append("</").append(leaf.name).append(">");
+}
+
+}  // namespace cdbd

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "model/model.h"
+#include "netconf/rpc_error.h"
+#include "netconf/xml.h"
+
+namespace cdbd {
+
+/// The stored form of a leaf's or leaf-list's value written in `element`, checked against the data model. On failure
+/// nothing, and tag, app-tag and message of `error` say why (the path is the caller's).
+std::optional<std::string> StoredValue(const Model& model, const cdb_store::Node& leaf,
+                                       const netconf::XmlElement& element, RpcError* error);
+
+/// Appends `text`, the canonical value of `leaf`, as the content of its element: "<name", what namespaces the value
+/// needs, ">", the text. The element's own namespace declaration is `xmlns` ("" or " xmlns=...").
+void AppendLeafElement(const Model& model, const cdb_store::Node& leaf, std::string_view xmlns, std::string_view text,
+                       std::string* out);
+
+}  // namespace cdbd

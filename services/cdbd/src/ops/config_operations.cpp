@@ -1,0 +1,170 @@
+#include <spdlog/spdlog.h>
+
+#include "edit/editor.h"
+#include "edit/validator.h"
+#include "netconf/server.h"
+#include "ops/operations.h"
+#include "ops/params.h"
+#include "read/data_writer.h"
+#include "read/get_request.h"
+
+namespace cdbd {
+namespace {
+
+using netconf::XmlElement;
+
+/// Records of a commit from which on the difference is folded in right after its delivery.
+constexpr size_t kSettleFrom = 1000;
+
+struct EditRequest {
+  EditOptions options;
+  bool test_only = false;
+};
+
+void CheckFilter(const XmlElement* filter, std::optional<RpcError>* error) {
+  if (filter == nullptr || error->has_value()) return;
+  const netconf::XmlAttribute* type = filter->Attribute("", "type");
+  if (type == nullptr) type = filter->Attribute(netconf::kBaseNs, "type");
+  if (type == nullptr || type->value == "subtree") return;
+  RpcError bad{.type = "protocol", .tag = "bad-attribute"};
+  bad.message = "filters of type '" + std::string{type->value} + "' are not supported, only 'subtree'";
+  bad.info = BadAttribute("type", "filter");
+  *error = std::move(bad);
+}
+
+Selection SelectionOf(const XmlElement* filter) {
+  return filter == nullptr ? Selection::Everything() : Selection::Of(*filter);
+}
+
+/// Checks what every writer has to; the transaction, or an error in `errors`.
+std::optional<cdb_store::WriteTxn> Begin(Core& core, RpcErrors* errors) {
+  core.store.ReleaseDeadReaders();
+  auto txn = core.store.Begin();
+  if (txn) return std::move(txn).value();
+  errors->push_back({.message = txn.error().Text()});
+  return std::nullopt;
+}
+
+/// Applies the edit and checks the outcome. The transaction when there is something to commit; `errors` may hold what
+/// was left out.
+std::optional<cdb_store::WriteTxn> Prepare(Core& core, const EditRequest& request, const XmlElement& config,
+                                           RpcErrors* errors) {
+  auto txn = Begin(core, errors);
+  if (!txn) return std::nullopt;
+  *errors = Editor{core.model, *txn, request.options}.Apply(config);
+  if (!errors->empty() && !request.options.continue_on_error) return std::nullopt;
+  if (!txn->HasChanges()) return std::nullopt;
+  if (core.model.has_constraints()) {
+    RpcErrors broken = Validate(core.model, txn->Running(), &*txn);
+    if (!broken.empty()) {
+      errors->insert(errors->end(), broken.begin(), broken.end());
+      return std::nullopt;
+    }
+    if (!txn->HasChanges()) return std::nullopt;
+  }
+  return txn;
+}
+
+void Answer(const RpcPtr& rpc, const RpcErrors& errors) { errors.empty() ? rpc->Ok() : rpc->Fail(errors); }
+
+void RunEdit(Core& core, const RpcPtr& rpc, const EditRequest& request, const CommitLine::Done& done) {
+  RpcErrors errors;
+  const SessionInfo* author = core.netconf->Find(rpc->session());
+  if (author == nullptr) return done();  // nobody waits for it any more
+  if (core.lock && core.lock->session != rpc->session()) {
+    RpcError error{.type = "protocol", .tag = "in-use"};
+    error.message = "running is locked by session " + std::to_string(core.lock->session);
+    rpc->Fail(std::move(error));
+    return done();
+  }
+  const XmlElement& config = *rpc->operation().Child(netconf::kBaseNs, "config");
+  auto txn = Prepare(core, request, config, &errors);
+  if (!txn || request.test_only) {
+    txn.reset();
+    Answer(rpc, errors);
+    return done();
+  }
+  // Without anybody subscribed the difference has no reader.
+  const bool followed = core.delivery->HasSubscribers();
+  const auto txid = txn->Commit(followed ? cdb_store::CommitKind::kNormal : cdb_store::CommitKind::kBulk);
+  txn.reset();
+  if (!txid) {
+    spdlog::error("commit of session {} (user {}): {}", author->id, author->user, txid.error().Text());
+    errors.push_back({.message = txid.error().Text()});
+    rpc->Fail(errors);
+    return done();
+  }
+  spdlog::info("transaction {} committed by session {} (user {})", txid.value().number, author->id, author->user);
+  core.delivery->Deliver(txid.value(), [&core, rpc, errors, done](const RpcErrors& warnings) {
+    if (const common::Status settled = core.store.Settle(kSettleFrom); !settled)
+      spdlog::error("{}", settled.error().Text());
+    RpcErrors all = errors;
+    all.insert(all.end(), warnings.begin(), warnings.end());
+    Answer(rpc, all);
+    done();
+  });
+}
+
+}  // namespace
+
+void GetConfig(Core& core, const RpcPtr& rpc) {
+  Params params{rpc->operation(), {"source", "filter"}};
+  params.RequireOneOf("source", {"running"});
+  std::optional<RpcError> error = params.error();
+  const XmlElement* filter = params.Find("filter");
+  CheckFilter(filter, &error);
+  if (error) return rpc->Fail(*error);
+  const auto snapshot = core.store.Take();
+  if (!snapshot) return rpc->Fail(RpcError{.message = snapshot.error().Text()});
+  std::string data{"<data>"};
+  DataWriter{core.model, snapshot.value()->Running(), nullptr}.Write(SelectionOf(filter), &data);
+  rpc->Content(data + "</data>");
+}
+
+void Get(Core& core, const RpcPtr& rpc) {
+  const Params params{rpc->operation(), {"filter"}};
+  std::optional<RpcError> error = params.error();
+  const XmlElement* filter = params.Find("filter");
+  CheckFilter(filter, &error);
+  if (error) return rpc->Fail(*error);
+  StartGet(core, rpc, SelectionOf(filter));
+}
+
+void EditConfig(Core& core, const RpcPtr& rpc) {
+  Params params{rpc->operation(), {"target", "default-operation", "test-option", "error-option", "config"}};
+  params.RequireOneOf("target", {"running"});
+  EditRequest request;
+  const std::string_view operation = params.Text("default-operation", "merge");
+  const auto default_operation = ParseOperation(operation);
+  if (operation == "merge" || operation == "replace" || operation == "none")
+    request.options.default_operation = *default_operation;
+  else
+    params.Invalid("default-operation", operation);
+  const std::string_view test = params.Text("test-option", "test-then-set");
+  if (test != "test-then-set" && test != "set" && test != "test-only") params.Invalid("test-option", test);
+  request.test_only = test == "test-only";
+  const std::string_view on_error = params.Text("error-option", "stop-on-error");
+  if (on_error != "stop-on-error" && on_error != "continue-on-error" && on_error != "rollback-on-error")
+    params.Invalid("error-option", on_error);
+  request.options.continue_on_error = on_error == "continue-on-error";
+  params.Require("config");
+  if (params.error()) return rpc->Fail(*params.error());
+  core.line.Submit([&core, rpc, request](const CommitLine::Done& done) { RunEdit(core, rpc, request, done); });
+}
+
+void ValidateConfig(Core& core, const RpcPtr& rpc) {
+  Params params{rpc->operation(), {"source"}};
+  const XmlElement* source = params.RequireOneOf("source", {"running", "config"});
+  if (params.error()) return rpc->Fail(*params.error());
+  RpcErrors errors;
+  auto txn = Begin(core, &errors);
+  if (txn && source->name->local == "config") {
+    EditOptions options;
+    options.default_operation = Operation::kReplace;
+    errors = Editor{core.model, *txn, options}.Apply(*source);
+  }
+  if (txn && errors.empty() && core.model.has_constraints()) errors = Validate(core.model, txn->Running(), nullptr);
+  Answer(rpc, errors);
+}
+
+}  // namespace cdbd

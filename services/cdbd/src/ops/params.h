@@ -1,0 +1,39 @@
+#pragma once
+
+#include <initializer_list>
+#include <optional>
+#include <string_view>
+
+#include "netconf/rpc_error.h"
+#include "netconf/xml.h"
+
+namespace cdbd {
+
+/// The parameters of an operation: its child elements, in the operation's namespace.
+class Params final {
+ public:
+  /// Takes the parameters, each at most once; error() then tells of the first one that is not among `known`.
+  Params(const netconf::XmlElement& operation, std::initializer_list<std::string_view> known);
+
+  /// Null when it is not there.
+  [[nodiscard]] const netconf::XmlElement* Find(std::string_view name) const;
+  /// The text of a parameter without blanks around it, or `otherwise`.
+  [[nodiscard]] std::string_view Text(std::string_view name, std::string_view otherwise) const;
+  /// Notes missing-element when it is not there.
+  const netconf::XmlElement* Require(std::string_view name);
+  /// Notes an error unless the parameter `name` (<source>, <target>) holds one element, and its name is one of
+  /// `allowed`. That element.
+  const netconf::XmlElement* RequireOneOf(std::string_view name, std::initializer_list<std::string_view> allowed);
+  /// Notes invalid-value: for a parameter whose text is not acceptable.
+  void Invalid(std::string_view name, std::string_view value);
+
+  /// The first error, for the author.
+  [[nodiscard]] const std::optional<RpcError>& error() const noexcept { return error_; }
+
+ private:
+  void Note(const char* tag, std::string message, std::string_view element);
+  const netconf::XmlElement& operation_;
+  std::optional<RpcError> error_;
+};
+
+}  // namespace cdbd
