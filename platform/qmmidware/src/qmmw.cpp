@@ -4,18 +4,41 @@
 #include <sys/epoll.h>
 #include <systemd/sd-daemon.h>
 
+#include <functional>
 #include <memory>
 #include <string>
+#include <unordered_map>
+#include <utility>
 
 #include "process.h"
 #include "qmmw_internal.h"
 
 struct qmmw {
   std::unique_ptr<common::EventLoop> loop;
+  std::unordered_map<int, std::function<bool()>> guards;  ///< by descriptor
   bool announced = false;
 };
 
+namespace {
+
+bool Allowed(const qmmw& mw, int fd) {
+  const auto it = mw.guards.find(fd);
+  if (it == mw.guards.end()) return true;
+  const auto guard = it->second;  // it may remove itself
+  return guard();
+}
+
+}  // namespace
+
 common::EventLoop& qmmw_event_loop(qmmw_t* mw) { return *mw->loop; }
+
+void qmmw_fd_set_guard(qmmw_t* mw, int fd, std::function<bool()> guard) {
+  if (guard) {
+    mw->guards.insert_or_assign(fd, std::move(guard));
+  } else {
+    mw->guards.erase(fd);
+  }
+}
 
 qmmw_t* qmmw_init(const char* name) {
   if (name == nullptr || *name == '\0') return nullptr;
@@ -48,7 +71,10 @@ int qmmw_loop_while(qmmw_t* mw, bool* running) {
 
 int qmmw_fd_register(qmmw_t* mw, int fd, void* ctx, qmmw_fd_cb cb) {
   if (mw == nullptr || cb == nullptr) return -1;
-  return mw->loop->AddFd(fd, EPOLLIN, [mw, fd, ctx, cb](uint32_t) { cb(mw, fd, ctx); }) ? 0 : -1;
+  const auto dispatch = [mw, fd, ctx, cb](uint32_t) {
+    if (Allowed(*mw, fd)) cb(mw, fd, ctx);
+  };
+  return mw->loop->AddFd(fd, EPOLLIN, dispatch) ? 0 : -1;
 }
 
 int qmmw_fd_deregister(qmmw_t* mw, int fd) {

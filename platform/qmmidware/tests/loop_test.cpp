@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "common/unique_fd.h"
@@ -179,6 +180,39 @@ TEST_F(Loop, FinishInsideATimerOrDeferredTaskEndsTheLoopWithZero) {
   });
   EXPECT_EQ(Run(), 0);
   EXPECT_THAT(trace_, ElementsAre("timer", "deferred"));
+}
+
+TEST_F(Loop, AGuardIsAskedBeforeEachCallAndMayPreventIt) {
+  bool allowed = false;
+  Watched watched{mw_, [&] {
+                    trace_.emplace_back("called");
+                    running_ = false;
+                  }};
+  qmmw_fd_set_guard(mw_, watched.fd(), [&] {
+    trace_.emplace_back(allowed ? "allowed" : "prevented");
+    return std::exchange(allowed, true);
+  });
+  watched.Fill();
+  EXPECT_EQ(Run(), 0);
+  EXPECT_THAT(trace_, ElementsAre("prevented", "allowed", "called"));
+  qmmw_fd_set_guard(mw_, watched.fd(), nullptr);
+  running_ = true;
+  EXPECT_EQ(Run(), 0);
+  EXPECT_THAT(trace_, ElementsAre("prevented", "allowed", "called", "called"));
+}
+
+TEST_F(Loop, AGuardMayRemoveItselfAndFinishTheHandle) {
+  Watched watched{mw_, [&] { trace_.emplace_back("called"); }};
+  qmmw_fd_set_guard(mw_, watched.fd(), [&] {
+    qmmw_fd_deregister(mw_, watched.fd());
+    qmmw_fd_set_guard(mw_, watched.fd(), nullptr);
+    qmmw_finish(&mw_);
+    trace_.emplace_back("guard");
+    return false;
+  });
+  watched.Fill();
+  EXPECT_EQ(Run(), 0);
+  EXPECT_THAT(trace_, ElementsAre("guard"));
 }
 
 /// As a program does it: the object that owns the handle is a static, and a callback ends the process.
