@@ -62,7 +62,7 @@ void Element::ProbeRequests(const std::string& log, int stop_at) {
 void Element::Start(Part part, const std::vector<std::string>& options) {
   if (Running(part)) return;
   std::vector<std::string> command{kExecutables[Index(part)]};
-  if (part == Part::kManager) command.insert(command.end(), {"--dataplane", "memory"});
+  if (part == Part::kManager) command.insert(command.end(), {"--dataplane", "memory", "--assume-interfaces"});
   command.insert(command.end(), options.begin(), options.end());
   ChildProcess::Environment environment = Environment();
   if (part == Part::kDaemon) environment.insert(probe_.begin(), probe_.end());

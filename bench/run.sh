@@ -1,0 +1,16 @@
+#!/usr/bin/env bash
+# Builds and runs the benchmarks: figures, and the ratios that are wanted. Exit status 1 when one was missed.
+# Usage: bench/run.sh [NAME...], e.g. bench/run.sh load commit
+set -euo pipefail
+cd "$(dirname "$0")/.."
+. packaging/functions.sh
+
+require_packages packaging/debian-packages.txt
+build_preset bench benchmarks >&2
+[ $# -gt 0 ] || set -- load commit
+status=0
+for name in "$@"; do
+  say "$name"
+  "build/bench/bench/${name}_bench" || status=$?
+done
+exit "$status"
