@@ -106,10 +106,15 @@ static __attribute__((noinline)) int note_drop(__u32 port_id, const struct verdi
 SEC("tc")
 int filter_ingress(struct __sk_buff *skb) {
   const __u32 ifindex = skb->ifindex;
-  const struct plane_port *port = bpf_map_lookup_elem(&ports, &ifindex);
-  if (!port) return TC_ACT_SHOT;
-  const __u32 port_id = port->port_id;
-  const struct verdict_port state = port->state;
+  const struct plane_port *found = bpf_map_lookup_elem(&ports, &ifindex);
+  if (!found) return TC_ACT_SHOT;
+  // One load: an update of the port is seen whole or not at all.
+  const union {
+    __u64 word;
+    struct plane_port port;
+  } now = {.word = *(const volatile __u64 *)found};
+  const __u32 port_id = now.port.port_id;
+  const struct verdict_port state = now.port.state;
   if (port_id == 0 || !state.enabled) return TC_ACT_UNSPEC;
 
   struct verdict_keys keys = {};

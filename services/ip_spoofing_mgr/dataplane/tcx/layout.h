@@ -39,7 +39,7 @@ static_assert(sizeof(struct verdict_entry) == 8, "verdict_entry");
 /// mode let pass in spite of it.
 #define PLANE_CELLS_PER_PORT (2 * VERDICT_REASONS)
 #define PLANE_CELL(port_id, monitored, reason) \
-  ((port_id) * PLANE_CELLS_PER_PORT + ((monitored) ? VERDICT_REASONS : 0) + (reason))
+  ((port_id)*PLANE_CELLS_PER_PORT + ((monitored) ? VERDICT_REASONS : 0) + (reason))
 
 /// Value of `rate`, by port id and CPU.
 struct plane_rate {

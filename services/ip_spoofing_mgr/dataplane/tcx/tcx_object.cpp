@@ -1,0 +1,129 @@
+#include "dataplane/tcx/tcx_object.h"
+
+#include <bpf/bpf.h>
+#include <bpf/libbpf.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <iterator>
+
+#include "common/unique_fd.h"
+#include "dataplane/tcx/layout.h"
+#include "dataplane/tcx/maps.h"
+#include "filter.skel.h"
+
+namespace mgr::tcx {
+namespace {
+
+/// Copies every element of a map into one of the same kind and element size.
+common::Status CopyMap(int from, int to, const std::string& name, size_t key_size, size_t value_size) {
+  common::Status result = common::Ok();
+  common::Status dumped = DumpInto(from, key_size, value_size, [&](const void* keys, const void* values, size_t count) {
+    UpdateAll(to, keys, key_size, values, value_size, count, [&](size_t, int error) {
+      if (result.ok()) result = common::SystemError("map_update", name, error);
+    });
+  });
+  return dumped.ok() ? result : dumped;
+}
+
+int Silent(libbpf_print_level, const char*, va_list) { return 0; }
+
+}  // namespace
+
+void Object::Destroy::operator()(filter_bpf* skeleton) const noexcept { filter_bpf__destroy(skeleton); }
+
+common::Result<Object> Object::Load(const std::string& mount, uint32_t slots) {
+  libbpf_set_print(Silent);  // what fails comes back as an error
+  Object object;
+  object.mount_ = mount;
+  const std::vector<MapDir> found = ListMapDirs(mount);
+  const auto usable = std::find_if(found.begin(), found.end(), [slots](const MapDir& dir) {
+    return dir.complete && dir.layout == PLANE_LAYOUT && dir.slots >= slots;
+  });
+  const bool any_complete = std::any_of(found.begin(), found.end(), [](const MapDir& dir) { return dir.complete; });
+  if (usable != found.end()) {
+    common::Status loaded = object.LoadAt(*usable, usable->slots);
+    if (!loaded.ok()) return loaded.error();
+    return object;
+  }
+  // An incomplete directory is complete in fact when there is no other: the earlier ones had been removed already.
+  for (const MapDir& dir : found) {
+    if (dir.complete || !any_complete) continue;
+    RemovePins(mount + "/" + dir.Name());
+  }
+  const MapDir fresh{PLANE_LAYOUT, slots, false};
+  common::Status loaded = object.LoadAt(fresh, slots);
+  if (!loaded.ok()) return loaded.error();
+  for (const MapDir& dir : found) {
+    if (dir.Name() == fresh.Name() || (!dir.complete && any_complete)) continue;
+    if (dir.layout != PLANE_LAYOUT) {
+      object.found_unreadable_ = true;
+      continue;
+    }
+    if (common::Status copied = object.CopyFrom(dir); !copied.ok()) return copied.error();
+  }
+  return object;
+}
+
+common::Status Object::LoadAt(const MapDir& dir, uint32_t slots) {
+  dir_ = dir;
+  const std::string path = mount_ + "/" + dir.Name();
+  if (mkdir(path.c_str(), 0700) != 0 && errno != EEXIST) return common::SystemError("mkdir", path, errno);
+  skeleton_.reset(filter_bpf__open());
+  if (skeleton_ == nullptr) return common::SystemError("open the filter program", {}, errno);
+  if (int error = bpf_map__set_max_entries(skeleton_->maps.entries, slots); error != 0)
+    return common::SystemError("size the entry map", std::to_string(slots), -error);
+  bpf_map* map = nullptr;
+  bpf_object__for_each_map(map, skeleton_->obj) {
+    if (bpf_map__is_internal(map)) continue;
+    bpf_map__set_pin_path(map, (path + "/" + bpf_map__name(map)).c_str());
+  }
+  if (int error = filter_bpf__load(skeleton_.get()); error != 0)
+    return common::SystemError("load the filter program", path, -error);
+  return common::Ok();
+}
+
+common::Status Object::CopyFrom(const MapDir& dir) {
+  const std::string path = mount_ + "/" + dir.Name() + "/";
+  const auto copy = [&path](const char* name, int to, size_t key_size, size_t value_size) -> common::Status {
+    const common::UniqueFd from{bpf_obj_get((path + name).c_str())};
+    if (!from) return common::SystemError("bpf_obj_get", path + name, errno);
+    return CopyMap(from.get(), to, name, key_size, value_size);
+  };
+  const size_t counter_size = sizeof(uint64_t) * static_cast<size_t>(libbpf_num_possible_cpus());
+  const std::array<std::pair<const char*, common::Status>, 5> copied = {{
+      {"entries", copy("entries", entries(), sizeof(plane_entry_key), sizeof(verdict_entry))},
+      {"records", copy("records", records(), sizeof(uint32_t), sizeof(plane_record))},
+      {"ports", copy("ports", ports(), sizeof(uint32_t), sizeof(plane_port))},
+      {"counters", copy("counters", counters(), sizeof(uint32_t), counter_size)},
+      {"violators", copy("violators", violators(), sizeof(plane_violator_key), sizeof(plane_violator))},
+  }};
+  for (const auto& [name, status] : copied)
+    if (!status.ok()) return status;
+  return common::Ok();
+}
+
+void Object::Finish() {
+  found_unreadable_ = false;
+  for (const MapDir& dir : ListMapDirs(mount_))
+    if (dir.Name() != dir_.Name()) RemovePins(mount_ + "/" + dir.Name());
+  if (!dir_.complete) {
+    MapDir finished = dir_;
+    finished.complete = true;
+    if (rename((mount_ + "/" + dir_.Name()).c_str(), (mount_ + "/" + finished.Name()).c_str()) == 0) dir_ = finished;
+  }
+}
+
+int Object::program() const { return bpf_program__fd(skeleton_->progs.filter_ingress); }
+int Object::ports() const { return bpf_map__fd(skeleton_->maps.ports); }
+int Object::entries() const { return bpf_map__fd(skeleton_->maps.entries); }
+int Object::counters() const { return bpf_map__fd(skeleton_->maps.counters); }
+int Object::violators() const { return bpf_map__fd(skeleton_->maps.violators); }
+int Object::events() const { return bpf_map__fd(skeleton_->maps.events); }
+int Object::records() const { return bpf_map__fd(skeleton_->maps.records); }
+
+}  // namespace mgr::tcx

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "common/result.h"
+#include "dataplane/tcx/bpf_fs.h"
+
+struct filter_bpf;
+
+namespace mgr::tcx {
+
+/// The loaded program and its maps.
+class Object final {
+ public:
+  /// Loads the program on the maps pinned below `mount`: those of an earlier process when they are of this layout and
+  /// have room for `slots` entries, else new ones into which everything of the earlier ones is copied. The earlier ones
+  /// stay what attached filters use until Finish().
+  static common::Result<Object> Load(const std::string& mount, uint32_t slots);
+  /// Every attached filter uses the maps of this object now: earlier ones are removed.
+  void Finish();
+
+  [[nodiscard]] int program() const;
+  [[nodiscard]] int ports() const;
+  [[nodiscard]] int entries() const;
+  [[nodiscard]] int counters() const;
+  [[nodiscard]] int violators() const;
+  [[nodiscard]] int events() const;
+  [[nodiscard]] int records() const;
+  /// Maps of another layout were found, which cannot be read: attached filters enforce them until Finish().
+  [[nodiscard]] bool found_unreadable() const noexcept { return found_unreadable_; }
+
+ private:
+  struct Destroy {
+    void operator()(filter_bpf* skeleton) const noexcept;
+  };
+  Object() = default;
+  common::Status LoadAt(const MapDir& dir, uint32_t slots);
+  common::Status CopyFrom(const MapDir& dir);
+
+  std::string mount_;
+  MapDir dir_;
+  bool found_unreadable_ = false;
+  std::unique_ptr<filter_bpf, Destroy> skeleton_;
+};
+
+}  // namespace mgr::tcx
