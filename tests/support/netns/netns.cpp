@@ -116,7 +116,12 @@ uint16_t ReceivedType(const frames::Frame& frame) {
   const frames::Bytes bytes = OnTheWire(frame);
   size_t at = 12;
   const auto type = [&] { return static_cast<uint16_t>(bytes.at(at) << 8 | bytes.at(at + 1)); };
-  if (type() == 0x8100 || type() == 0x88a8) at += 4;
+  const auto is_tag = [&] { return type() == 0x8100 || type() == 0x88a8; };
+  if (is_tag()) {
+    const int vid = (bytes.at(at + 2) << 8 | bytes.at(at + 3)) & 0xfff;
+    at += 4;
+    if (vid == 0 && is_tag()) at += 4;  // behind a priority tag, the kernel takes out one more
+  }
   return type() < 0x0600 ? uint16_t{ETH_P_802_2} : type();
 }
 

@@ -37,7 +37,7 @@ bool CanBeSent(const frames::Frame& frame) {
   const frames::Bytes bytes = netns::OnTheWire(frame);
   if (bytes.size() <= 14) return false;
   const bool tagged = (bytes[12] == 0x81 && bytes[13] == 0x00) || (bytes[12] == 0x88 && bytes[13] == 0xa8);
-  return !tagged || bytes.size() >= 18;
+  return !tagged || bytes.size() >= 20;
 }
 
 void CorpusOnWire::Judge(const VerdictRow& row, bool monitor) {

@@ -38,6 +38,7 @@ std::vector<PlaneUnderTest> Planes(bool real_only) {
   planes.push_back({"NftUnprivileged", netns::As::kUnprivileged, OpenNft});
 #endif
 
+  (void)real_only;
   return planes;
 }
 
@@ -54,7 +55,9 @@ void RealPlane::SetUp() {
 }
 
 void RealPlane::TearDown() {
-  if (plane_ != nullptr) plane_->RemoveEverything();
+  if (plane_ != nullptr) {
+    EXPECT_TRUE(plane_->RemoveEverything().ok());
+  }
   plane_.reset();
   if (!options_.run_dir.empty()) std::filesystem::remove_all(options_.run_dir);
 }
