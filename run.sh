@@ -46,7 +46,7 @@ trap 'exit 143' TERM
 say "starting the element in $dir"
 new_element "$dir"
 start_part cdbd cdbd
-start_part ip-spoofing-mgr ip-spoofing-mgr
+start_part ip-spoofing-mgr ip-spoofing-mgr --dataplane memory
 wait_for_part cdbd netconf.sock
 wait_for_part ip-spoofing-mgr mgr.sock
 start_part ip-spoofing-app ip-spoofing-app

@@ -3,11 +3,17 @@
 #include <array>
 
 #include "dataplane/memory_dataplane.h"
+#ifdef HAVE_TCX
+#include "dataplane/tcx/tcx_dataplane.h"
+#endif
 
 namespace mgr {
 
 std::span<const DataplaneKind> DataplaneKinds() {
   static constexpr std::array kKinds{
+#ifdef HAVE_TCX
+      DataplaneKind{"tcx", OpenTcx},
+#endif
       DataplaneKind{"memory", OpenMemoryDataplane},
   };
   return kKinds;

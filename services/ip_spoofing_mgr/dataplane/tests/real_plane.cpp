@@ -9,12 +9,7 @@
 #include <filesystem>
 #include <thread>
 
-#ifdef HAVE_TCX
-#include "dataplane/tcx/tcx_dataplane.h"
-#endif
-#ifdef HAVE_NFT
-#include "dataplane/nft/nft_dataplane.h"
-#endif
+#include "dataplane/dataplanes.h"
 
 namespace mgr::test {
 namespace {
@@ -30,15 +25,14 @@ void Sort(Snapshot& snapshot) {
 
 std::vector<PlaneUnderTest> Planes(bool real_only) {
   std::vector<PlaneUnderTest> planes;
-#ifdef HAVE_TCX
-  planes.push_back({"Tcx", netns::As::kRoot, OpenTcx});
-#endif
-#ifdef HAVE_NFT
-  planes.push_back({"Nft", netns::As::kRoot, OpenNft});
-  planes.push_back({"NftUnprivileged", netns::As::kUnprivileged, OpenNft});
-#endif
-
-  (void)real_only;
+  for (const DataplaneKind& kind : DataplaneKinds()) {
+    const bool real = kind.name != "memory";
+    if (!real && real_only) continue;
+    std::string name{kind.name};
+    name[0] = static_cast<char>(std::toupper(name[0]));
+    planes.push_back({name, netns::As::kRoot, kind.open, real});
+    if (kind.name == "nft") planes.push_back({name + "Unprivileged", netns::As::kUnprivileged, kind.open, real});
+  }
   return planes;
 }
 
