@@ -26,7 +26,9 @@ struct Wrong {
 void CheckMembers(const json& object, const std::string& where, std::initializer_list<std::string_view> known) {
   if (!object.is_object()) throw Wrong{(where.empty() ? "the whole" : where) + " is not an object"};
   for (const auto& [name, value] : object.items()) {
-    if (std::find(known.begin(), known.end(), name) == known.end()) throw Wrong{"unknown member " + where + "/" + name};
+    if (std::find(known.begin(), known.end(), name) == known.end()) {
+      throw Wrong{std::string("unknown member ").append(where).append("/").append(name)};
+    }
   }
 }
 

@@ -37,6 +37,7 @@ int fm_scalar_card_ip_mgr_install_dnx_filters(fm_slot_t* slot, bool* answer) {
   return 0;
 }
 
+// By value: the signature is the contract's.  NOLINTNEXTLINE(performance-unnecessary-value-param)
 std::vector<FmClientResource> FilterManager::GetClientResourcesInformation(std::string client) {
   if (!TheElement()) return {};
   const auto it = TheElement()->clients.find(client);

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <source_location>
 #include <string_view>
 #include <utility>
 
@@ -60,11 +59,11 @@ class QmConfdInterface::Impl final {
  private:
   common::EventLoop& Loop() { return qmmw_event_loop(mw_); }
 
-  void Log(int level, const std::string& text, std::source_location where = std::source_location::current()) {
-    const std::string_view file = where.file_name();
+  void Log(int level, const std::string& text, int line = __builtin_LINE()) {
+    constexpr std::string_view kFile = __FILE__;
     constexpr std::string_view kFunction = "QmConfdInterface";
-    zlog(log_, file.data(), file.size(), kFunction.data(), kFunction.size(), where.line(), level, "%s: %s",
-         name_.c_str(), text.c_str());
+    zlog(log_, kFile.data(), kFile.size(), kFunction.data(), kFunction.size(), line, level, "%s: %s", name_.c_str(),
+         text.c_str());
   }
 
   void ConnectAfter(milliseconds delay) {
