@@ -1,5 +1,6 @@
 #include "cdb_store/path.h"
 
+#include <algorithm>
 #include <charconv>
 
 namespace cdb_store {
@@ -8,6 +9,12 @@ namespace {
 bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
 
 bool EndsName(char c) { return c == '/' || c == '{' || c == '[' || c == '}' || c == ']' || c == '"' || IsBlank(c); }
+
+/// More than one module has a top node of that name.
+bool IsAmbiguous(const Schema& schema, std::string_view name) {
+  const auto has_name = [&](NodeId id) { return schema.node(id).name == name; };
+  return std::ranges::count_if(schema.root().children, has_name) > 1;
+}
 
 }  // namespace
 
@@ -152,11 +159,11 @@ const Node* ResolveStep(const Schema& schema, const Node& parent, const PathStep
       return nullptr;
     }
   } else if (parent.id == kRootId) {
-    if (default_ns < 0) {
-      problem = "the first node \"" + std::string(step.name) + "\" has no module prefix, and no namespace is set";
+    ns = default_ns;
+    if (ns < 0 && IsAmbiguous(schema, step.name)) {
+      problem = "several modules have a top node \"" + std::string(step.name) + "\": it needs its prefix";
       return nullptr;
     }
-    ns = default_ns;
   }
   const Node* node = schema.FindChild(parent, step.name, ns);
   if (node == nullptr) {

@@ -122,6 +122,9 @@ Schema BoxSchema() {
   Under row = state.Inner({.kind = NodeKind::kList, .name = "row", .callpoint = "rows", .keys = {"position"}});
   row.Leaf("position", ValueType::kInt64);
   row.Leaf("text", ValueType::kString);
+  Under root(builder, ns, kRootId);
+  root.Leaf("twin", ValueType::kString);
+  root.Module(extra).Leaf("twin", ValueType::kString);
   return builder.Build().value();
 }
 

@@ -60,6 +60,9 @@ class PathReader {
   }
 
   void ReadStep(const SchemaNode* parent) {
+    if (!path_.steps.empty() && parent->kind == NodeKind::kList && !path_.steps.back().IsInstance()) {
+      return Fail("no instance of \"" + parent->name + "\" is named");
+    }
     const size_t end = std::min(text_.find_first_of("/{[", at_), text_.size());
     const std::string name = text_.substr(at_, end - at_);
     at_ = end;

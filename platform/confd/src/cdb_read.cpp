@@ -1,0 +1,204 @@
+// Reads of a session: straight from the store's snapshot.
+#include <cstdarg>
+#include <cstring>
+
+#include "cdb_store/value.h"
+#include "client.h"
+#include "path_format.h"
+#include "target.h"
+#include "values.h"
+
+using cdb_store::Node;
+using cdb_store::NodeKind;
+using cdb_store::ValueType;
+using confd::FailPath;
+using confd::Session;
+using confd::Target;
+
+namespace {
+
+/// One read under way: the session and the resolved path.
+struct Read {
+  Session* session = nullptr;
+  std::string_view path;
+  Target target;
+};
+
+/// CONFD_OK, or why there is nothing to read.
+int Begin(Read& read, int nargs, int sock, const char* fmt, va_list args) {
+  static std::string buffer;
+  confd::CdbSocket* const socket = confd::Client::Get().Find(sock, CDB_READ_SOCKET);
+  if (socket == nullptr) return CONFD_ERR;
+  if (!socket->session) {
+    return confd::Fail(CONFD_ERR_BADSTATE, "socket " + std::to_string(sock) + " holds no session");
+  }
+  const auto path = confd::FormatPath(buffer, nargs, fmt, args);
+  if (!path) return CONFD_ERR;
+  read.session = &*socket->session;
+  read.path = *path;
+  return confd::ResolvePath(*read.session, *path, read.target);
+}
+
+/// A read that the store could not serve looks like an absent node, except for this.
+int CheckStore(const Read& read) {
+  const int code = read.session->view.error();
+  if (code == 0) return CONFD_OK;
+  return confd::Fail(CONFD_ERR_OS, cdb_store::StoreError("read", std::string(read.path), code).Text());
+}
+
+int Exists(const Read& read) {
+  const Target& target = read.target;
+  const cdb_store::View& view = read.session->view;
+  bool exists = false;
+  std::string buffer;
+  if (target.is_missing) {
+    exists = false;
+  } else if (target.names_list) {
+    exists = view.Count(*target.node, target.key.keys()) > 0;
+  } else if (target.node->kind == NodeKind::kLeaf) {
+    exists = target.Leaf(view, buffer).has_value();
+  } else {
+    exists = target.row_node == target.node || view.Exists(*target.node, target.key.keys());
+  }
+  if (const int result = CheckStore(read); result != CONFD_OK) return result;
+  return exists ? 1 : 0;
+}
+
+/// The instance that the last list of the path lies in exists.
+bool ParentExists(const Read& read) {
+  const cdb_store::Schema& schema = read.session->view.schema();
+  const Node& holder = schema.node(schema.node(read.target.node->parent).row);
+  return holder.id == cdb_store::kRootId || read.session->view.Row(holder, read.target.key.keys()).has_value();
+}
+
+int NumInstances(const Read& read) {
+  const Target& target = read.target;
+  if (!target.names_list) return FailPath(CONFD_ERR_BADPATH, read.path, target.node->name + " is no list");
+  const uint32_t count = target.is_missing ? 0 : read.session->view.Count(*target.node, target.key.keys());
+  if (const int result = CheckStore(read); result != CONFD_OK) return result;
+  if (count == 0 && (target.is_missing || !ParentExists(read))) {
+    return FailPath(CONFD_ERR_NOEXISTS, read.path, "the instance above the list does not exist");
+  }
+  return static_cast<int>(count);
+}
+
+/// The stored value of a leaf of `type` (kNone: of any). `buffer` may hold it.
+int Leaf(const Read& read, ValueType type, std::string_view& stored, std::string& buffer) {
+  const Node& node = *read.target.node;
+  if (read.target.names_list || (node.kind != NodeKind::kLeaf && node.kind != NodeKind::kLeafList)) {
+    return FailPath(CONFD_ERR_BADTYPE, read.path, node.name + " is no leaf");
+  }
+  if (type != ValueType::kNone && node.type != type) {
+    return FailPath(CONFD_ERR_BADTYPE, read.path,
+                    node.name + " is of type " + TypeName(node.type) + ", not " + TypeName(type));
+  }
+  const std::optional<std::string_view> value = read.target.Leaf(read.session->view, buffer);
+  if (const int result = CheckStore(read); result != CONFD_OK) return result;
+  if (!value) return FailPath(CONFD_ERR_NOEXISTS, read.path, "does not exist");
+  if (const int size = cdb_store::FixedSize(node.type); size >= 0 && value->size() != static_cast<size_t>(size)) {
+    return FailPath(CONFD_ERR_OS, read.path, "the stored value is damaged");
+  }
+  stored = *value;
+  return CONFD_OK;
+}
+
+}  // namespace
+
+int cdb_exists_n(int nargs, int sock, const char* fmt, ...) {
+  Read read;
+  va_list args;
+  va_start(args, fmt);
+  const int result = Begin(read, nargs, sock, fmt, args);
+  va_end(args);
+  return result == CONFD_OK ? Exists(read) : result;
+}
+
+int cdb_num_instances_n(int nargs, int sock, const char* fmt, ...) {
+  Read read;
+  va_list args;
+  va_start(args, fmt);
+  const int result = Begin(read, nargs, sock, fmt, args);
+  va_end(args);
+  return result == CONFD_OK ? NumInstances(read) : result;
+}
+
+int cdb_get_n(int nargs, int sock, confd_value_t* v, const char* fmt, ...) {
+  Read read;
+  va_list args;
+  va_start(args, fmt);
+  int result = Begin(read, nargs, sock, fmt, args);
+  va_end(args);
+  std::string buffer;
+  std::string_view stored;
+  if (result == CONFD_OK) result = Leaf(read, ValueType::kNone, stored, buffer);
+  if (result != CONFD_OK) return result;
+  *v = confd::CopyValue(read.session->view.schema(), *read.target.node, stored);
+  return CONFD_OK;
+}
+
+int cdb_get_str_n(int nargs, int sock, char* buf, int n, const char* fmt, ...) {
+  Read read;
+  va_list args;
+  va_start(args, fmt);
+  int result = Begin(read, nargs, sock, fmt, args);
+  va_end(args);
+  std::string buffer;
+  std::string_view stored;
+  if (result == CONFD_OK && (buf == nullptr || n <= 0)) {
+    result = FailPath(CONFD_ERR_PROTOUSAGE, read.path, "the buffer has no room");
+  }
+  if (result == CONFD_OK) result = Leaf(read, ValueType::kString, stored, buffer);
+  if (result != CONFD_OK) return result;
+  const size_t size = std::min(stored.size(), static_cast<size_t>(n) - 1);
+  std::memcpy(buf, stored.data(), size);
+  buf[size] = '\0';
+  return CONFD_OK;
+}
+
+int cdb_get_binary_n(int nargs, int sock, unsigned char** data, int* length, const char* fmt, ...) {
+  Read read;
+  va_list args;
+  va_start(args, fmt);
+  int result = Begin(read, nargs, sock, fmt, args);
+  va_end(args);
+  std::string buffer;
+  std::string_view stored;
+  if (result == CONFD_OK) result = Leaf(read, ValueType::kBinary, stored, buffer);
+  if (result != CONFD_OK) return result;
+  const confd_value_t copy = confd::CopyValue(read.session->view.schema(), *read.target.node, stored);
+  *data = copy.val.buf.ptr;
+  *length = static_cast<int>(copy.val.buf.size);
+  return CONFD_OK;
+}
+
+int cdb_get_int32_n(int nargs, int sock, int32_t* v, const char* fmt, ...) {
+  Read read;
+  va_list args;
+  va_start(args, fmt);
+  int result = Begin(read, nargs, sock, fmt, args);
+  va_end(args);
+  std::string buffer;
+  std::string_view stored;
+  if (result == CONFD_OK) result = Leaf(read, ValueType::kInt32, stored, buffer);
+  if (result == CONFD_OK) *v = cdb_store::LoadInt<int32_t>(stored);
+  return result;
+}
+
+int cdb_get_ipv4_n(int nargs, int sock, in_addr* v, const char* fmt, ...) {
+  Read read;
+  va_list args;
+  va_start(args, fmt);
+  int result = Begin(read, nargs, sock, fmt, args);
+  va_end(args);
+  std::string buffer;
+  std::string_view stored;
+  if (result == CONFD_OK) result = Leaf(read, ValueType::kIpv4, stored, buffer);
+  if (result == CONFD_OK) std::memcpy(v, stored.data(), sizeof *v);
+  return result;
+}
+
+void confd_free_value(confd_value_t* value) {
+  if (value == nullptr) return;
+  if (value->type == C_BUF || value->type == C_BINARY) std::free(value->val.buf.ptr);
+  CONFD_SET_NOEXISTS(value);
+}

@@ -1,0 +1,35 @@
+#include "last_error.h"
+
+#include <cstring>
+#include <utility>
+
+int confd_errno = 0;
+
+namespace confd {
+namespace {
+
+std::string& LastText() {
+  static auto* const text = new std::string;  // outlives every caller at process exit
+  return *text;
+}
+
+}  // namespace
+
+int Fail(confd_errno_value code, std::string text) {
+  confd_errno = code;
+  LastText() = std::move(text);
+  return CONFD_ERR;
+}
+
+int FailEof(std::string text) {
+  Fail(CONFD_ERR_OS, std::move(text));
+  return CONFD_EOF;
+}
+
+int FailOs(const std::string& operation, int error_number) {
+  return Fail(CONFD_ERR_OS, operation + ": " + std::strerror(error_number));
+}
+
+}  // namespace confd
+
+const char* confd_lasterr() { return confd::LastText().c_str(); }
