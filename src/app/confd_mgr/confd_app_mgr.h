@@ -1,8 +1,8 @@
 /// @file confd_app_mgr.h
 /// The daemon's ConfD side: its connection, subscriptions, configuration load, change handling and status provider.
 ///
-/// One class, with one source file per concern: connection, subscriptions, leaf_readers, load,
-/// interface_changes, allowed_all_update, ipv4_changes, list_removal, status_provider, status_list.
+/// One class, with one source file per concern: connection, subscriptions, leaf_readers, load, interface_changes,
+/// ipv4_changes, list_removal, status_provider, status_list.
 #pragma once
 
 #include <cstdint>

@@ -1,0 +1,209 @@
+// The removal of a deleted interface's entries, as they stood before the commit.
+#include <functional>
+
+#include "changes_fixture.h"
+
+namespace ip_spoofing_app {
+namespace {
+
+const std::string kList = Iface("eth3") + "/allowed-ip/ipv4";
+const std::string kZeroMac = " mac 00:00:00:00:00:00";
+constexpr int kCapacity = 3;
+
+std::string Log(const std::string& text) { return "log 10 DeleteEntireAllowedIpIpv4List: " + text; }
+const std::string kNoRules = Log("There is no allowed-ip ipv4 rules for path: " + kList + " ");
+const std::string kExiting = Log("exiting iface: eth3");
+std::string End(int index) {
+  return Log("End of allowed-ip ipv4 list for iface: eth3 index[" + std::to_string(index) + "]");
+}
+std::string ReadFault(int index, const std::string& leaf) {
+  return "fault 0 DeleteEntireAllowedIpIpv4List: DeleteEntireAllowedIpIpv4List error reading " + kList + "[" +
+         std::to_string(index) + "]/" + leaf;
+}
+Lines Removed(int number) {
+  const std::string n = std::to_string(number);
+  return {Log("SendRemoveEntry for [eth3] ip[10.0.0." + n + "] vlan[" + n + "]"),
+          "SendRemoveEntry eth3 10.0.0." + n + " vlan " + n + kZeroMac};
+}
+
+/// Entries 10.0.0.1 in VLAN 1, 10.0.0.2 in VLAN 2, ... of the old configuration.
+void PutEntries(int count) {
+  for (int i = 1; i <= count; ++i) {
+    fakes::TheCdb().Put(CDB_PRE_COMMIT_RUNNING, Ipv4("eth3", "10.0.0." + std::to_string(i) + " " + std::to_string(i)));
+  }
+}
+
+struct RemovalCase {
+  std::string name;
+  std::function<void()> prepare;
+  Lines body;  ///< between the session's start and its end
+};
+
+class ListRemoval : public ChangesTest, public testing::WithParamInterface<RemovalCase> {};
+
+TEST_P(ListRemoval, LeavesThisTrace) {
+  fakes::TheFilters().resources = {{0, 2, 2, kCapacity}};
+  ConfDAppMgr& confd = BuildSubscribed();
+  GetParam().prepare();
+  confd.DeleteEntireAllowedIpIpv4List(kList, "eth3");
+  const Lines end = {fakes::TheScript().Find("session", {"pre-commit"}) ? "close" : "close pre-commit"};
+  EXPECT_EQ(Taken(), Join({{"open pre-commit"}, GetParam().body, end}));
+  EXPECT_TRUE(fakes::TheCdb().sessions.empty());
+}
+
+void ExistsButCountsZero() {
+  fakes::TheScript().Return("cdb_exists pre-commit " + kList, 1);
+  fakes::TheScript().Return("cdb_num_instances pre-commit " + kList, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, ListRemoval,
+    testing::Values(
+        RemovalCase{"OldMacsInListOrder",
+                    [] {
+                      fakes::TheCdb().Put(CDB_PRE_COMMIT_RUNNING, Ipv4("eth3", "10.0.0.2 200"));
+                      fakes::TheCdb().Put(CDB_PRE_COMMIT_RUNNING, Ipv4("eth3", "10.0.0.1 100") + "/mac",
+                                          "02:00:00:00:00:01");
+                    },
+                    {Log("SendRemoveEntry for [eth3] ip[10.0.0.1] vlan[100]"),
+                     "SendRemoveEntry eth3 10.0.0.1 vlan 100 mac 02:00:00:00:00:01",
+                     Log("SendRemoveEntry for [eth3] ip[10.0.0.2] vlan[200]"),
+                     "SendRemoveEntry eth3 10.0.0.2 vlan 200" + kZeroMac, kExiting}},
+        RemovalCase{"NoEntries", [] { fakes::TheCdb().Put(CDB_PRE_COMMIT_RUNNING, Iface("eth3")); }, {kNoRules}},
+        RemovalCase{"NewConfigurationIsNotLookedAt",
+                    [] { fakes::TheCdb().Put(CDB_RUNNING, Ipv4("eth3", "10.0.0.1 1")); },
+                    {kNoRules}},
+        RemovalCase{"CountedEntriesMayExceedTheCapacity", [] { PutEntries(5); },
+                    Join({Removed(1), Removed(2), Removed(3), Removed(4), Removed(5), {kExiting}})},
+        RemovalCase{"NoSession",
+                    [] {
+                      PutEntries(1);
+                      fakes::TheScript().Return("session pre-commit", -1);
+                    },
+                    {kNoRules}},
+        RemovalCase{"FailedTestOfTheListIsAbsence",
+                    [] {
+                      PutEntries(1);
+                      fakes::TheScript().Return("cdb_exists pre-commit " + kList, -1);
+                    },
+                    {kNoRules}},
+        RemovalCase{"EntriesCannotBeCounted",
+                    [] {
+                      PutEntries(2);
+                      fakes::TheScript().Return("cdb_num_instances pre-commit " + kList, -2);
+                    },
+                    {"log 12 DeleteEntireAllowedIpIpv4List: Failed getting number allowed-ip ipv4 instances from "
+                     "ConfD (error -2)"}},
+        RemovalCase{"CountZeroProbesUpToTheEnd",
+                    [] {
+                      PutEntries(2);
+                      ExistsButCountsZero();
+                    },
+                    Join({Removed(1), Removed(2), {End(2), kExiting}})},
+        RemovalCase{"CountZeroProbesUpToTheCapacity",
+                    [] {
+                      PutEntries(5);
+                      ExistsButCountsZero();
+                    },
+                    Join({Removed(1), Removed(2), Removed(3), {kExiting}})},
+        RemovalCase{"CountZeroOfAnEmptyList", ExistsButCountsZero, {End(0), kExiting}},
+        RemovalCase{"PositionMissingInTheMiddle",
+                    [] {
+                      PutEntries(3);
+                      fakes::TheScript().Return("cdb_exists pre-commit " + kList + "[1]", 0);
+                    },
+                    Join({Removed(1), {End(1), kExiting}})},
+        RemovalCase{"FailedTestOfAPositionEndsTheWalk",
+                    [] {
+                      PutEntries(3);
+                      fakes::TheScript().Return("cdb_exists pre-commit " + kList + "[0]", -1);
+                    },
+                    {End(0), kExiting}},
+        RemovalCase{
+            "FailedReadsAreFaultsAndTheRemoveIsSent",
+            [] {
+              PutEntries(2);
+              fakes::TheCdb().Put(CDB_PRE_COMMIT_RUNNING, Ipv4("eth3", "10.0.0.1 1") + "/mac", "02:00:00:00:00:01");
+              fakes::TheScript().Return("cdb_get_ipv4 " + kList + "[0]/address", -1);
+              fakes::TheScript().Return("cdb_get_int32 " + kList + "[0]/vlan", -1);
+              fakes::TheScript().Return("cdb_get_binary " + kList + "[0]/mac", -1, "the library's text");
+            },
+            Join({{ReadFault(0, "address"), ReadFault(0, "vlan"), "fault 0 GetMacFromConfd: the library's text\n",
+                   ReadFault(0, "mac"), Log("SendRemoveEntry for [eth3] ip[0.0.0.0] vlan[0]"),
+                   "SendRemoveEntry eth3 0.0.0.0 vlan 0" + kZeroMac},
+                  Removed(2),
+                  {kExiting}})},
+        RemovalCase{"VlanIsCutToItsLowSixteenBits",
+                    [] { fakes::TheCdb().Put(CDB_PRE_COMMIT_RUNNING, Ipv4("eth3", "10.0.0.1 70000")); },
+                    {Log("SendRemoveEntry for [eth3] ip[10.0.0.1] vlan[4464]"),
+                     "SendRemoveEntry eth3 10.0.0.1 vlan 4464" + kZeroMac, kExiting}},
+        RemovalCase{"RefusedRequestsDoNotMatter",
+                    [] {
+                      PutEntries(2);
+                      fakes::TheScript().Return("SendRemoveEntry", -1);
+                    },
+                    Join({Removed(1), Removed(2), {kExiting}})}),
+    [](const auto& row) { return row.param.name; });
+
+using ListRemovalWithoutCapacity = ChangesTest;
+
+TEST_F(ListRemovalWithoutCapacity, CountZeroIsNotProbedAtAll) {
+  fakes::TheFilters().resources = {};
+  ConfDAppMgr& confd = BuildSubscribed();
+  PutEntries(2);
+  ExistsButCountsZero();
+  confd.DeleteEntireAllowedIpIpv4List(kList, "eth3");
+  EXPECT_EQ(Taken(), (Lines{"open pre-commit", kExiting, "close pre-commit"}));
+}
+
+// A sum of capacities that does not fit is negative, which is not positive either.
+TEST_F(ListRemovalWithoutCapacity, NegativeCapacityIsNotProbed) {
+  fakes::TheFilters().resources = {{0, 2, 2, 0x80000000U}};
+  ConfDAppMgr& confd = BuildSubscribed();
+  ExistsButCountsZero();
+  confd.DeleteEntireAllowedIpIpv4List(kList, "eth3");
+  EXPECT_EQ(Taken(), (Lines{"open pre-commit", kExiting, "close pre-commit"}));
+}
+
+using ListRemovalReads = ChangesTest;
+
+TEST_F(ListRemovalReads, AreTheseOnTheOldConfiguration) {
+  ConfDAppMgr& confd = BuildSubscribed();
+  fakes::TheTrace().Record({Kind::kRead, Kind::kRequest});
+  PutEntries(1);
+  confd.DeleteEntireAllowedIpIpv4List(kList, "eth3");
+  EXPECT_EQ(
+      Taken(),
+      (Lines{"cdb_exists pre-commit " + kList + " = 1", "cdb_num_instances pre-commit " + kList + " = 1",
+             "cdb_exists pre-commit " + kList + "[0] = 1", "cdb_exists pre-commit " + kList + "[0]/address = 1",
+             "cdb_get_ipv4 pre-commit " + kList + "[0]/address = 0", "cdb_exists pre-commit " + kList + "[0]/vlan = 1",
+             "cdb_get_int32 pre-commit " + kList + "[0]/vlan = 0", "cdb_exists pre-commit " + kList + "[0]/mac = 0",
+             "SendRemoveEntry eth3 10.0.0.1 vlan 1" + kZeroMac}));
+}
+
+TEST_F(ListRemovalReads, PercentSignInThePathIsAConversion) {
+  ConfDAppMgr& confd = BuildSubscribed();
+  fakes::TheCdb().Put(CDB_PRE_COMMIT_RUNNING, Ipv4("a%sb", "10.0.0.1 1"));
+  const std::string list = Iface("a%sb") + "/allowed-ip/ipv4";
+  confd.DeleteEntireAllowedIpIpv4List(list, "a%sb");
+  EXPECT_EQ(Taken(), (Lines{"open pre-commit", Log("There is no allowed-ip ipv4 rules for path: " + list + " "),
+                            "close pre-commit"}));
+}
+
+TEST_F(ListRemovalReads, MissingMandatoryLeafEndsTheProcess) {
+  ConfDAppMgr& confd = BuildSubscribed();
+  fakes::TheTrace().Record({Kind::kLog, Kind::kFault, Kind::kRequest});
+  PutEntries(1);
+  fakes::TheScript().Return("cdb_exists " + kList + "[0]/vlan", 0);
+  EXPECT_EXIT(
+      {
+        fakes::Trace::DumpAtExit();
+        confd.DeleteEntireAllowedIpIpv4List(kList, "eth3");
+      },
+      testing::ExitedWithCode(1),
+      DiesWithExactly(
+          {"backtrace", "fault 1 GetFromConfd: GetFromConfd error[0] reading leaf: " + kList + "[0]/vlan"}));
+}
+
+}  // namespace
+}  // namespace ip_spoofing_app
