@@ -3,6 +3,9 @@
 #include <array>
 
 #include "dataplane/memory_dataplane.h"
+#ifdef HAVE_NFT
+#include "dataplane/nft/nft_dataplane.h"
+#endif
 #ifdef HAVE_TCX
 #include "dataplane/tcx/tcx_dataplane.h"
 #endif
@@ -13,6 +16,9 @@ std::span<const DataplaneKind> DataplaneKinds() {
   static constexpr std::array kKinds{
 #ifdef HAVE_TCX
       DataplaneKind{"tcx", OpenTcx},
+#endif
+#ifdef HAVE_NFT
+      DataplaneKind{"nft", OpenNft},
 #endif
       DataplaneKind{"memory", OpenMemoryDataplane},
   };

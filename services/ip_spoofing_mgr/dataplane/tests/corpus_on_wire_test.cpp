@@ -14,11 +14,30 @@ using frames::VerdictRow;
 
 constexpr PortId kPort = 3;
 
+/// Rows that nf_tables cannot express, with what becomes of them there.
+struct Difference {
+  std::string row;
+  verdict_reason reason;
+};
+const std::vector<Difference>& NftDifferences() {
+  static const std::vector<Difference> kDifferences = {
+      {"802.3 length one byte more than the frame", VERDICT_NON_IP},
+  };
+  return kDifferences;
+}
+
 class CorpusOnWire : public RealPlane {
  protected:
   void Judge(const VerdictRow& row, bool monitor);
 
  private:
+  [[nodiscard]] verdict_reason Expected(const VerdictRow& row) const {
+    if (plane_->Name() == "nft") {
+      for (const Difference& difference : NftDifferences())
+        if (difference.row == row.name) return difference.reason;
+    }
+    return row.reason;
+  }
   netns::Receiver& ReceiverOf(uint16_t type) {
     auto& receiver = receivers_[type];
     if (!receiver) receiver.emplace(wire_->port(), type);
@@ -62,10 +81,11 @@ void CorpusOnWire::Judge(const VerdictRow& row, bool monitor) {
   }
   netns::Receiver& receiver = ReceiverOf(netns::ReceivedType(row.frame));
   ASSERT_TRUE(sender_->Send(row.frame)) << row.name;
-  const bool drop = frames::Drops(row.reason);
+  const verdict_reason reason = Expected(row);
+  const bool drop = frames::Drops(reason);
   if (row.enabled) {
     ++total_;
-    ++counts_[{std::string{ReasonName(row.reason)}, !drop || monitor}];
+    ++counts_[{std::string{ReasonName(reason)}, !drop || monitor}];
     EXPECT_EQ(WaitForTotal(kPort, total_), counts_) << row.name;
   }
   const size_t passing = drop && !monitor ? 0 : 1;

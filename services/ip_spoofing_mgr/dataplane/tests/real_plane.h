@@ -4,6 +4,7 @@
 
 #include <map>
 #include <memory>
+#include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -24,6 +25,7 @@ struct PlaneUnderTest {
 
 /// Every plane that this build has; `real_only`: without the ones that filter nothing.
 std::vector<PlaneUnderTest> Planes(bool real_only);
+inline void PrintTo(const PlaneUnderTest& plane, std::ostream* out) { *out << plane.name; }
 inline std::string NameOf(const testing::TestParamInfo<PlaneUnderTest>& plane) { return plane.param.name; }
 
 class RealPlane : public testing::TestWithParam<PlaneUnderTest> {

@@ -1,0 +1,191 @@
+#include "dataplane/nft/port_rules.h"
+
+#include <linux/if_ether.h>
+#include <linux/netfilter.h>
+
+#include "dataplane/verdict_text.h"
+
+namespace mgr::nft {
+namespace {
+
+// Offsets from the destination MAC.
+constexpr uint32_t kSourceMac = 6;
+constexpr uint32_t kOuterType = 12;
+constexpr uint32_t kTci = 14;
+constexpr uint32_t kInnerType = 16;
+
+std::string Base(PortId port) { return "port" + std::to_string(port); }
+
+class Builder final {
+ public:
+  explicit Builder(const PortConfig& port)
+      : port_{port},
+        base_{Base(port.id)},
+        form_{base_ + ".form"},
+        ipv4_{base_ + ".ipv4"},
+        arp_{base_ + ".arp"},
+        sender_{base_ + ".sender"} {}
+
+  std::vector<Rule> Make() {
+    if (port_.mode == AllowAll::kAll) {
+      Pass(In(base_), VERDICT_ALLOW_ALL);
+      return std::move(rules_);
+    }
+    AddBase();
+    AddForm();
+    AddIpv4();
+    AddArp();
+    AddSender();
+    return std::move(rules_);
+  }
+
+ private:
+  static Rule In(const std::string& chain) { return Rule{chain}; }
+  void Add(Rule& rule) { rules_.push_back(std::move(rule)); }
+  void Add(Rule&& rule) { rules_.push_back(std::move(rule)); }
+  void Pass(Rule&& rule, verdict_reason reason) { Pass(rule, reason); }
+  void Pass(Rule& rule, verdict_reason reason) {
+    Add(rule.Count(CounterName(port_.id, reason, false)).Verdict(NF_ACCEPT));
+  }
+  void Drop(Rule&& rule, verdict_reason reason) { Drop(rule, reason); }
+  void Drop(Rule& rule, verdict_reason reason) {
+    Add(rule.Count(CounterName(port_.id, reason, port_.monitor)).Verdict(port_.monitor ? NF_ACCEPT : NF_DROP));
+  }
+
+  void AddBase() {
+    Add(In(base_).Jump(form_));
+    Drop(In(base_).LinkIs(kSourceMac, Data(6)), VERDICT_BAD_SOURCE_MAC);
+    Drop(In(base_).LoadLink(0, kSourceMac, 1).Mask(0, {1}).Is(0, {1}), VERDICT_BAD_SOURCE_MAC);
+    Drop(In(base_).LinkIs(kOuterType, Net16(ETH_P_8021AD)), VERDICT_VLAN);
+    Drop(
+        In(base_).LinkIs(kOuterType, Net16(ETH_P_8021Q)).LoadLink(0, kTci, 2).Mask(0, Net16(0xfff)).Is(0, Net16(0xfff)),
+        VERDICT_VLAN);
+    Drop(In(base_).Protocol(ETH_P_8021Q), VERDICT_VLAN);
+    Drop(In(base_).Protocol(ETH_P_8021AD), VERDICT_VLAN);
+    Add(In(base_).Protocol(ETH_P_IP).Goto(ipv4_));
+    Add(In(base_).Protocol(ETH_P_ARP).Goto(arp_));
+    Drop(In(base_).Protocol(ETH_P_RARP), VERDICT_ARP);
+    if (port_.mode == AllowAll::kIpv6)
+      Pass(In(base_).Protocol(ETH_P_IPV6), VERDICT_IPV6_ALL);
+    else
+      Drop(In(base_).Protocol(ETH_P_IPV6), VERDICT_IPV6);
+    Drop(In(base_).ProtocolIn(kEncapsulations), VERDICT_ENCAPSULATED);
+    for (const uint32_t address : {0U, 1U})
+      Drop(In(base_).Protocol(ETH_P_802_2).LoadNetwork(0, address, 1).Mask(0, {0xfe}).In(0, kIpOverLlc),
+           VERDICT_ENCAPSULATED);
+    Pass(In(base_), VERDICT_NON_IP);
+  }
+
+  /// Returns for every frame that is well formed.
+  void AddForm() {
+    Add(In(form_).Protocol(ETH_P_IP).Ipv4IsSound().Verdict(NFT_RETURN));
+    Drop(In(form_).Protocol(ETH_P_IP), VERDICT_MALFORMED);
+    Add(In(form_).Protocol(ETH_P_ARP).NetworkHas(28).NetworkIs(4, {6, 4}).Verdict(NFT_RETURN));
+    Drop(In(form_).Protocol(ETH_P_ARP), VERDICT_MALFORMED);
+    for (const uint16_t tag : {ETH_P_8021Q, ETH_P_8021AD}) {
+      Add(In(form_).Protocol(tag).NetworkHas(4).Verdict(NFT_RETURN));
+      Drop(In(form_).Protocol(tag), VERDICT_MALFORMED);
+    }
+    for (const uint16_t length_field : {ETH_P_802_2, ETH_P_802_3}) {
+      Drop(In(form_)
+               .Protocol(length_field)
+               .LoadLink(0, kOuterType, 2)
+               .In(0, kTags)
+               .LoadLink(0, kInnerType, 2)
+               .Compare(0, NFT_CMP_GT, Net16(1500)),
+           VERDICT_MALFORMED);
+      Drop(In(form_)
+               .Protocol(length_field)
+               .LoadLink(0, kOuterType, 2)
+               .In(0, kTags)
+               .LoadLink(0, kInnerType, 2)
+               .Compare(0, NFT_CMP_LT, Net16(3)),
+           VERDICT_MALFORMED);
+      Drop(In(form_)
+               .Protocol(length_field)
+               .LoadLink(0, kOuterType, 2)
+               .NotIn(0, kTags)
+               .Compare(0, NFT_CMP_GT, Net16(1500)),
+           VERDICT_MALFORMED);
+      Drop(In(form_).Protocol(length_field).LoadLink(0, kOuterType, 2).Compare(0, NFT_CMP_LT, Net16(3)),
+           VERDICT_MALFORMED);
+      Add(In(form_).Protocol(length_field).NetworkHas(3).Verdict(NFT_RETURN));
+      Drop(In(form_).Protocol(length_field), VERDICT_MALFORMED);
+    }
+  }
+
+  enum class Tagged : uint8_t { kNo, kYes };
+  /// Port, VLAN and source into the words 0 to 2, and the source MAC into 3 and 4.
+  Rule Keys(const std::string& chain, Tagged tagged, uint32_t source_at) const {
+    Rule rule{chain};
+    if (tagged == Tagged::kYes)
+      rule.LinkIs(kOuterType, Net16(ETH_P_8021Q)).LoadLink(1, kTci, 2).Mask(1, Net16(0xfff));
+    else
+      rule.LinkIsNot(kOuterType, Net16(ETH_P_8021Q)).Load(1, Net16(0));
+    rule.Load(0, Host32(port_.id)).LoadNetwork(2, source_at, 4);
+    return rule;
+  }
+  void PassEntries(const std::string& chain, uint32_t source_at) {
+    for (const Tagged tagged : {Tagged::kNo, Tagged::kYes}) {
+      Pass(Keys(chain, tagged, source_at).In(0, kAnyMac), VERDICT_ENTRY);
+      Pass(Keys(chain, tagged, source_at).LoadLink(3, kSourceMac, 6).In(0, kBound), VERDICT_ENTRY);
+    }
+  }
+
+  void AddIpv4() {
+    if (port_.mode == AllowAll::kIpv4) return Pass(In(ipv4_), VERDICT_IPV4_ALL);
+    PassEntries(ipv4_, 12);
+    for (const Tagged tagged : {Tagged::kNo, Tagged::kYes})
+      Drop(Keys(ipv4_, tagged, 12).In(0, kBoundKeys), VERDICT_MAC_MISMATCH);
+    Pass(In(ipv4_)
+             .NetworkIs(12, {0, 0, 0, 0, 255, 255, 255, 255})
+             .NetworkIs(9, {17})
+             .LoadNetwork(0, 6, 2)
+             .Mask(0, Net16(0x3fff))
+             .Is(0, Net16(0))
+             .LoadNetwork(0, 0, 1)
+             .Mask(0, {0x0f})
+             .LoadNetwork(1, 2, 2)
+             .NotIn(0, kNoRoomForUdp)
+             .TransportIs(0, {0, 68, 0, 67}),
+         VERDICT_DHCP);
+    Drop(In(ipv4_), VERDICT_NO_ENTRY);
+  }
+
+  void AddArp() {
+    Drop(In(arp_).LoadNetwork(0, 0, 4).Compare(0, NFT_CMP_NEQ, {0, 1, 8, 0}), VERDICT_ARP);
+    // No rule compares two fields of a frame; pairs of equal bytes are looked up instead.
+    Rule equal{arp_};
+    for (uint32_t byte = 0; byte < 6; ++byte)
+      equal.LoadLink(0, kSourceMac + byte, 1).LoadNetwork(1, 8 + byte, 1).In(0, kSameBytes);
+    Add(equal.Goto(sender_));
+    Drop(In(arp_), VERDICT_ARP_MAC);
+  }
+
+  void AddSender() {
+    Pass(In(sender_).NetworkIs(14, Data(4)).NetworkIs(6, {0, 1}), VERDICT_ARP_PROBE);
+    Drop(In(sender_).NetworkIs(14, Data(4)), VERDICT_ARP);
+    if (port_.mode == AllowAll::kIpv4) return Pass(In(sender_), VERDICT_IPV4_ALL);
+    PassEntries(sender_, 14);
+    Drop(In(sender_), VERDICT_ARP);
+  }
+
+  const PortConfig& port_;
+  const std::string base_, form_, ipv4_, arp_, sender_;
+  std::vector<Rule> rules_;
+};
+
+}  // namespace
+
+std::vector<std::string> ChainNames(PortId port) {
+  const std::string base = Base(port);
+  return {base, base + ".form", base + ".ipv4", base + ".arp", base + ".sender"};
+}
+
+std::string CounterName(PortId port, verdict_reason reason, bool monitored) {
+  return Base(port) + (monitored ? ".monitored." : ".") + std::string{ReasonName(reason)};
+}
+
+std::vector<Rule> PortRules(const PortConfig& port) { return Builder{port}.Make(); }
+
+}  // namespace mgr::nft
