@@ -124,12 +124,13 @@ void Engine::Want(const Request& request, Objects* touched) {
     return;
   }
   if (port->ifindex == 0 && !port->name.empty()) port->ifindex = interfaces_.IndexOf(port->name);
-  TouchPort(port, touched);
   switch (request.kind) {
     case RequestKind::kPort:
+      TouchPort(port, touched);
       port->wanted_enabled = request.value != 0;
       return;
     case RequestKind::kMode:
+      TouchPort(port, touched);
       port->wanted_mode = static_cast<AllowAll>(request.value & 3U);
       return;
     case RequestKind::kPut:
@@ -141,6 +142,7 @@ void Engine::Want(const Request& request, Objects* touched) {
 void Engine::WantEntry(const Request& request, Port* port, Objects* touched) {
   const bool put = request.kind == RequestKind::kPut;
   if (request.family != 0 || request.vlan > kMaxVlan) {
+    touched->ports.push_back(port->id);  // not as an object of this batch: it may have become needless
     OddKey key{.port = port->id, .vlan = request.vlan, .ipv6 = request.family != 0};
     std::memcpy(key.address.data(), request.address, key.address.size());
     const auto it = table_.odd_entries().find(key);

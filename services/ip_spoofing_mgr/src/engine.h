@@ -119,6 +119,7 @@ class Engine final {
   std::map<EntryKey, std::string> failed_entries_;
   std::set<PortId> failed_ports_;
   Clock::time_point retry_at_{};
+  bool retrying_ = false;  ///< what fails again is not logged again
 };
 
 }  // namespace mgr

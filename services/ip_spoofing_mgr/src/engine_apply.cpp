@@ -94,6 +94,9 @@ Engine::Objects Engine::Make(const Objects& objects, Phase phase) {
     const size_t removes = changes.removes.size();
     if (!PlanEntry(key, &it->second, phase, &changes)) left.entries.push_back(key);
     if (changes.removes.size() > removes) ++removing[key.port];
+    // An entry is no request about its port, but may make it known or needless.
+    const Port* port = table_.Find(key.port);
+    if (!port->installed || !port->Wanted()) removing.try_emplace(key.port, 0);
   }
   for (const auto& [id, removes] : removing) {
     const Port* port = table_.Find(id);
@@ -152,23 +155,27 @@ void Engine::Retry() {
     it->second.failed = false;
     if (!it->second.held) again.entries.push_back(key);
   }
+  retrying_ = true;
   Make(again, Phase::kFinal);
+  retrying_ = false;
   FillRoom();
 }
 
 void Engine::Forget(const Objects& objects) {
+  const auto forget_port = [this](PortId id) {
+    const Port* port = table_.Find(id);
+    if (port == nullptr || port->Wanted() || port->installed) return;
+    failed_ports_.erase(id);
+    table_.Erase(id);
+  };
   for (const EntryKey& key : objects.entries) {
     const auto it = table_.entries().find(key);
     if (it == table_.entries().end() || it->second.wanted || it->second.installed) continue;
     failed_entries_.erase(key);
     table_.entries().erase(it);
+    forget_port(key.port);
   }
-  for (const PortId id : objects.ports) {
-    const Port* port = table_.Find(id);
-    if (port == nullptr || port->Wanted() || port->installed) continue;
-    failed_ports_.erase(id);
-    table_.Erase(id);
-  }
+  for (const PortId id : objects.ports) forget_port(id);
 }
 
 void Engine::Apply(const Changes& changes) {
@@ -233,7 +240,7 @@ void Engine::DropMade(PortId id, const common::Error* error) {
 }
 
 void Engine::EntryFailed(const EntryKey& key, EntryRow* row, const common::Error& error) {
-  if (failed_entries_.empty()) spdlog::warn("an entry is not in force: {}", error.Text());
+  if (failed_entries_.empty() && !retrying_) spdlog::warn("an entry is not in force: {}", error.Text());
   row->failed = true;
   failed_entries_[key] = error.Text();
 }
