@@ -92,6 +92,13 @@ bool ChildProcess::Reap(int options) {
 
 bool ChildProcess::Running() { return !Reap(WNOHANG); }
 
+bool ChildProcess::Stopped() {
+  // "PID (name) STATE ...", see proc(5); the name may hold anything.
+  const std::string line = ReadFile("/proc/" + std::to_string(pid_) + "/stat");
+  const size_t end = line.rfind(") ");
+  return end != std::string::npos && line[end + 2] == 'T';
+}
+
 void ChildProcess::Signal(int signal) {
   if (Running()) ::kill(pid_, signal);
 }

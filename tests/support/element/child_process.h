@@ -26,6 +26,8 @@ class ChildProcess final {
   [[nodiscard]] pid_t pid() const noexcept { return pid_; }
   /// Not ended yet; one that is stopped runs.
   [[nodiscard]] bool Running();
+  /// By SIGSTOP.
+  [[nodiscard]] bool Stopped();
   /// Sends `signal`; to a program that has ended it does nothing.
   void Signal(int signal);
   /// How it ended: its exit status, or 128 + the signal. Nothing when it still runs after `limit`.

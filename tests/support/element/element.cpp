@@ -53,11 +53,14 @@ ChildProcess::Environment Element::Environment() const {
   return {{common::kRunDirVariable, RunDir()}, {common::kStateDirVariable, StateDir()}};
 }
 
-void Element::ProbeRequests(const std::string& log, int stop_at) {
-  probe_ = {
-      {"LD_PRELOAD", ELEMENT_REQUEST_PROBE}, {"REQUEST_PROBE_LOG", log}, {"ASAN_OPTIONS", "verify_asan_link_order=0"}};
-  if (stop_at > 0) probe_["REQUEST_PROBE_STOP_AT"] = std::to_string(stop_at);
+void Element::ProbeRequests(const std::string& log) {
+  probe_["LD_PRELOAD"] = ELEMENT_REQUEST_PROBE;
+  probe_["REQUEST_PROBE_LOG"] = log;
+  probe_["ASAN_OPTIONS"] = "verify_asan_link_order=0";
 }
+
+void Element::StopDaemonAt(int step) { probe_["REQUEST_PROBE_STOP_AT"] = std::to_string(step); }
+void Element::FailWalk(int number) { probe_["REQUEST_PROBE_FAIL_WALK"] = std::to_string(number); }
 
 void Element::Start(Part part, const std::vector<std::string>& options) {
   if (Running(part)) return;
@@ -99,6 +102,10 @@ void Element::Pause(Part part) { Process(part)->Signal(SIGSTOP); }
 void Element::Resume(Part part) { Process(part)->Signal(SIGCONT); }
 
 std::string Element::Log(Part part) const { return Process(part) != nullptr ? Process(part)->Log() : ""; }
+
+bool Element::WaitForPause(Part part) const {
+  return Eventually([&] { return Process(part)->Stopped(); }, kLimit);
+}
 
 bool Element::WaitForLog(Part part, std::string_view text) const {
   return Eventually([&] { return Log(part).find(text) != std::string::npos; }, kLimit);

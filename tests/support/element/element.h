@@ -27,9 +27,13 @@ class Element final {
   Element& operator=(const Element&) = delete;
   ~Element();
 
-  /// Of daemons started from now on: writes every request down in `log`, a line each (see request_probe.cpp), and stops
-  /// the daemon (SIGSTOP) before its request number `stop_at`, if that is not 0.
-  void ProbeRequests(const std::string& log, int stop_at = 0);
+  /// Of daemons started from now on: every request is written to `log`, a line each (request_probe.cpp).
+  void ProbeRequests(const std::string& log);
+  /// Besides, the daemon stops itself (SIGSTOP) before its step number `step`: requests and acknowledgements count.
+  /// 0: it does not.
+  void StopDaemonAt(int step);
+  /// Besides, its difference walk of that number fails. 0: none does.
+  void FailWalk(int number);
 
   /// Starts `part` with `options` behind the ones every test wants; a part that runs already is left alone.
   void Start(Part part, const std::vector<std::string>& options = {});
@@ -41,6 +45,8 @@ class Element final {
   void Kill(Part part);
   void Pause(Part part);   ///< SIGSTOP
   void Resume(Part part);  ///< SIGCONT
+  /// Waits until `part` is stopped.
+  [[nodiscard]] bool WaitForPause(Part part) const;
   /// Null when it was never started.
   [[nodiscard]] ChildProcess* Process(Part part) const { return processes_[Index(part)].get(); }
   [[nodiscard]] bool Running(Part part) const;

@@ -1,6 +1,10 @@
-/// Loaded into the daemon in front of the manager's client (LD_PRELOAD): writes down every request, then makes it.
-/// REQUEST_PROBE_LOG names the file, which gets a line for each request; REQUEST_PROBE_STOP_AT the number, from 1, of
-/// the request before which the process stops itself (SIGSTOP), as often as that number comes.
+/// Loaded into the daemon in front of its libraries (LD_PRELOAD): writes down every request that it makes of the
+/// manager, and then makes it.
+///   REQUEST_PROBE_LOG        the file that gets a line for each request
+///   REQUEST_PROBE_STOP_AT    the process stops itself (SIGSTOP) before its step of this number, from 1; the requests
+///   and
+///                            the acknowledgements of subscription messages are the steps
+///   REQUEST_PROBE_FAIL_WALK  the difference walk of this number, from 1, fails without having begun
 #include <arpa/inet.h>
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -12,6 +16,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "confd_cdb.h"
 #include "ip_spoofing_mgr_client.h"
 
 namespace {
@@ -37,16 +42,25 @@ std::string EntryText(const AllowedIpEntry& entry, const uint8_t* mac) {
   return NameOf(entry.limid) + " " + address.data() + " " + std::to_string(entry.vlan) + " " + MacText(mac);
 }
 
+int NumberIn(const char* variable) {
+  const char* text = std::getenv(variable);
+  return text != nullptr ? std::atoi(text) : 0;
+}
+
+void Step() {
+  static const int stop_at = NumberIn("REQUEST_PROBE_STOP_AT");
+  static int steps = 0;
+  if (++steps == stop_at) ::raise(SIGSTOP);
+}
+
 void Write(const std::string& line) {
-  static int count = 0;
-  static const char* const stop_at = std::getenv("REQUEST_PROBE_STOP_AT");
   static const int log = ::open(std::getenv("REQUEST_PROBE_LOG"), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-  if (stop_at != nullptr && ++count == std::atoi(stop_at)) ::raise(SIGSTOP);
+  Step();
   const std::string text = line + "\n";
   if (::write(log, text.data(), text.size()) != static_cast<ssize_t>(text.size())) std::abort();
 }
 
-/// The member function that this library stands in front of. It takes the object as its first argument.
+/// The function that this library stands in front of. A member function takes its object as the first argument.
 template <class... Args>
 int Next(const char* symbol, Args... args) {
   using Function = int (*)(Args...);
@@ -83,4 +97,16 @@ int ip_spoofing_mgr::IpSpoofingPreventionMgrClient::SendRemoveEntry(const Allowe
 int ip_spoofing_mgr::IpSpoofingPreventionMgrClient::SendUpdateEntry(const AllowedIpEntry* entry, const uint8_t* mac) {
   Write("update " + EntryText(*entry, mac));
   return Next(NEXT("15SendUpdateEntry", "EPKNS_14AllowedIpEntryEPKh"), this, entry, mac);
+}
+
+int cdb_sync_subscription_socket(int sock, cdb_subscription_sync_type type) {
+  Step();
+  return Next("cdb_sync_subscription_socket", sock, type);
+}
+
+int cdb_diff_iterate(int sock, int subid, cdb_iter_fn iter, int flags, void* state) {
+  static const int fail_walk = NumberIn("REQUEST_PROBE_FAIL_WALK");
+  static int walks = 0;
+  if (++walks == fail_walk) return CONFD_ERR;
+  return Next("cdb_diff_iterate", sock, subid, iter, flags, state);
 }
