@@ -168,6 +168,8 @@ int EventLoop::RunOnce(std::chrono::milliseconds timeout) {
   return Turn(state_, timeout, &kAlways);
 }
 
+// By value: the loop, and its own reference, may go inside a callback.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 int EventLoop::Turn(std::shared_ptr<State> state, std::chrono::milliseconds timeout, const bool* running) {
   state->RunDeferred();
   if (state->destroyed) return 0;

@@ -10,6 +10,8 @@
 namespace netconf {
 namespace {
 
+constexpr std::string_view kEmpty = "";  // with data: null stands for what is not there
+
 constexpr size_t kMaxDepth = 128;
 constexpr size_t kMaxElements = 8'000'000;
 constexpr char kSeparator = '\n';  // cannot be in a namespace name or a local name
@@ -52,7 +54,7 @@ struct XmlDocument::State {
     return new (arena.allocate(sizeof(T), alignof(T))) T{value};
   }
   std::string_view Keep(std::string_view text) {
-    if (text.empty()) return {"", 0};
+    if (text.empty()) return kEmpty;
     char* copy = static_cast<char*>(arena.allocate(text.size(), 1));
     text.copy(copy, text.size());
     return {copy, text.size()};
@@ -111,7 +113,7 @@ class XmlDocument::Builder final {
     const std::string_view key = whole.substr(0, second);
     if (const auto found = state_.names.find(key); found != state_.names.end()) return found->second;
     const std::string_view kept = state_.Keep(key);
-    const XmlName value = first == std::string_view::npos ? XmlName{{"", 0}, kept}
+    const XmlName value = first == std::string_view::npos ? XmlName{kEmpty, kept}
                                                           : XmlName{kept.substr(0, first), kept.substr(first + 1)};
     return state_.names.emplace(kept, state_.New(value)).first->second;
   }
@@ -125,12 +127,7 @@ class XmlDocument::Builder final {
     if (open_.size() >= kMaxDepth) return Refuse("the document is nested too deeply");
     if (++elements_ > kMaxElements) return Refuse("the document has too many elements");
     std::string_view prefix;
-    XmlElement* element = state_.New(XmlElement{Intern(name, &prefix),
-                                                {"", 0},
-                                                nullptr,
-                                                nullptr,
-                                                nullptr,
-                                                scope_,
+    XmlElement* element = state_.New(XmlElement{Intern(name, &prefix), kEmpty, nullptr, nullptr, nullptr, scope_,
                                                 static_cast<uint32_t>(XML_GetCurrentLineNumber(parser_.get()))});
     const XmlAttribute** link = &element->attributes;
     for (; *attributes != nullptr; attributes += 2) {

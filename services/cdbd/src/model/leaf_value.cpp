@@ -100,7 +100,8 @@ void AppendLeafElement(const Model& model, const Node& leaf, std::string_view xm
     MapPrefixes(text, [&](std::string_view prefix) {
       const lys_module* module = ly_ctx_get_module_implemented(model.context(), std::string{prefix}.c_str());
       const std::string declaration =
-          module == nullptr ? "" : " xmlns:" + std::string{prefix} + "=\"" + netconf::EscapedAttribute(module->ns) + "\"";
+          module == nullptr ? ""
+                            : " xmlns:" + std::string{prefix} + "=\"" + netconf::EscapedAttribute(module->ns) + "\"";
       if (declared.find(declaration) == std::string::npos) declared += declaration;
       return std::string{};
     });

@@ -14,7 +14,7 @@ struct RpcError {
   std::string path{};  ///< XPath; every step has the module's prefix
   std::string app_tag{};
   std::string info{};                                                  ///< the XML inside <error-info>
-  bool warning = false;                                              ///< severity
+  bool warning = false;                                                ///< severity
   std::vector<std::pair<std::string, std::string>> path_namespaces{};  ///< prefix and namespace of the steps
 };
 using RpcErrors = std::vector<RpcError>;

@@ -30,7 +30,8 @@ std::string ReplyAttributes(const XmlElement& rpc) {
   std::string out;
   for (const netconf::XmlAttribute* a = rpc.attributes; a != nullptr; a = a->next) {
     if (!a->prefix.empty() && a->prefix != "xml") {
-      const std::string declaration = " xmlns:" + std::string{a->prefix} + "=\"" + netconf::EscapedAttribute(a->name->ns) + "\"";
+      const std::string declaration =
+          " xmlns:" + std::string{a->prefix} + "=\"" + netconf::EscapedAttribute(a->name->ns) + "\"";
       if (out.find(declaration) == std::string::npos) out += declaration;
     }
     out += " ";
