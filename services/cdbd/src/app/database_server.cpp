@@ -5,32 +5,21 @@
 #include "common/paths.h"
 #include "netconf/server.h"
 #include "ops/operations.h"
-#include "providers/provider.h"
+#include "programs/program_server.h"
+#include "state/database_state.h"
 #include "state/own_state.h"
 #include "state/state_reader.h"
 
 namespace cdbd {
-namespace {
-
-class NoDelivery final : public Delivery {
- public:
-  bool HasSubscribers() const override { return false; }
-  void Deliver(const cdb_store::Txid&, Done done) override { done({}); }
-};
-class NoProviders final : public Providers {
- public:
-  bool Serves(const std::string&) const override { return false; }
-  void Fetch(const cdb_store::Node& list, std::string_view, Done done) override {
-    done(common::Error{"callpoint", list.callpoint, "no data provider is connected"});
-  }
-};
-
-}  // namespace
-
 /// In the order of construction; requests that are under way go before the sessions they would answer.
 struct DatabaseServer::Parts {
-  Parts(common::EventLoop& loop, std::unique_ptr<Model> loaded, std::unique_ptr<cdb_store::StoreWriter> opened)
-      : model{std::move(loaded)}, store{std::move(opened)}, state{*model} {
+  Parts(common::EventLoop& loop, const ServerOptions& options, std::unique_ptr<Model> loaded,
+        std::unique_ptr<cdb_store::StoreWriter> opened)
+      : model{std::move(loaded)},
+        store{std::move(opened)},
+        state{*model},
+        subscriptions{loop, *store, options.subscriber_limit},
+        providers{loop, store->schema(), options.provider_limit} {
     core = std::make_unique<Core>(loop, *model, *store);
   }
 
@@ -38,13 +27,14 @@ struct DatabaseServer::Parts {
   std::unique_ptr<cdb_store::StoreWriter> store;
   std::unique_ptr<NetconfServer> netconf;
   StateReader state;
-  NoDelivery delivery;
-  NoProviders providers;
+  SubscriptionService subscriptions;
+  ProviderService providers;
+  std::unique_ptr<ProgramServer> programs;
   std::unique_ptr<Core> core;
 };
 
 DatabaseServer::DatabaseServer(std::unique_ptr<Parts> parts) : parts_{std::move(parts)} {}
-DatabaseServer::~DatabaseServer() = default;
+DatabaseServer::~DatabaseServer() { parts_->netconf->DropSessions(); }
 
 common::Result<std::unique_ptr<DatabaseServer>> DatabaseServer::Start(common::EventLoop& loop,
                                                                       const ServerOptions& options) {
@@ -59,12 +49,13 @@ common::Result<std::unique_ptr<DatabaseServer>> DatabaseServer::Start(common::Ev
   auto store = cdb_store::StoreWriter::Open(store_options, model.value()->schema(), "cdbd");
   if (!store) return store.error();
 
-  auto parts = std::make_unique<Parts>(loop, std::move(model).value(), std::move(store).value());
+  auto parts = std::make_unique<Parts>(loop, options, std::move(model).value(), std::move(store).value());
   Core& core = *parts->core;
-  core.delivery = &parts->delivery;
+  core.delivery = &parts->subscriptions;
   core.providers = &parts->providers;
   core.state = &parts->state;
   AddOwnState(core, &parts->state);
+  AddDatabaseState(core, parts->subscriptions, parts->providers, &parts->state);
   NetconfServer::Callbacks callbacks;
   callbacks.request = [&core](const RpcPtr& rpc) { Dispatch(core, rpc); };
   callbacks.session_ended = [&core](uint32_t session) { OnSessionEnded(core, session); };
@@ -73,6 +64,10 @@ common::Result<std::unique_ptr<DatabaseServer>> DatabaseServer::Start(common::Ev
   if (!netconf) return netconf.error();
   parts->netconf = std::move(netconf).value();
   core.netconf = parts->netconf.get();
+  auto programs =
+      ProgramServer::Listen(loop, options.run_dir + "/cdb.sock", core.store, parts->subscriptions, parts->providers);
+  if (!programs) return programs.error();
+  parts->programs = std::move(programs).value();
   spdlog::info("serving {} at transaction {}", core.store.path(), core.store.txid().number);
   return std::unique_ptr<DatabaseServer>{new DatabaseServer{std::move(parts)}};
 }

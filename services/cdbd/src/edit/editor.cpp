@@ -112,25 +112,30 @@ bool Editor::Resolve(const Node& parent, const Element& element, Operation inher
 // One parent has at most one of each leaf and container, and of a choice only one case.
 bool Editor::CheckTogether(const std::vector<Item>& items) {
   std::vector<NodeId> seen;
+  std::vector<NodeId> kept;
+  const auto in = [](const std::vector<NodeId>& all, NodeId id) {
+    return std::find(all.rbegin(), all.rend(), id) != all.rend();
+  };
   for (const Item& item : items) {
     const Node& node = *item.node;
-    const bool again = std::find(seen.rbegin(), seen.rend(), node.id) != seen.rend();
-    if (again && !node.IsKeyed()) {
+    if (!in(seen, node.id)) {
+      seen.push_back(node.id);
+    } else if (!node.IsKeyed()) {
       RpcError error{.tag = "bad-element", .message = "'" + node.name + "' is there more than once"};
       error.info = BadElement(node.name);
       Fail(node, std::move(error));
       return false;
     }
-    if (again || Removes(item.operation)) continue;
+    if (Removes(item.operation) || in(kept, node.id)) continue;
     for (const NodeId rival : model_.extras(node).rivals) {
-      if (std::find(seen.begin(), seen.end(), rival) == seen.end()) continue;
+      if (!in(kept, rival)) continue;
       RpcError error{.tag = "bad-element"};
       error.message = "'" + node.name + "' and '" + schema_.node(rival).name + "' are in different cases of one choice";
       error.info = BadElement(node.name);
       Fail(node, std::move(error));
       return false;
     }
-    seen.push_back(node.id);
+    kept.push_back(node.id);
   }
   return true;
 }

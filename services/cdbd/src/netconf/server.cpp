@@ -77,6 +77,8 @@ NetconfServer::~NetconfServer() {
   ::unlink(path_.c_str());
 }
 
+void NetconfServer::DropSessions() { sessions_.clear(); }
+
 void NetconfServer::OnConnection() {
   auto accepted = common::AcceptUnix(listener_.get());
   if (!accepted) {

@@ -39,6 +39,8 @@ class NetconfServer final {
                                                                std::vector<std::string> capabilities,
                                                                Callbacks callbacks);
   ~NetconfServer();
+  /// Drops every session without a word: requests that are under way then find nobody to answer.
+  void DropSessions();
 
   /// Ends the session after its queued answers. False when there is none.
   bool Close(uint32_t session);

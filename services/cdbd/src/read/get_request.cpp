@@ -3,8 +3,9 @@
 #include <map>
 #include <utility>
 
-#include "providers/provider.h"
+#include "netconf/server.h"
 #include "read/data_writer.h"
+#include "read/providers.h"
 #include "state/state_reader.h"
 
 namespace cdbd {
@@ -49,7 +50,14 @@ class GetRequest final : public ProvidedLists, public std::enable_shared_from_th
     const cdb_store::Node& list = core_.model.schema().node(key.first);
     // Who asks for everything gets what there is.
     if (selection_.all && !core_.providers->Serves(list.callpoint)) return OnRows(key, std::vector<ProvidedRow>{});
-    core_.providers->Fetch(list, key.second,
+    const SessionInfo* session = core_.netconf->Find(rpc_->session());
+    if (session == nullptr) return;
+    Providers::Request request;
+    request.list = &list;
+    request.parent_keys = key.second;
+    request.user = session->user;
+    request.wanted = [&netconf = *core_.netconf, id = session->id] { return netconf.Find(id) != nullptr; };
+    core_.providers->Fetch(std::move(request),
                            [self = shared_from_this(), key](Answer rows) { self->OnRows(key, std::move(rows)); });
   }
 

@@ -20,9 +20,16 @@ class Providers {
   virtual ~Providers() = default;
   /// Somebody serves the callpoint now.
   [[nodiscard]] virtual bool Serves(const std::string& callpoint) const = 0;
-  /// All entries of `list` below the instance with `parent_keys`. `done` is called once, perhaps from within; an error
-  /// names the callpoint.
-  virtual void Fetch(const cdb_store::Node& list, std::string_view parent_keys, Done done) = 0;
+  /// What is asked for, and by whom.
+  struct Request {
+    const cdb_store::Node* list = nullptr;
+    std::string parent_keys;  ///< of the instance that holds the list
+    std::string user;
+    std::function<bool()> wanted;  ///< false: nobody waits for the answer any more
+  };
+  /// All entries of the list. `done` is called once, perhaps from within, unless the answer is no longer wanted; an
+  /// error names the callpoint.
+  virtual void Fetch(Request request, Done done) = 0;
 };
 
 }  // namespace cdbd
