@@ -65,6 +65,9 @@ std::string NetconfClient::Data(std::string_view operation) {
   return reply.substr(open_end + 1, end - open_end - 1);
 }
 
-bool IsOk(std::string_view reply) { return reply.find("<ok/>") != std::string_view::npos; }
+bool IsOk(std::string_view reply) {
+  const auto has = [reply](std::string_view text) { return reply.find(text) != std::string_view::npos; };
+  return has("<ok/>") || (has("<error-severity>warning<") && !has("<error-severity>error<"));
+}
 
 }  // namespace test

@@ -35,7 +35,7 @@ class NetconfClient final {
   common::Result<netconf::Client> client_;
 };
 
-/// Whether `reply` holds <ok/>.
+/// Whether the request was carried out: `reply` holds <ok/>, or only warnings.
 bool IsOk(std::string_view reply);
 
 }  // namespace test

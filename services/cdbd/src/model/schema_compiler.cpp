@@ -201,8 +201,12 @@ common::Status SchemaCompiler::FillType(const lysc_node& node, NodeSpec* spec) c
     spec->fraction_digits = reinterpret_cast<const lysc_type_dec*>(type)->fraction_digits;
   const char* form = Extension(node.exts, "stored-as");
   if (form == nullptr) return common::Ok();
-  if (type->basetype != LY_TYPE_STRING) return Refuse(node, "stored-as is for strings");
   const std::string_view name{form};
+  if (type->basetype == LY_TYPE_UNION && !spec->config && name == "octets") {
+    spec->binary_text = BinaryText::kOctets;  // of the values that are octets; each has a type of its own
+    return common::Ok();
+  }
+  if (type->basetype != LY_TYPE_STRING) return Refuse(node, "stored-as is for strings");
   if (name == "octets") {
     spec->type = ValueType::kBinary;
     spec->binary_text = BinaryText::kOctets;
