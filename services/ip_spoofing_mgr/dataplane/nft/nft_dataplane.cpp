@@ -119,6 +119,8 @@ class NftDataplane final : public Dataplane {
 
  private:
   int Setup(const nft::Table& table);
+  /// Entries that a table of this run directory and layout has room for; 0 for any other table.
+  [[nodiscard]] size_t RoomOf(const std::string& name) const;
   common::Result<Snapshot> Read(const nft::Table& table) const;
   common::Status Migrate(const nft::Table& from);
 
@@ -143,7 +145,7 @@ class NftDataplane final : public Dataplane {
 };
 
 int NftDataplane::Setup(const nft::Table& table) {
-  const auto room = static_cast<uint32_t>(2 * capacity_);
+  const auto room = static_cast<uint32_t>(std::max(2 * capacity_, RoomOf(table.name())));
   Batch batch;
   table.Create(batch);
   table.AddSet(batch, kPorts, 4, 0);
@@ -179,6 +181,14 @@ int NftDataplane::Setup(const nft::Table& table) {
   table.AddElements(batch, nft::kTags, {{{0x81, 0x00}}, {{0x88, 0xa8}}});
   table.AddElements(batch, nft::kIpOverLlc, {{{0xaa}}, {{0x06}}});
   return socket_.Commit(std::move(batch));
+}
+
+size_t NftDataplane::RoomOf(const std::string& name) const {
+  size_t room = 0;
+  unsigned layout = 0;
+  if (!name.starts_with(prefix_)) return 0;
+  if (std::sscanf(name.c_str() + prefix_.size(), "v%u_%zu", &layout, &room) != 2 || layout != kLayout) return 0;
+  return room;
 }
 
 common::Status NftDataplane::Probe() {
@@ -223,6 +233,9 @@ common::Result<Snapshot> NftDataplane::Read(const nft::Table& table) const {
 common::Result<Snapshot> NftDataplane::TakeOver() {
   auto names = nft::Table::Names(socket_);
   if (!names.ok()) return names.error();
+  const auto roomy = std::find_if(names.value().begin(), names.value().end(),
+                                  [this](const std::string& name) { return RoomOf(name) >= 2 * capacity_; });
+  if (roomy != names.value().end()) table_ = nft::Table{socket_, *roomy};
   if (const int error = Setup(table_); error != 0) return common::SystemError("make the table", table_.name(), error);
   for (const std::string& name : names.value()) {
     if (!name.starts_with(prefix_) || name == table_.name()) continue;
@@ -414,7 +427,7 @@ common::Status NftDataplane::Forget(PortId port) {
 common::Status NftDataplane::RemoveEverything() {
   Batch batch;
   table_.Delete(batch);
-  if (const int error = socket_.Commit(std::move(batch)); error != 0)
+  if (const int error = socket_.Commit(std::move(batch)); error != 0 && error != ENOENT)
     return common::SystemError("delete the table", table_.name(), error);
   ports_.clear();
   entries_.clear();

@@ -155,7 +155,7 @@ void Table::DeleteCounter(Batch& batch, const std::string& name) const {
 common::Result<std::vector<Element>> Table::Elements(const std::string& name) const {
   std::vector<Element> elements;
   const NftSet request = MakeSet(name_, name);
-  const int error = socket_.Dump(
+  const int error = socket_->Dump(
       NFT_MSG_GETSETELEM, [&](nlmsghdr* message) { nftnl_set_elems_nlmsg_build_payload(message, request.get()); },
       [&](const nlmsghdr* message) {
         const NftSet set{nftnl_set_alloc()};
@@ -180,7 +180,7 @@ common::Result<std::vector<Element>> Table::Elements(const std::string& name) co
 
 common::Result<std::map<std::string, std::string>> Table::Chains() const {
   std::map<std::string, std::string> chains;
-  const int error = socket_.Dump(
+  const int error = socket_->Dump(
       NFT_MSG_GETCHAIN, [](nlmsghdr*) {},
       [&](const nlmsghdr* message) {
         const NftChain chain{nftnl_chain_alloc()};
@@ -196,7 +196,7 @@ common::Result<std::map<std::string, std::string>> Table::Chains() const {
 common::Result<std::map<std::string, uint64_t>> Table::Counters() const {
   std::map<std::string, uint64_t> counters;
   const NftObject request = MakeCounter(name_, {});
-  const int error = socket_.Dump(
+  const int error = socket_->Dump(
       NFT_MSG_GETOBJ, [&](nlmsghdr* message) { nftnl_obj_nlmsg_build_payload(message, request.get()); },
       [&](const nlmsghdr* message) {
         const NftObject counter{nftnl_obj_alloc()};

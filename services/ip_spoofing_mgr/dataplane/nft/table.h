@@ -23,7 +23,7 @@ struct Element {
 /// Writes messages about one table into batches, and reads what it holds.
 class Table final {
  public:
-  Table(Socket& socket, std::string name) : socket_{socket}, name_{std::move(name)} {}
+  Table(Socket& socket, std::string name) : socket_{&socket}, name_{std::move(name)} {}
   [[nodiscard]] const std::string& name() const noexcept { return name_; }
 
   void Create(Batch& batch) const;
@@ -50,7 +50,7 @@ class Table final {
  private:
   void PutElements(Batch& batch, uint16_t type, uint16_t flags, const std::string& set,
                    const std::vector<Element>& elements) const;
-  Socket& socket_;
+  Socket* socket_;
   std::string name_;
 };
 
