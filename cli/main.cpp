@@ -2,7 +2,9 @@
 
 #include "common/paths.h"
 #include "load.h"
+#include "show_allowed_ip.h"
 #include "show_config.h"
+#include "show_subscribers.h"
 
 namespace {
 
@@ -41,6 +43,14 @@ int main(int argc, char** argv) {
     command->add_flag("--xml", xml, "as XML")->excludes(as_json);
   };
   add_formats(show->add_subcommand("config", "The running configuration; its XML can be loaded again"));
+  CLI::App* subscribers = show->add_subcommand("subscribers", "Who is told of commits, and how far each is");
+  add_formats(subscribers);
+  CLI::App* allowed_ip = show->add_subcommand("allowed-ip", "The sources that the element knows, and what is in force");
+  add_formats(allowed_ip);
+  std::string interface;
+  CLI::App* of_interface = allowed_ip->add_subcommand("interface", "Those of one interface");
+  of_interface->add_option("NAME", interface, "its name")->required();
+  of_interface->fallthrough();
 
   try {
     app.parse(argc, argv);
@@ -48,8 +58,10 @@ int main(int argc, char** argv) {
     return app.exit(error) == 0 ? cli::kDone : cli::kBadUsage;
   }
   target.limit = std::chrono::milliseconds{static_cast<int64_t>(seconds * 1000)};
-  if (show->parsed())
-    return cli::ShowConfig(target, json ? cli::Format::kJson : xml ? cli::Format::kXml : cli::Format::kTable);
+  const cli::Format format = json ? cli::Format::kJson : xml ? cli::Format::kXml : cli::Format::kTable;
+  if (allowed_ip->parsed()) return cli::ShowAllowedIp(target, interface, format);
+  if (subscribers->parsed()) return cli::ShowSubscribers(target, format);
+  if (show->parsed()) return cli::ShowConfig(target, format);
   return cli::Load(target, file, replace ? cli::LoadMode::kReplace : cli::LoadMode::kMerge,
                    always_progress ? cli::Progress::Show::kAlways : cli::Progress::Show::kOnTerminal);
 }
