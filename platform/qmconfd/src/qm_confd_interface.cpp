@@ -131,13 +131,12 @@ class QmConfdInterface::Impl final {
   }
 
   void Lose(const std::string& reason) {
-    if (!initialized_ || std::exchange(losing_, true)) return;
+    if (!initialized_) return;
     Log(kWarning, "lost the configuration server: " + reason);
     const std::weak_ptr<bool> alive = alive_;
     owner_->AppDisconnect();
     if (alive.expired()) return;
     initialized_ = false;
-    losing_ = false;
     Close();
     if (Clock::now() - connected_at_ >= kLongestDelay) delay_ = kFirstDelay;
     ConnectLater();
@@ -167,7 +166,6 @@ class QmConfdInterface::Impl final {
   milliseconds delay_ = kFirstDelay;
   bool started_ = false;
   bool failing_ = false;
-  bool losing_ = false;
   bool initialized_ = false;
 };
 

@@ -1,9 +1,12 @@
 #include "zlog.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/file.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -202,11 +205,45 @@ TEST_F(Zlog, ProcessesThatShareARotatedFileLoseNoLine) {
   }
   std::map<std::string, int> seen;
   for (const auto& [name, text] : Files()) {
+    EXPECT_TRUE(name == "a" || text.size() > 1024 - 8) << name << " was rotated though it had room";
     std::istringstream lines{text};
     for (std::string line; std::getline(lines, line);) ++seen[line];
   }
   EXPECT_EQ(seen.size(), static_cast<size_t>(kProcesses * kLines));
   for (const auto& [line, count] : seen) EXPECT_EQ(count, 1) << line;
+}
+
+/// Whether the process waits for a lock: a line "3: -> FLOCK  ADVISORY  WRITE <pid> ...".
+bool WaitsForLock(pid_t process) {
+  std::ifstream locks{"/proc/locks"};
+  for (std::string line; std::getline(locks, line);) {
+    if (line.find("->") != std::string::npos && line.find(" " + std::to_string(process) + " ") != std::string::npos) {
+      return true;
+    }
+  }
+  return false;
+}
+
+TEST_F(Zlog, AFileThatAnotherProcessIsRotatingIsNotRotatedTwice) {
+  ASSERT_EQ(Init("*.* \"%E(ZLOG_TEST_DIR)/a\", 20 * 5\n"), 0);
+  Log(zlog_get_category("app"), 11, "0");
+  const int folder = ::open(folder_.c_str(), O_RDONLY | O_DIRECTORY);
+  ASSERT_EQ(::flock(folder, LOCK_EX), 0);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::close(folder);  // else the lock would be the child's, too
+    Log(zlog_get_category("app"), 11, "1");
+    ::_exit(0);
+  }
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds{20};
+  while (!WaitsForLock(child) && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
+  ASSERT_TRUE(WaitsForLock(child));
+  fs::rename(folder_ / "a", folder_ / "a.0");  // as the other process does
+  ::close(folder);
+  int status = -1;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+  EXPECT_THAT(Files(), ElementsAre(testing::Pair("a", "app LOG_INFO 1\n"), testing::Pair("a.0", "app LOG_INFO 0\n")));
 }
 
 TEST_F(Zlog, ThreadsMayLogAtOnce) {
