@@ -230,7 +230,8 @@ void Engine::PortMade(const PortConfig& config, const common::Error* error) {
 void Engine::DropMade(PortId id, const common::Error* error) {
   if (error != nullptr) return PortMade(*table_.Find(id)->installed, error);
   if (table_.Find(id)->installed_entries > 0) {  // their own removal was refused, but they went with the port
-    installed_ -= std::erase_if(table_.entries(), [&](const auto& entry) {
+    installed_ -= table_.Find(id)->installed_entries;
+    std::erase_if(table_.entries(), [&](const auto& entry) {
       if (entry.first.port == id) failed_entries_.erase(entry.first);
       return entry.first.port == id;
     });

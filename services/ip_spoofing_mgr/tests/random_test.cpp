@@ -7,6 +7,7 @@
 #include <random>
 
 #include "support.h"
+#include "text.h"
 
 namespace mgr::test {
 namespace {
@@ -52,6 +53,7 @@ class Driver {
     for (int i = 0; i < count; ++i) requests.push_back(OneRequest());
     full ? bench_.Full(requests) : bench_.Batch(requests);
     CheckNothingIsCut();
+    if (testing::Test::HasFailure()) return;
     if (Pick(3) == 0) bench_.Wait(milliseconds{Pick(40)});
     if (Pick(5) == 0) {
       bench_.plane.refused = {"eth" + std::to_string(1 + Pick(3)), Key()};
@@ -107,7 +109,9 @@ class Driver {
   /// Whatever is wanted and was not refused is in the plane already when a batch has been handed over.
   void CheckNothingIsCut() {
     for (const auto& [key, row] : bench_.table.entries()) {
-      EXPECT_TRUE(!row.wanted || row.failed || row.installed);
+      EXPECT_TRUE(!row.wanted || row.failed || row.installed)
+          << AddressText(key.address_be) << " vlan " << key.vlan << " of port " << key.port << ": "
+          << testing::PrintToString(bench_.plane.calls);
     }
     for (const auto& [id, port] : bench_.table.ports()) {
       if (!port.failure.empty() || !port.installed) continue;
