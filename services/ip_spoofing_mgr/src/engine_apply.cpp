@@ -48,7 +48,7 @@ class FailureIndex final {
 }  // namespace
 
 bool Engine::PlanPort(const Port& port, Phase phase, size_t removing, Changes* changes) const {
-  if (port.name.empty() || (!port.Wanted() && !port.installed)) return true;
+  if (port.name.empty() || port.Unused()) return true;
   const PortConfig wanted = port.WantedConfig();
   if (phase == Phase::kFinal && !port.Wanted() && port.installed_entries == removing) {
     changes->drop_ports.push_back(port.id);
@@ -164,7 +164,7 @@ void Engine::Retry() {
 void Engine::Forget(const Objects& objects) {
   const auto forget_port = [this](PortId id) {
     const Port* port = table_.Find(id);
-    if (port == nullptr || port->Wanted() || port->installed) return;
+    if (port == nullptr || !port->Unused()) return;
     failed_ports_.erase(id);
     table_.Erase(id);
   };
@@ -228,7 +228,7 @@ void Engine::PortMade(const PortConfig& config, const common::Error* error) {
 }
 
 void Engine::DropMade(PortId id, const common::Error* error) {
-  if (error != nullptr) return PortMade(*table_.Find(id)->installed, error);
+  if (error != nullptr) return PortMade(table_.Find(id)->WantedConfig(), error);
   if (table_.Find(id)->installed_entries > 0) {  // their own removal was refused, but they went with the port
     installed_ -= table_.Find(id)->installed_entries;
     std::erase_if(table_.entries(), [&](const auto& entry) {

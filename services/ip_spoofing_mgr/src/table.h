@@ -41,6 +41,10 @@ struct Port {
   [[nodiscard]] bool Wanted() const noexcept {
     return wanted_enabled || wanted_mode != AllowAll::kNone || wanted_entries > 0;
   }
+  /// Nobody wants it, and the dataplane has never heard of it or has forgotten it.
+  [[nodiscard]] bool Unused() const noexcept {
+    return !Wanted() && !installed && installed_entries == 0 && failure.empty();
+  }
   [[nodiscard]] PortConfig WantedConfig() const {
     return {
         .id = id, .name = name, .ifindex = ifindex, .enabled = wanted_enabled, .mode = wanted_mode, .monitor = monitor};
