@@ -100,7 +100,11 @@ uint64_t TestServer::Commit(const std::vector<Edit>& edits, bool bulk) {
   out.Put(static_cast<uint8_t>(bulk));
   Command(out.data());
   const std::string answer = Answer('T');
-  return common::ByteReader(std::string_view(answer).substr(1)).Get<uint64_t>();
+  common::ByteReader in(std::string_view(answer).substr(1));
+  const auto txid = in.Get<uint64_t>();
+  triggered_.clear();
+  for (uint32_t n = in.Get<uint32_t>(); n > 0; --n) triggered_.push_back(in.Get<int32_t>());
+  return txid;
 }
 
 void TestServer::RefuseHello(const std::string& text) {

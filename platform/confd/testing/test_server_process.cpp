@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <map>
@@ -85,8 +86,9 @@ class Server final {
       reply.server_instance = static_cast<uint64_t>(getpid());
       reply.id = id;
       Reply(id, reply);
-    } else if (Decode<Subscribe>(*packet)) {
-      Reply(id, SubscribeReply{"", ++last_point_});
+    } else if (const auto subscribe = Decode<Subscribe>(*packet)) {
+      points_[++last_point_] = {subscribe->node, subscribe->keys};
+      Reply(id, SubscribeReply{"", last_point_});
     } else if (Decode<SubscribeDone>(*packet)) {
       Reply(id, SubscribeDoneReply{});
     } else if (Decode<Register>(*packet)) {
@@ -120,6 +122,18 @@ class Server final {
     return *txn_;
   }
 
+  std::vector<int32_t> Triggered() {
+    std::vector<int32_t> triggered;
+    const std::vector<cdb_store::OwnedChange> changes = Txn().Changes();
+    for (const auto& [point, target] : points_) {
+      const auto touches = [&](const cdb_store::OwnedChange& change) {
+        return cdb_store::Triggers(store_->schema(), target, change.view());
+      };
+      if (std::ranges::any_of(changes, touches)) triggered.push_back(point);
+    }
+    return triggered;
+  }
+
   void ReadCommand() {
     const std::optional<std::string> packet = ReadPacket(control_);
     if (!packet) std::_Exit(0);
@@ -135,12 +149,15 @@ class Server final {
         break;
       case 'C': {
         const auto kind = in.Get<uint8_t>() != 0 ? cdb_store::CommitKind::kBulk : cdb_store::CommitKind::kNormal;
+        const std::vector<int32_t> triggered = Triggered();
         const auto txid = Txn().Commit(kind);
         if (!txid) Die(txid.error().Text());
         txn_.reset();
         common::ByteWriter out;
         out.Put('T');
         out.Put(txid.value().number);
+        out.Put(static_cast<uint32_t>(triggered.size()));
+        for (const int32_t point : triggered) out.Put(point);
         send(control_, out.data().data(), out.data().size(), MSG_NOSIGNAL);
         break;
       }
@@ -171,6 +188,7 @@ class Server final {
   std::map<uint64_t, common::UniqueFd> clients_;
   uint64_t last_id_ = 0;
   int32_t last_point_ = 0;
+  std::map<int32_t, cdb_store::SubscriptionTarget> points_;
   std::string refusal_;
 };
 

@@ -6,7 +6,7 @@
 
 namespace confd_testing {
 
-/* Commands of the test, one packet each: 'P' path value, 'R' path, 'C' bulk (answered 'T' number), 'E' text,
+/* Commands of the test, one packet each: 'P' path value, 'R' path, 'C' bulk (answered 'T' number points), 'E' text,
  * 'S' connection bytes, 'X' connection, 'B' (answered 'B'). To the test: 'M' connection bytes. */
 
 /// The child's main. Ends when the test's end of `control` closes; never returns.

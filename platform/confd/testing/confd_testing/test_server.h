@@ -52,6 +52,8 @@ class TestServer final {
 
   /// One commit; its number. `bulk`: no difference.
   uint64_t Commit(const std::vector<Edit>& edits, bool bulk = false);
+  /// Points of any connection that the last commit triggers, rising. Nothing is sent by itself.
+  [[nodiscard]] const std::vector<int32_t>& triggered() const noexcept { return triggered_; }
   /// Every later hello is refused with this text; "" accepts again.
   void RefuseHello(const std::string& text);
 
@@ -90,6 +92,7 @@ class TestServer final {
   common::UniqueFd control_;
   pid_t pid_ = -1;
   std::deque<Packet> packets_;
+  std::vector<int32_t> triggered_;
 };
 
 }  // namespace confd_testing
