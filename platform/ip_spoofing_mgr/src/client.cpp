@@ -66,7 +66,6 @@ class IpSpoofingPreventionMgrClient::Impl final {
   void Disconnect() { link_.Disconnect(); }
 
   const ConnectionStatus* Status() {
-    status_.connected = link_.Up() ? 1 : 0;
     status_.pending_objects = static_cast<uint32_t>(outbox_.Objects());
     if (link_.Up() && !candidate_) {
       BeginCandidate(Candidate::Why::kStatusAsked);
@@ -145,13 +144,17 @@ class IpSpoofingPreventionMgrClient::Impl final {
   }
 
   void OnUp() {
+    status_.connected = 1;
     ++status_.connections;
     load_owed_ = true;
-    SendMore();  // what was kept goes first
+    outbox_.Restart();  // what was kept goes first, the latest per object
+    SendMore();
     Later(&Impl::TellConnected);
   }
 
   void OnDown() {
+    status_.connected = 0;
+    candidate_.reset();
     outbox_.Restart();
     for (List& list : lists_) list = {.id = list.id};
     loop_.CancelTimer(std::exchange(reload_timer_, 0));

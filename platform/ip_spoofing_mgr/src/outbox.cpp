@@ -69,7 +69,8 @@ void Outbox::Restart() {
   if (batches_.empty()) return;
   Batch joined;
   for (Batch& batch : batches_) Join(&joined, std::move(batch.requests), batch.full);
-  joined.sequence = ++last_sequence_;
+  const bool unsent = batches_.size() == 1 && batches_.front().Untouched();
+  joined.sequence = unsent ? batches_.front().sequence : ++last_sequence_;
   KeepLatest(&joined.requests);
   compact_at_ = std::max(kCompactFrom, 2 * joined.requests.size());
   batches_.clear();

@@ -74,7 +74,7 @@ void Connection::ReadInput() {
     if (size < 0 && errno == EINTR) continue;
     if (size < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return;
     end_of_input_ = true;
-    end_reason_ = size == 0 ? "closed by the peer" : std::strerror(errno);
+    end_reason_ = size == 0 || errno == ECONNRESET ? "closed by the peer" : std::strerror(errno);
     return;
   }
 }
