@@ -1,14 +1,11 @@
 #include <execinfo.h>
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/uio.h>
 #include <syslog.h>
 #include <systemd/sd-journal.h>
 #include <unistd.h>
 
 #include <array>
 #include <atomic>
-#include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
@@ -17,8 +14,8 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "common/append_file.h"
 #include "common/paths.h"
-#include "common/unique_fd.h"
 #include "process.h"
 #include "qmmw.h"
 
@@ -26,6 +23,7 @@ namespace middleware {
 namespace {
 
 constexpr int kMaxFrames = 64;
+constexpr size_t kMaxFaultFile = size_t{1} << 20;  // then it goes on in a new one; the last full one is kept as .0
 
 std::mutex name_mutex;
 std::string& RegisteredName() {
@@ -105,18 +103,14 @@ std::string JsonLine(const Fault& fault) {
   return record.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
 }
 
-/// One write(2) to a descriptor opened with O_APPEND, so that records of several processes never mix.
+/// One write(2), so that records of several processes never mix.
 common::Status AppendToFaultFile(const Fault& fault) {
-  const std::string path = common::FaultFilePath();
   if (const auto made = common::EnsureDir(common::RunDir()); !made) return made.error();
-  const common::UniqueFd fd{::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0640)};
-  if (!fd) return common::SystemError("open", path, errno);
-  const std::string line = JsonLine(fault);
-  const ssize_t written = ::write(fd.get(), line.data(), line.size());
-  if (written != static_cast<ssize_t>(line.size())) {
-    return common::SystemError("write", path, written < 0 ? errno : ENOSPC);
-  }
-  return common::Ok();
+  common::AppendFile::Limits limits;
+  limits.mode = 0640;
+  limits.max_size = kMaxFaultFile;
+  limits.max_archives = 1;
+  return common::AppendFile{limits}.Write(common::FaultFilePath(), JsonLine(fault));
 }
 
 std::string OrEmpty(const char* text) { return text != nullptr ? text : ""; }

@@ -115,7 +115,7 @@ TEST_F(Fault, RecordsOfSeveralProcessesNeverMix) {
     ASSERT_GE(child, 0);
     if (child == 0) {
       ::close(STDERR_FILENO);
-      for (int i = 0; i < kFaults; ++i) qmmw_gen_fault(0, "f", "file", process, std::string(3000, 'x').c_str());
+      for (int i = 0; i < kFaults; ++i) qmmw_gen_fault(0, "f", "file", process, std::string(2000, 'x').c_str());
       ::_exit(0);
     }
     children.push_back(child);
@@ -124,10 +124,27 @@ TEST_F(Fault, RecordsOfSeveralProcessesNeverMix) {
   std::map<int, int> count_of_process;
   for (const json& record : Records()) {
     ++count_of_process[record["line"]];
-    EXPECT_EQ(record["message"].get<std::string>().size(), 3000u);
+    EXPECT_EQ(record["message"].get<std::string>().size(), 2000u);
   }
   EXPECT_THAT(count_of_process, testing::ElementsAre(testing::Pair(0, kFaults), testing::Pair(1, kFaults),
                                                      testing::Pair(2, kFaults), testing::Pair(3, kFaults)));
+}
+
+TEST_F(Fault, TheFileIsBoundedAndTheLastFullOneKept) {
+  testing::internal::CaptureStderr();
+  const std::string message(100'000, 'x');
+  for (int i = 0; i < 35; ++i) qmmw_gen_fault(0, "f", "file", i, message.c_str());
+  testing::internal::GetCapturedStderr();
+  const auto now = Records();
+  ASSERT_FALSE(now.empty());
+  EXPECT_EQ(now.back()["line"], 34);
+  EXPECT_LE(fs::file_size(common::FaultFilePath()), 1u << 20);
+  std::ifstream previous{common::FaultFilePath() + ".0"};
+  std::string line, last;
+  while (std::getline(previous, line)) last = line;
+  ASSERT_FALSE(last.empty());
+  EXPECT_EQ(json::parse(last)["line"].get<int>() + 1, now.front()["line"].get<int>()) << "nothing is lost between them";
+  EXPECT_EQ(std::distance(fs::directory_iterator{common::RunDir()}, fs::directory_iterator{}), 2);
 }
 
 TEST_F(Fault, AFileThatCannotBeWrittenIsReportedOnceAndTheFaultStillShown) {

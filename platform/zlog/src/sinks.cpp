@@ -8,7 +8,7 @@
 #include <mutex>
 #include <utility>
 
-#include "log_file.h"
+#include "common/append_file.h"
 
 namespace zlog_impl {
 namespace {
@@ -69,7 +69,7 @@ class SyslogSink final : public spdlog::sinks::base_sink<std::mutex> {
 
 class FileSink final : public spdlog::sinks::base_sink<std::mutex> {
  public:
-  FileSink(Pattern path, Levels levels, LogFile file)
+  FileSink(Pattern path, Levels levels, common::AppendFile file)
       : path_{std::move(path)}, levels_{std::move(levels)}, file_{std::move(file)} {}
 
   common::Status Open() {
@@ -92,19 +92,19 @@ class FileSink final : public spdlog::sinks::base_sink<std::mutex> {
 
   Pattern path_;
   Levels levels_;
-  LogFile file_;
+  common::AppendFile file_;
   bool failing_ = false;  ///< the failure is reported once, until a line is written again
 };
 
 common::Result<std::shared_ptr<spdlog::sinks::sink>> MakeFileSink(const Rule& rule, const Config& config) {
-  LogFile::Limits limits;
+  common::AppendFile::Limits limits;
   limits.mode = config.file_mode;
   limits.sync = rule.sync;
   limits.fsync_period = config.fsync_period;
   limits.max_size = rule.max_size;
   limits.max_archives = rule.max_archives;
   limits.archive_name = rule.archive_name;
-  auto sink = std::make_shared<FileSink>(rule.path, config.levels, LogFile{limits});
+  auto sink = std::make_shared<FileSink>(rule.path, config.levels, common::AppendFile{limits});
   if (rule.path.IsConstant()) {
     if (const auto opened = sink->Open(); !opened) return opened.error();
   }

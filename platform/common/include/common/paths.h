@@ -23,7 +23,7 @@ std::string CdbSocketPath();         ///< cdbd's socket for ConfD clients
 std::string NetconfSocketPath();     ///< cdbd's NETCONF socket
 std::string MgrSocketPath();         ///< the manager's socket for its clients
 std::string MgrControlSocketPath();  ///< the manager's control socket
-std::string FaultFilePath();         ///< one JSON record per line, appended by every process
+std::string FaultFilePath();         ///< one JSON record per line, by every process; at 1 MiB it moves to ".0"
 std::string CdbStorePath();          ///< directory of the LMDB environment
 
 /// The YANG modules: the variable, else share/ip-spoofing/models in the nearest folder above this executable that has

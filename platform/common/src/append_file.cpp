@@ -1,4 +1,4 @@
-#include "log_file.h"
+#include "common/append_file.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -6,15 +6,23 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <charconv>
 #include <cstdio>
 #include <filesystem>
+#include <optional>
 #include <set>
 #include <system_error>
 
-#include "text.h"
-
-namespace zlog_impl {
+namespace common {
 namespace {
+
+/// The number that is written so and not otherwise: no sign, blank or leading zero.
+std::optional<size_t> PlainNumber(std::string_view text) {
+  size_t value = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (error != std::errc{} || end != text.data() + text.size()) return std::nullopt;
+  return std::to_string(value).size() == text.size() ? std::optional{value} : std::nullopt;
+}
 
 /// "dir/name.#r.log" split at its mark.
 struct Series {
@@ -41,22 +49,20 @@ struct Series {
     for (const auto& entry : std::filesystem::directory_iterator{folder, error}) {
       std::string name = entry.path().filename();
       if (name.size() <= before.size() + after.size() || !name.starts_with(before) || !name.ends_with(after)) continue;
-      const auto number =
-          ParseNumber(std::string_view{name}.substr(before.size(), name.size() - before.size() - after.size()));
-      if (number && std::to_string(*number).size() == name.size() - before.size() - after.size()) {
-        numbers.insert(*number);
-      }
+      const size_t digits = name.size() - before.size() - after.size();
+      const auto number = PlainNumber(std::string_view{name}.substr(before.size(), digits));
+      if (number) numbers.insert(*number);
     }
     return numbers;
   }
 };
 
-common::Status Rename(const std::string& from, const std::string& to) {
-  if (::rename(from.c_str(), to.c_str()) != 0) return common::SystemError("rename", from + " to " + to, errno);
-  return common::Ok();
+Status Rename(const std::string& from, const std::string& to) {
+  if (::rename(from.c_str(), to.c_str()) != 0) return SystemError("rename", from + " to " + to, errno);
+  return Ok();
 }
 
-common::Status Roll(const std::string& path, const Series& series, int max_archives) {
+Status Roll(const std::string& path, const Series& series, int max_archives) {
   const auto numbers = series.Numbers();
   for (auto it = numbers.rbegin(); it != numbers.rend(); ++it) {
     if (max_archives > 0 && *it + 1 >= static_cast<size_t>(max_archives)) {
@@ -68,7 +74,7 @@ common::Status Roll(const std::string& path, const Series& series, int max_archi
   return Rename(path, series.Path(0));
 }
 
-common::Status AppendToSeries(const std::string& path, const Series& series, int max_archives) {
+Status AppendToSeries(const std::string& path, const Series& series, int max_archives) {
   auto numbers = series.Numbers();
   const size_t next = numbers.empty() ? 0 : *numbers.rbegin() + 1;
   if (const auto renamed = Rename(path, series.Path(next)); !renamed) return renamed;
@@ -77,23 +83,23 @@ common::Status AppendToSeries(const std::string& path, const Series& series, int
     ::unlink(series.Path(*numbers.begin()).c_str());
     numbers.erase(numbers.begin());
   }
-  return common::Ok();
+  return Ok();
 }
 
 }  // namespace
 
-common::Status MoveToArchive(const std::string& path, const std::string& archive_name, int max_archives) {
+Status MoveToArchive(const std::string& path, const std::string& archive_name, int max_archives) {
   const Series series{archive_name.empty() ? path + ".#r" : archive_name};
   return series.rolling ? Roll(path, series, max_archives) : AppendToSeries(path, series, max_archives);
 }
 
-common::Status LogFile::Open(const std::string& path) {
+Status AppendFile::Open(const std::string& path) {
   if (path != path_) fd_.reset();
   path_ = path;
   return Refresh();
 }
 
-common::Status LogFile::Refresh() {
+Status AppendFile::Refresh() {
   struct stat named {};
   struct stat open {};
   const bool same = fd_ && ::stat(path_.c_str(), &named) == 0 && ::fstat(fd_.get(), &open) == 0 &&
@@ -101,25 +107,25 @@ common::Status LogFile::Refresh() {
   if (!same) {
     const int sync = limits_.sync ? O_SYNC : 0;
     fd_.reset(::open(path_.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | sync, limits_.mode));
-    if (!fd_) return common::SystemError("open", path_, errno);
-    if (::fstat(fd_.get(), &open) != 0) return common::SystemError("stat", path_, errno);
+    if (!fd_) return SystemError("open", path_, errno);
+    if (::fstat(fd_.get(), &open) != 0) return SystemError("stat", path_, errno);
   }
   size_ = static_cast<size_t>(open.st_size);
-  return common::Ok();
+  return Ok();
 }
 
-common::Status LogFile::Rotate(size_t line_size) {
+Status AppendFile::Rotate(size_t line_size) {
   const std::filesystem::path parent = std::filesystem::path{path_}.parent_path();
   const std::string folder = parent.empty() ? "." : parent.string();
-  const common::UniqueFd lock{::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
-  if (!lock || ::flock(lock.get(), LOCK_EX) != 0) return common::SystemError("lock", folder, errno);
+  const UniqueFd lock{::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
+  if (!lock || ::flock(lock.get(), LOCK_EX) != 0) return SystemError("lock", folder, errno);
   if (const auto current = Refresh(); !current) return current;  // another process may have rotated it just now
-  if (size_ + line_size <= limits_.max_size) return common::Ok();
+  if (size_ + line_size <= limits_.max_size) return Ok();
   if (auto moved = MoveToArchive(path_, limits_.archive_name, limits_.max_archives); !moved) return moved;
   return Refresh();
 }
 
-common::Status LogFile::Write(const std::string& path, std::string_view line) {
+Status AppendFile::Write(const std::string& path, std::string_view line) {
   if (const auto opened = Open(path); !opened) return opened;
   if (limits_.max_size > 0 && size_ > 0 && size_ + line.size() > limits_.max_size) {
     if (const auto rotated = Rotate(line.size()); !rotated) return rotated;
@@ -127,11 +133,11 @@ common::Status LogFile::Write(const std::string& path, std::string_view line) {
   while (!line.empty()) {  // more than one turn only when a signal or a full device cuts the write short
     const ssize_t written = ::write(fd_.get(), line.data(), line.size());
     if (written < 0 && errno == EINTR) continue;
-    if (written < 0) return common::SystemError("write", path, errno);
+    if (written < 0) return SystemError("write", path, errno);
     line.remove_prefix(static_cast<size_t>(written));
   }
   if (limits_.fsync_period > 0 && ++lines_ % limits_.fsync_period == 0) ::fsync(fd_.get());
-  return common::Ok();
+  return Ok();
 }
 
-}  // namespace zlog_impl
+}  // namespace common
