@@ -42,7 +42,7 @@ std::string PortArgument(const json& arguments) {
 
 bool Selected(const std::string& wanted, const std::string& name) { return wanted.empty() || wanted == name; }
 
-json OrNull(const std::string& text) { return text.empty() ? json{} : json{text}; }
+json OrNull(const std::string& text) { return text.empty() ? json{} : json(text); }  // braces would make an array
 
 }  // namespace
 
