@@ -58,7 +58,7 @@ FrameDecoder::Status FrameDecoder::NextChunked(std::string* message) {
         any_chunk_ = true;
         break;
       case Header::kEnd:
-        *message = std::exchange(message_, {});
+        *message = std::exchange(message_, std::string{});
         any_chunk_ = false;
         Compact();
         return Status::kMessage;
@@ -107,8 +107,8 @@ FrameDecoder::Header FrameDecoder::ReadChunkHeader() {
 
 FrameDecoder::Status FrameDecoder::Fail(std::string reason) {
   error_ = std::move(reason);
-  input_ = {};
-  message_ = {};
+  std::string{}.swap(input_);
+  std::string{}.swap(message_);
   position_ = 0;
   return Status::kError;
 }
@@ -119,7 +119,7 @@ void FrameDecoder::Compact() {
   input_.erase(0, position_);
   scanned_ -= std::min(scanned_, position_);
   position_ = 0;
-  if (input_.empty()) input_ = {};
+  if (input_.empty()) std::string{}.swap(input_);  // an assignment would keep the memory
 }
 
 void AppendFrame(Framing framing, std::string_view message, std::string* out) {

@@ -122,7 +122,7 @@ void Session::TakeMessages() {
     callbacks_.message(*this, std::move(message));
     if (big) malloc_trim(0);
     if (!*alive || state_ == State::kEnded) return;
-    message.clear();
+    std::string{}.swap(message);
   }
   taking_ = false;
   if (end_of_input_ && !busy_ && !closing_) {
@@ -167,7 +167,7 @@ void Session::Send() {
     }
   }
   const bool big = unsent_.capacity() > kBigMessage;
-  unsent_ = {};
+  std::string{}.swap(unsent_);  // an assignment would keep the memory
   sent_ = 0;
   if (big) malloc_trim(0);
   if (closing_) return End("");
