@@ -45,10 +45,11 @@ TEST_P(RandomEdits, LeaveWhatTheSimpleModelSays) {
   EXPECT_GT(outcomes["data-missing"], 10);
 }
 
-INSTANTIATE_TEST_SUITE_P(Models, RandomEdits, testing::Values("anti-ip-spoofing", "unlike"),
-                         [](const auto& row) { std::string name{row.param};
+INSTANTIATE_TEST_SUITE_P(Models, RandomEdits, testing::Values("anti-ip-spoofing", "unlike"), [](const auto& row) {
+  std::string name{row.param};
   std::erase(name, '-');
-  return name; });
+  return name;
+});
 
 }  // namespace
 }  // namespace cdbd::test

@@ -78,15 +78,84 @@ common::Status DeleteVanished(const Model& model, cdb_store::WriteTxn& txn, cons
   return common::Ok();
 }
 
-RpcError FromComplaint(const Model& model) {
+/// The schema node of a path as libyang writes it; null when there is none.
+const lysc_node* FindSchema(const Model& model, std::string_view path) {
+  const lysc_node* found = nullptr;
+  while (!path.empty()) {
+    path.remove_prefix(1);
+    std::string_view step = path.substr(0, path.find('/'));
+    path.remove_prefix(step.size());
+    const size_t colon = step.find(':');
+    const lysc_node* at = found != nullptr ? lysc_node_child(found) : nullptr;
+    if (found == nullptr) {
+      const lys_module* module =
+          ly_ctx_get_module_implemented(model.context(), std::string{step.substr(0, colon)}.c_str());
+      if (module == nullptr || module->compiled == nullptr) return nullptr;
+      at = module->compiled->data;
+    }
+    if (colon != std::string_view::npos) step.remove_prefix(colon + 1);
+    while (at != nullptr && step != at->name) at = at->next;
+    if (at == nullptr) return nullptr;
+    found = at;
+  }
+  return found;
+}
+
+/// How many nodes of `schema` (of a choice: of any of its cases) are among the siblings.
+uint32_t CountOf(const lysc_node& schema, const lyd_node* first) {
+  uint32_t count = 0;
+  for (const lyd_node* node = first; node != nullptr; node = node->next) {
+    const lysc_node* at = node->schema;
+    while (at != nullptr && at != &schema && at->parent != nullptr &&
+           (at->parent->nodetype & (LYS_CHOICE | LYS_CASE)) != 0)
+      at = at->parent;
+    count += at == &schema ? 1 : 0;
+  }
+  return count;
+}
+
+/// The first instance that lacks what `missing` asks for. Null when there is none.
+const lyd_node* FindLacking(const lysc_node& missing, const lysc_node& parent, uint32_t least, const lyd_node* first) {
+  for (const lyd_node* node = first; node != nullptr; node = node->next) {
+    if (node->schema == &parent && CountOf(missing, lyd_child(node)) < least) return node;
+    if (const lyd_node* below = FindLacking(missing, parent, least, lyd_child_no_keys(node))) return below;
+  }
+  return nullptr;
+}
+
+// libyang names only the schema node of what is missing: the instance has to be looked for.
+void SetPathOfMissing(const Model& model, const std::string& schema_path, const lyd_node* tree, RpcError* error) {
+  const lysc_node* missing = FindSchema(model, schema_path);
+  if (missing == nullptr) return;
+  const lysc_node* parent = missing->parent;
+  while (parent != nullptr && (parent->nodetype & (LYS_CHOICE | LYS_CASE)) != 0) parent = parent->parent;
+  uint32_t least = 1;
+  if (missing->nodetype == LYS_LIST) least = reinterpret_cast<const lysc_node_list*>(missing)->min;
+  if (missing->nodetype == LYS_LEAFLIST) least = reinterpret_cast<const lysc_node_leaflist*>(missing)->min;
+  const lyd_node* holder = parent == nullptr ? nullptr : FindLacking(*missing, *parent, least, tree);
+  const bool choice = missing->nodetype == LYS_CHOICE;
+  Located at;
+  if (holder != nullptr && Locate(model, *holder, &at))
+    SetPath(model, choice ? *at.node : model.schema().node(Model::IdOf(*missing)), at.keys.keys(), error);
+  else if (parent == nullptr && !choice)
+    SetPath(model, model.schema().node(Model::IdOf(*missing)), {}, error);
+  if (choice)
+    error->info =
+        std::string{"<missing-choice xmlns=\"urn:ietf:params:xml:ns:yang:1\">"} + missing->name + "</missing-choice>";
+}
+
+RpcError FromComplaint(const Model& model, const lyd_node* tree) {
   const Complaint complaint = LastComplaint(model.context());
   RpcError error{.tag = "operation-failed", .message = complaint.message};
   error.app_tag = complaint.app_tag;
-  SetLibyangPath(model, complaint.path, &error);
   const auto says = [&](std::string_view words) { return complaint.message.find(words) != std::string::npos; };
   if (complaint.app_tag == "instance-required" || complaint.app_tag == "missing-choice" || says("Mandatory"))
     error.tag = "data-missing";
   if (says("When condition")) error.tag = "unknown-element";
+  if (!complaint.path.empty())
+    SetLibyangPath(model, complaint.path, &error);
+  else
+    SetPathOfMissing(model, complaint.schema_path, tree, &error);
   return error;
 }
 
@@ -100,14 +169,14 @@ RpcErrors Validate(const Model& model, const cdb_store::View& view, cdb_store::W
   const LY_ERR parsed = lyd_parse_data_mem(model.context(), xml.c_str(), LYD_XML,
                                            LYD_PARSE_ONLY | LYD_PARSE_STRICT | LYD_PARSE_NO_STATE, 0, &raw);
   TreePtr tree{raw};
-  if (parsed != LY_SUCCESS) return {FromComplaint(model)};
+  if (parsed != LY_SUCCESS) return {FromComplaint(model, tree.get())};
   if (txn != nullptr) MarkOld(model, *txn, raw);
   lyd_node* raw_diff = nullptr;
   raw = tree.release();
   const LY_ERR valid = lyd_validate_all(&raw, model.context(), LYD_VALIDATE_NO_STATE, &raw_diff);
   tree.reset(raw);
   const TreePtr diff{raw_diff};
-  if (valid != LY_SUCCESS) return {FromComplaint(model)};
+  if (valid != LY_SUCCESS) return {FromComplaint(model, tree.get())};
   if (txn == nullptr) return {};
   if (const common::Status deleted = DeleteVanished(model, *txn, diff.get()); !deleted)
     return {RpcError{.message = deleted.error().Text()}};

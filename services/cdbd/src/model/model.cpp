@@ -42,19 +42,20 @@ common::Result<std::set<std::string>> ModulesIn(const std::vector<std::string>& 
 
 Complaint LastComplaint(const ly_ctx* ctx) {
   const ly_err_item* first = ly_err_first(ctx);
-  if (first == nullptr) return {"unknown error", "", ""};
+  if (first == nullptr) return {"unknown error", "", "", ""};
   const ly_err_item* item = first->prev;
-  Complaint complaint{item->msg != nullptr ? item->msg : "", "", item->apptag != nullptr ? item->apptag : ""};
-  // "Schema location "/m:a", data location "/m:a[k='1']", line number 3."; a data location alone has no label.
+  Complaint complaint{item->msg != nullptr ? item->msg : "", "", "", item->apptag != nullptr ? item->apptag : ""};
+  // "Schema location "/m:a", data location "/m:a[k='1']", line number 3.", either of both, or a bare path.
   const std::string path = item->path != nullptr ? item->path : "";
-  constexpr std::string_view kLabel = "ata location \"";
-  if (const size_t at = path.find(kLabel); at != std::string::npos) {
-    const size_t begin = at + kLabel.size();
-    const size_t end = path.find("\", line", begin);
-    complaint.path = path.substr(begin, (end == std::string::npos ? path.rfind('"') : end) - begin);
-  } else if (!path.empty() && path.front() == '/') {
-    complaint.path = path;
-  }
+  const auto labelled = [&path](std::string_view label) -> std::string {
+    const size_t at = path.find(label);
+    if (at == std::string::npos) return {};
+    const size_t begin = at + label.size();
+    const size_t end = std::min(path.find("\", ", begin), path.rfind('"'));
+    return path.substr(begin, end - begin);
+  };
+  complaint.path = path.rfind('/', 0) == 0 ? path : labelled("ata location \"");
+  complaint.schema_path = labelled("Schema location \"");
   return complaint;
 }
 

@@ -67,11 +67,12 @@ class Model final {
   std::string content_id_;
 };
 
-/// libyang's last complaint: what, where (a data path, may be empty) and the model's error-app-tag (may be empty).
+/// libyang's last complaint; what it does not say is empty.
 struct Complaint {
   std::string message;
-  std::string path;
-  std::string app_tag;
+  std::string path;         ///< of the data
+  std::string schema_path;  ///< of the node, choices and cases included
+  std::string app_tag;      ///< the model's error-app-tag
 };
 Complaint LastComplaint(const ly_ctx* ctx);
 

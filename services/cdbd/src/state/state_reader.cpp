@@ -82,6 +82,7 @@ bool WriteSelected(const Model& model, const Node& node, const XmlElement& eleme
   const size_t start = out->size();
   OpenTag(element, outer_ns, out);
   out->append(">");
+  const size_t content = out->size();
   bool wrote = selection.all;
   for (const XmlElement* child = element.first_child; child != nullptr; child = child->next) {
     const int ns = model.NamespaceIndex(child->name->ns);
@@ -99,7 +100,12 @@ bool WriteSelected(const Model& model, const Node& node, const XmlElement& eleme
     out->resize(start);
     return false;
   }
-  out->append("</").append(element.name->local).append(">");
+  if (out->size() == content) {
+    out->back() = '/';
+    out->append(">");
+  } else {
+    out->append("</").append(element.name->local).append(">");
+  }
   return true;
 }
 
