@@ -4,6 +4,7 @@
 
 #include "cdb_store/value.h"
 #include "client.h"
+#include "common/config_reads.h"
 #include "path_format.h"
 #include "target.h"
 #include "values.h"
@@ -34,6 +35,7 @@ int Begin(Read& read, int nargs, int sock, const char* fmt, va_list args) {
   }
   const auto path = confd::FormatPath(buffer, nargs, fmt, args);
   if (!path) return CONFD_ERR;
+  ++common::ProcessConfigReads().reads;
   read.session = &*socket->session;
   read.path = *path;
   return confd::ResolvePath(*read.session, *path, read.target);

@@ -3,6 +3,8 @@
 #include <cstring>
 #include <utility>
 
+#include "common/config_reads.h"
+
 int confd_errno = 0;
 
 namespace confd {
@@ -17,6 +19,7 @@ std::string& LastText() {
 
 int Fail(confd_errno_value code, std::string text) {
   confd_errno = code;
+  if (code != CONFD_ERR_NOEXISTS) ++common::ProcessConfigReads().failures;
   LastText() = std::move(text);
   return CONFD_ERR;
 }
