@@ -139,11 +139,11 @@ int cdb_diff_iterate(int sock, int subid, cdb_iter_fn iter, int flags, void* sta
   if (point == socket->points.end()) {
     return Fail(CONFD_ERR_NOEXISTS, Name(sock) + " has no subscription point " + std::to_string(subid));
   }
-  const std::shared_ptr<cdb_store::Snapshot> snapshot = socket->message->snapshot;  // the iterator may end the message
-  if (snapshot->diff_of() != socket->message->txid) {
-    return Fail(CONFD_ERR_BADSTATE, "the changes of commit " + std::to_string(socket->message->txid) +
-                                        " are no longer kept: its delivery is over");
+  const confd::Message message = *socket->message;  // the iterator may end it
+  if (message.snapshot->diff_of() != message.txid) {
+    return Fail(CONFD_ERR_BADSTATE,
+                "the changes of commit " + std::to_string(message.txid) + " are no longer kept: its delivery is over");
   }
-  confd::DiffWalk walk(snapshot->Diff(), point->target, {iter, flags, state});
+  confd::DiffWalk walk(message.snapshot->Diff(), point->target, {iter, flags, state});
   return walk.Run();
 }

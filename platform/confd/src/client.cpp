@@ -2,7 +2,6 @@
 
 #include <pthread.h>
 
-#include <algorithm>
 #include <chrono>
 #include <thread>
 #include <utility>
@@ -71,18 +70,15 @@ void Client::Drop(int sock) {
   if (sock >= 0 && static_cast<size_t>(sock) < sockets_.size()) sockets_[static_cast<size_t>(sock)].reset();
 }
 
-bool Client::HasSnapshots() const {
-  return std::ranges::any_of(sockets_, [](const auto& socket) {
-    return socket != nullptr && (socket->session.has_value() || socket->message.has_value());
-  });
-}
-
 int Client::OpenStore(const confd_wire::HelloReply& hello) {
   const bool current =
       reader_ != nullptr && server_instance_ == hello.server_instance && reader_->path() == hello.store_path;
-  // One environment per process: a store in use stays open, and is looked at again with the next connection.
-  if (current || (reader_ != nullptr && HasSnapshots())) return CONFD_OK;
-  reader_.reset();
+  if (current) return CONFD_OK;
+  if (reader_ != nullptr && reader_->path() == hello.store_path) {
+    // One environment per process and store: while a session still looks at the one that is open, it stays.
+    if (reader_.use_count() > 1) return CONFD_OK;
+    reader_.reset();
+  }
   auto reader = cdb_store::StoreReader::Open(hello.store_path);
   if (!reader) return Fail(CONFD_ERR_OS, reader.error().Text());
   reader_ = std::move(reader).value();
@@ -94,7 +90,11 @@ int Client::TakeFresh(std::shared_ptr<cdb_store::Snapshot>& snapshot) {
   if (reader_ == nullptr) return Fail(CONFD_ERR_BADSTATE, "there is no connection to the configuration database");
   auto taken = reader_->Take();
   if (!taken) return Fail(CONFD_ERR_OS, taken.error().Text());
-  snapshot = std::move(taken).value();
+  auto owned = std::move(taken).value();
+  cdb_store::Snapshot* const plain = owned.get();
+  // The snapshot goes before the store that it is of.
+  const auto release = [reader = reader_, owned = std::move(owned)](cdb_store::Snapshot*) mutable { owned.reset(); };
+  snapshot = std::shared_ptr<cdb_store::Snapshot>(plain, release);
   return CONFD_OK;
 }
 

@@ -55,24 +55,24 @@ class Client final {
   int Connect(int sock, cdb_sock_type type, const sockaddr* server, int server_size, std::string name);
   void Drop(int sock);
 
-  /// The snapshot that a session starting now shows: the handled message's, else the state of this moment.
+  /// The snapshot that a session starting now shows: the handled message's, else the state of this moment. It keeps the
+  /// store open.
   int TakeSnapshot(std::shared_ptr<cdb_store::Snapshot>& snapshot);
   /// A snapshot at or after commit `txid`.
   int TakeSnapshotOf(uint64_t txid, std::shared_ptr<cdb_store::Snapshot>& snapshot);
 
+  [[nodiscard]] const std::string& primary() const { return reader_->primary(); }
   /// The data model, for texts of keypaths. Null before the first connection.
   [[nodiscard]] const cdb_store::Schema* schema() const { return reader_ ? &reader_->schema() : nullptr; }
-  [[nodiscard]] const std::string& primary() const { return reader_->primary(); }
   /// Makes the store readable after a hello told where it is. Data-provider connections use it for the data model.
   int OpenStore(const confd_wire::HelloReply& hello);
 
  private:
   Client();
   int TakeFresh(std::shared_ptr<cdb_store::Snapshot>& snapshot);
-  [[nodiscard]] bool HasSnapshots() const;
 
   std::vector<std::unique_ptr<CdbSocket>> sockets_;  ///< by descriptor
-  std::unique_ptr<cdb_store::StoreReader> reader_;
+  std::shared_ptr<cdb_store::StoreReader> reader_;
   uint64_t server_instance_ = 0;
 };
 

@@ -27,7 +27,8 @@ class Connection final {
   [[nodiscard]] int fd() const noexcept { return fd_; }
   /// The descriptor is still the one that was connected.
   [[nodiscard]] bool IsOwnDescriptor() const;
-  void MarkDead() noexcept { dead_ = true; }
+  /// The server has gone, or a time-out left the connection in an unknown state.
+  [[nodiscard]] bool IsDead() const noexcept { return dead_; }
   /// Longest wait of one call; zero for no limit.
   void set_timeout(std::chrono::seconds timeout) noexcept { timeout_ = timeout; }
 

@@ -1,0 +1,404 @@
+// The data-provider side against a server that the test plays by hand.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <functional>
+
+#include "cdb_store_testing/models.h"
+#include "confd_dp.h"
+#include "confd_testing/sockets.h"
+
+namespace {
+
+using cdb_store::StoreInt;
+using cdb_store::ValueType;
+using confd_testing::NewSocket;
+using confd_testing::TestServer;
+using namespace confd_wire;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+/// What the callbacks do next, and what they were called with.
+struct Application {
+  std::function<int(confd_trans_ctx*)> on_init = [](confd_trans_ctx*) { return CONFD_OK; };
+  std::function<int(confd_trans_ctx*, confd_hkeypath_t*, long)> on_next;
+  std::function<int(confd_trans_ctx*, confd_hkeypath_t*)> on_object;
+  std::vector<std::string> trace;
+};
+
+std::string PathText(confd_hkeypath_t* kp) {
+  char text[256];
+  return confd_pp_kpath(text, sizeof text, kp) > 0 ? text : confd_lasterr();
+}
+
+Application& App(confd_trans_ctx* tctx) { return *static_cast<Application*>(tctx->dx->d_opaque); }
+
+int OnInit(confd_trans_ctx* tctx) {
+  App(tctx).trace.push_back("init " + std::to_string(tctx->thandle));
+  return App(tctx).on_init(tctx);
+}
+int OnFinish(confd_trans_ctx* tctx) {
+  App(tctx).trace.push_back("finish " + std::to_string(tctx->thandle));
+  return CONFD_OK;
+}
+int OnNext(confd_trans_ctx* tctx, confd_hkeypath_t* kp, long next) {
+  App(tctx).trace.push_back("next " + PathText(kp) + " " + std::to_string(next));
+  return App(tctx).on_next(tctx, kp, next);
+}
+int OnObject(confd_trans_ctx* tctx, confd_hkeypath_t* kp) {
+  App(tctx).trace.push_back("object " + PathText(kp));
+  return App(tctx).on_object(tctx, kp);
+}
+
+int ReplyKey(confd_trans_ctx* tctx, int64_t key, long next) {
+  confd_value_t value;
+  CONFD_SET_INT64(&value, key);
+  return confd_data_reply_next_key(tctx, &value, 1, next);
+}
+
+class ProviderTest : public ::testing::Test {
+ protected:
+  ProviderTest() { Connect(); }
+  ~ProviderTest() override { Disconnect(); }
+
+  void Connect() {
+    daemon_ = confd_init_daemon("provider");
+    daemon_->d_opaque = &app_;
+    const sockaddr_un address = server_.address();
+    const auto* const generic = reinterpret_cast<const sockaddr*>(&address);
+    control_ = NewSocket();
+    worker_ = NewSocket();
+    EXPECT_EQ(confd_connect(daemon_, control_, CONTROL_SOCKET, generic, sizeof address), CONFD_OK) << confd_lasterr();
+    const Hello control_hello = server_.Expect<Hello>(&control_id_);
+    EXPECT_EQ(confd_connect(daemon_, worker_, WORKER_SOCKET, generic, sizeof address), CONFD_OK) << confd_lasterr();
+    const Hello worker_hello = server_.Expect<Hello>(&worker_id_);
+    EXPECT_EQ(control_hello.name, "provider");
+    EXPECT_EQ(worker_hello.daemon_id, control_id_);
+    const confd_trans_cbs trans_cbs{OnInit, OnFinish};
+    confd_data_cbs data_cbs{};
+    snprintf(data_cbs.callpoint, sizeof data_cbs.callpoint, "rows");
+    data_cbs.get_next = OnNext;
+    data_cbs.get_object = OnObject;
+    EXPECT_EQ(confd_register_trans_cb(daemon_, &trans_cbs), CONFD_OK);
+    EXPECT_EQ(confd_register_data_cb(daemon_, &data_cbs), CONFD_OK);
+    EXPECT_EQ(confd_register_done(daemon_), CONFD_OK);
+    const Register registered = server_.Expect<Register>();
+    EXPECT_EQ(registered.callpoints.size(), 1U);
+    EXPECT_EQ(registered.callpoints[0].name, "rows");
+  }
+  void Disconnect() {
+    if (daemon_ != nullptr) confd_release_daemon(daemon_);
+    daemon_ = nullptr;
+    close(control_);
+    close(worker_);
+  }
+
+  /// The message arrives, and one confd_fd_ready() handles it.
+  template <class M>
+  int Deliver(const M& message) {
+    const bool is_control = M::kType == MessageType::kTransInit;
+    server_.Send(is_control ? control_id_ : worker_id_, message);
+    pollfd poll_fd{is_control ? control_ : worker_, POLLIN, 0};
+    EXPECT_EQ(poll(&poll_fd, 1, 20000), 1);
+    return confd_fd_ready(daemon_, poll_fd.fd);
+  }
+  void Begin(int thandle) {
+    EXPECT_EQ(Deliver(TransInit{thandle, "admin"}), CONFD_OK);
+    const TransInitReply reply = server_.Expect<TransInitReply>();
+    EXPECT_EQ(reply.error, "");
+    EXPECT_EQ(reply.worker_id, worker_id_);
+  }
+  GetNext Next(uint64_t request, int thandle, int64_t next = -1) { return {request, thandle, "rows", row_, "", next}; }
+  GetObject Object(uint64_t request, int thandle, int64_t key) {
+    return {request, thandle, "rows", row_, StoreInt(key)};
+  }
+  /// Begins a transaction whose first get_next is delayed; its context.
+  confd_trans_ctx* BeginDelayed(int thandle, uint64_t request) {
+    confd_trans_ctx* kept = nullptr;
+    app_.on_next = [&](confd_trans_ctx* tctx, confd_hkeypath_t*, long) {
+      kept = tctx;
+      return CONFD_DELAYED_RESPONSE;
+    };
+    Begin(thandle);
+    EXPECT_EQ(Deliver(Next(request, thandle)), CONFD_OK);
+    return kept;
+  }
+  void ExpectRefused(int result, const char* text) {
+    EXPECT_EQ(result, CONFD_ERR);
+    EXPECT_EQ(confd_errno, CONFD_ERR_BADSTATE);
+    EXPECT_THAT(confd_lasterr(), HasSubstr(text));
+    EXPECT_TRUE(server_.IsQuiet()) << "nothing may be sent";
+  }
+
+  TestServer server_{cdb_store::testing::BoxSchema()};
+  const uint16_t row_ = cdb_store::testing::BoxSchema().FindPath("/tb:box/state/row")->id;
+  Application app_;
+  confd_daemon_ctx* daemon_ = nullptr;
+  int control_ = -1, worker_ = -1;
+  uint64_t control_id_ = 0, worker_id_ = 0;
+};
+
+TEST_F(ProviderTest, ServesAListRowByRow) {
+  app_.on_init = [&](confd_trans_ctx* tctx) { return confd_trans_set_fd(tctx, worker_); };
+  app_.on_next = [](confd_trans_ctx* tctx, confd_hkeypath_t*, long next) {
+    const long position = next < 0 ? 0 : next;
+    return position < 2 ? ReplyKey(tctx, position, position + 1) : confd_data_reply_next_key(tctx, nullptr, -1, -1);
+  };
+  app_.on_object = [](confd_trans_ctx* tctx, confd_hkeypath_t* kp) {
+    confd_tag_value_t values[2];
+    CONFD_SET_TAG_XMLTAG(&values[0], 17, 0);
+    CONFD_SET_STR(&values[0].v, "text");
+    CONFD_SET_TAG_XMLTAG(&values[1], 18, 0);
+    CONFD_SET_INT64(&values[1].v, CONFD_GET_INT64(&kp->v[0][0]));
+    return confd_data_reply_tag_value_array(tctx, values, 2);
+  };
+  Begin(5);
+  EXPECT_EQ(Deliver(Next(1, 5)), CONFD_OK);
+  const NextKeyReply first = server_.Expect<NextKeyReply>();
+  EXPECT_EQ(first.request, 1U);
+  EXPECT_EQ(first.keys, (std::vector<Value>{{ValueType::kInt64, StoreInt<int64_t>(0)}}));
+  EXPECT_EQ(first.next, 1);
+  // The next key and this row's object are under way together.
+  server_.Send(worker_id_, Next(2, 5, 1));
+  EXPECT_EQ(Deliver(Object(3, 5, 0)), CONFD_OK);
+  EXPECT_EQ(server_.Expect<NextKeyReply>().request, 2U);
+  EXPECT_EQ(confd_fd_ready(daemon_, worker_), CONFD_OK);
+  const ObjectReply object = server_.Expect<ObjectReply>();
+  EXPECT_EQ(object.request, 3U);
+  EXPECT_EQ(object.values, (std::vector<TagValue>{{17, 0, {ValueType::kString, "text"}},
+                                                  {18, 0, {ValueType::kInt64, StoreInt<int64_t>(0)}}}));
+  EXPECT_EQ(Deliver(Next(4, 5, 2)), CONFD_OK);
+  EXPECT_TRUE(server_.Expect<NextKeyReply>().end);
+  EXPECT_EQ(Deliver(TransFinish{5}), CONFD_OK);
+  EXPECT_THAT(app_.trace, ElementsAre("init 5", "next /box/state/row -1", "next /box/state/row 1",
+                                      "object /box/state/row{0}", "next /box/state/row 2", "finish 5"));
+}
+
+TEST_F(ProviderTest, NothingWaitingIsNoError) {
+  EXPECT_EQ(confd_fd_ready(daemon_, worker_), CONFD_OK);
+  EXPECT_EQ(confd_fd_ready(daemon_, control_), CONFD_OK);
+  EXPECT_EQ(confd_fd_ready(daemon_, 1000), CONFD_ERR);
+}
+
+TEST_F(ProviderTest, ADelayedAnswerArrivesLater) {
+  confd_trans_ctx* const kept = BeginDelayed(5, 1);
+  EXPECT_TRUE(server_.IsQuiet());
+  EXPECT_EQ(ReplyKey(kept, 7, 8), CONFD_OK);
+  EXPECT_EQ(server_.Expect<NextKeyReply>().next, 8);
+}
+
+TEST_F(ProviderTest, ASecondAnswerIsRefused) {
+  confd_trans_ctx* const kept = BeginDelayed(5, 1);
+  EXPECT_EQ(ReplyKey(kept, 7, 8), CONFD_OK);
+  server_.Expect<NextKeyReply>();
+  ExpectRefused(ReplyKey(kept, 7, 8), "transaction 5 has no open request for this answer: it was answered before");
+  ExpectRefused(confd_delayed_reply_error(kept, "x"), "was answered before");
+}
+
+TEST_F(ProviderTest, AnAnswerOfAnotherKindIsRefused) {
+  confd_trans_ctx* const kept = BeginDelayed(5, 1);
+  ExpectRefused(confd_data_reply_not_found(kept), "transaction 5 has no open request for this answer");
+  EXPECT_EQ(ReplyKey(kept, 7, 8), CONFD_OK);
+}
+
+TEST_F(ProviderTest, ALateAnswerAnswersNobodyElse) {
+  confd_trans_ctx* const late = BeginDelayed(5, 1);
+  EXPECT_EQ(Deliver(TransFinish{5}), CONFD_OK);
+  confd_trans_ctx* const other = BeginDelayed(5, 2);  // the handle comes again
+  ASSERT_NE(late, other);
+  ExpectRefused(ReplyKey(late, 1, 2), "transaction 5 is over: the answer comes too late");
+  EXPECT_EQ(late->thandle, 5);
+  EXPECT_EQ(late->dx, daemon_);
+  EXPECT_EQ(ReplyKey(other, 3, 4), CONFD_OK);
+  EXPECT_EQ(server_.Expect<NextKeyReply>().request, 2U);
+}
+
+TEST_F(ProviderTest, ALateAnswerAnswersNoLaterRequestOfItsTransaction) {
+  confd_trans_ctx* const kept = BeginDelayed(5, 1);
+  EXPECT_EQ(Deliver(Next(2, 5)), CONFD_OK);  // the server gave up on request 1 and asks anew
+  const ErrorReply refused = server_.Expect<ErrorReply>();
+  EXPECT_EQ(refused.request, 2U);
+  EXPECT_EQ(refused.text, "the provider has not answered an earlier request");
+  EXPECT_EQ(ReplyKey(kept, 7, 8), CONFD_OK);
+  EXPECT_EQ(server_.Expect<NextKeyReply>().request, 1U);
+}
+
+TEST_F(ProviderTest, AContextOwedAnAnswerOutlivesThousandsOfOthers) {
+  confd_trans_ctx* const late = BeginDelayed(5, 1);
+  EXPECT_EQ(Deliver(TransFinish{5}), CONFD_OK);
+  for (int i = 0; i < 3000; ++i) {
+    server_.Send(control_id_, TransInit{100 + i, ""});
+    pollfd poll_fd{control_, POLLIN, 0};
+    ASSERT_EQ(poll(&poll_fd, 1, 20000), 1);
+    ASSERT_EQ(confd_fd_ready(daemon_, control_), CONFD_OK);
+    ASSERT_EQ(server_.Expect<TransInitReply>().error, "");
+    ASSERT_EQ(Deliver(TransFinish{100 + i}), CONFD_OK);
+  }
+  ExpectRefused(ReplyKey(late, 1, 2), "transaction 5 is over: the answer comes too late");
+  ExpectRefused(ReplyKey(late, 1, 2), "transaction 5 is over: the answer comes too late");
+}
+
+TEST_F(ProviderTest, AnswersAfterTheConnectionIsGone) {
+  confd_trans_ctx* const kept = BeginDelayed(5, 1);
+  server_.Kill();
+  EXPECT_EQ(confd_fd_ready(daemon_, worker_), CONFD_EOF);
+  EXPECT_EQ(confd_fd_ready(daemon_, control_), CONFD_EOF);
+  EXPECT_EQ(confd_fd_ready(daemon_, control_), CONFD_EOF);
+  EXPECT_EQ(ReplyKey(kept, 1, 2), CONFD_ERR);
+  EXPECT_STREQ(confd_lasterr(), "transaction 5: its connection is gone");
+}
+
+TEST_F(ProviderTest, AnswersBeforeTheLossWasNoticed) {
+  confd_trans_ctx* const kept = BeginDelayed(5, 1);
+  server_.Kill();
+  EXPECT_EQ(ReplyKey(kept, 1, 2), CONFD_ERR);
+  EXPECT_STREQ(confd_lasterr(), "transaction 5: its connection is gone");
+  EXPECT_EQ(ReplyKey(kept, 1, 2), CONFD_ERR);
+}
+
+TEST_F(ProviderTest, AnswersAfterTheDaemonContextWasReleased) {
+  confd_trans_ctx* const kept = BeginDelayed(5, 1);
+  Disconnect();
+  EXPECT_EQ(ReplyKey(kept, 1, 2), CONFD_ERR);
+  EXPECT_STREQ(confd_lasterr(), "transaction 5: its daemon context was released");
+  EXPECT_EQ(&App(kept), &app_) << "the daemon context is still there";
+  Connect();  // the descriptors' numbers come again
+  EXPECT_EQ(ReplyKey(kept, 1, 2), CONFD_ERR);
+  EXPECT_TRUE(server_.IsQuiet());
+}
+
+TEST_F(ProviderTest, ADescriptorClosedBehindTheLibraryIsNotWrittenTo) {
+  confd_trans_ctx* const kept = BeginDelayed(5, 1);
+  int pair[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, pair), 0);
+  ASSERT_EQ(dup2(pair[0], worker_), worker_);  // the number now names another socket
+  EXPECT_EQ(ReplyKey(kept, 1, 2), CONFD_ERR);
+  char byte = 0;
+  EXPECT_EQ(recv(pair[1], &byte, 1, MSG_DONTWAIT), -1);
+  close(pair[0]);
+  close(pair[1]);
+}
+
+TEST_F(ProviderTest, UnknownContextsAreRefused) {
+  confd_trans_ctx stranger{};
+  EXPECT_EQ(ReplyKey(&stranger, 1, 2), CONFD_ERR);
+  EXPECT_EQ(confd_data_reply_not_found(nullptr), CONFD_ERR);
+  EXPECT_THAT(confd_lasterr(), HasSubstr("no such transaction context"));
+  confd_daemon_ctx other{};
+  EXPECT_EQ(confd_fd_ready(&other, worker_), CONFD_ERR);
+  EXPECT_EQ(confd_register_done(&other), CONFD_ERR);
+}
+
+struct BadCallback {
+  const char* name;
+  std::function<int(confd_trans_ctx*)> callback;
+  const char* error;
+};
+
+class ProviderMistake : public ProviderTest, public ::testing::WithParamInterface<BadCallback> {};
+
+TEST_P(ProviderMistake, IsToldToTheServer) {
+  app_.on_next = [](confd_trans_ctx* tctx, confd_hkeypath_t*, long) { return GetParam().callback(tctx); };
+  Begin(5);
+  EXPECT_EQ(Deliver(Next(9, 5)), CONFD_OK);
+  const ErrorReply reply = server_.Expect<ErrorReply>();
+  EXPECT_EQ(reply.request, 9U);
+  EXPECT_EQ(reply.text, GetParam().error);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, ProviderMistake,
+    ::testing::Values(
+        BadCallback{"NoAnswer", [](confd_trans_ctx*) { return CONFD_OK; }, "the provider's callback gave no answer"},
+        BadCallback{"Failure", [](confd_trans_ctx*) { return CONFD_ERR; }, "the provider's callback failed"},
+        BadCallback{"ErrorText", [](confd_trans_ctx* tctx) { return confd_delayed_reply_error(tctx, "no data"); },
+                    "no data"},
+        BadCallback{"TooManyKeys",
+                    [](confd_trans_ctx* tctx) {
+                      confd_value_t keys[2];
+                      CONFD_SET_INT64(&keys[0], 1);
+                      CONFD_SET_INT64(&keys[1], 1);
+                      EXPECT_EQ(confd_data_reply_next_key(tctx, keys, 2, 0), CONFD_ERR);
+                      EXPECT_STREQ(confd_lasterr(), "row has 1 keys, not 2");
+                      return CONFD_OK;
+                    },
+                    "the provider's callback gave no answer"},
+        BadCallback{"KeyOfAnotherType",
+                    [](confd_trans_ctx* tctx) {
+                      confd_value_t key;
+                      CONFD_SET_INT32(&key, 1);
+                      EXPECT_EQ(confd_data_reply_next_key(tctx, &key, 1, 0), CONFD_ERR);
+                      EXPECT_STREQ(confd_lasterr(), "key position of row is of type int64");
+                      return CONFD_ERR;
+                    },
+                    "the provider's callback failed"}),
+    [](const auto& row) { return row.param.name; });
+
+TEST_F(ProviderTest, RequestsThatCannotBeServedAreRefused) {
+  Begin(5);
+  EXPECT_EQ(Deliver(Next(1, 6)), CONFD_OK);
+  EXPECT_EQ(server_.Expect<ErrorReply>().text, "the provider knows no such transaction");
+  GetNext other = Next(2, 5);
+  other.callpoint = "else";
+  EXPECT_EQ(Deliver(other), CONFD_OK);
+  EXPECT_EQ(server_.Expect<ErrorReply>().text, "the provider has no callpoint else");
+  other = Next(3, 5);
+  other.node = 60000;
+  EXPECT_EQ(Deliver(other), CONFD_OK);
+  EXPECT_EQ(server_.Expect<ErrorReply>().text, "the provider has another data model");
+  EXPECT_THAT(app_.trace, ElementsAre("init 5"));
+}
+
+TEST_F(ProviderTest, ATransactionCanBeRefused) {
+  app_.on_init = [](confd_trans_ctx*) { return CONFD_ERR; };
+  EXPECT_EQ(Deliver(TransInit{5, ""}), CONFD_OK);
+  EXPECT_EQ(server_.Expect<TransInitReply>().error, "the provider refused the transaction");
+}
+
+TEST_F(ProviderTest, TheWorkerSocketMustBeTheDaemons) {
+  app_.on_init = [](confd_trans_ctx* tctx) {
+    EXPECT_EQ(confd_trans_set_fd(tctx, 1000), CONFD_ERR);
+    EXPECT_STREQ(confd_lasterr(), "socket 1000 is no worker socket of this daemon context");
+    return CONFD_OK;
+  };
+  Begin(5);
+}
+
+TEST_F(ProviderTest, ACallbackMayReleaseItsOwnDaemon) {
+  app_.on_next = [&](confd_trans_ctx*, confd_hkeypath_t*, long) {
+    confd_release_daemon(daemon_);
+    return CONFD_OK;
+  };
+  Begin(5);
+  EXPECT_EQ(Deliver(Next(1, 5)), CONFD_OK);
+  EXPECT_TRUE(server_.IsQuiet());
+  daemon_ = nullptr;
+}
+
+TEST_F(ProviderTest, RegistrationsAreChecked) {
+  confd_data_cbs cbs{};
+  EXPECT_EQ(confd_register_data_cb(daemon_, &cbs), CONFD_ERR);
+  memset(cbs.callpoint, 'x', sizeof cbs.callpoint);
+  EXPECT_EQ(confd_register_data_cb(daemon_, &cbs), CONFD_ERR);
+  EXPECT_EQ(confd_register_data_cb(daemon_, nullptr), CONFD_ERR);
+  EXPECT_EQ(confd_register_trans_cb(daemon_, nullptr), CONFD_ERR);
+}
+
+TEST_F(ProviderTest, ControlComesBeforeWorker) {
+  confd_daemon_ctx* const other = confd_init_daemon("other");
+  EXPECT_STREQ(other->name, "other");
+  const int sock = NewSocket();
+  const sockaddr_un address = server_.address();
+  EXPECT_EQ(confd_connect(other, sock, WORKER_SOCKET, reinterpret_cast<const sockaddr*>(&address), sizeof address),
+            CONFD_ERR);
+  EXPECT_STREQ(confd_lasterr(), "the control socket is connected before a worker socket");
+  EXPECT_EQ(confd_register_done(other), CONFD_ERR);
+  confd_release_daemon(other);
+  confd_release_daemon(other);  // a second time does nothing
+  close(sock);
+}
+
+}  // namespace
