@@ -3,41 +3,28 @@
 #include <cstdlib>
 #include <memory>
 
-#include "dataplane/verdict.h"
-#include "dataplane/verdict_text.h"
+#include "dataplane/judge.h"
 #include "frames/reference_verdict.h"
 #include "input.h"
 
 namespace {
 
 verdict Judge(const fuzz::Input& input) {
+  // A copy that ends where its allocation ends.
   const auto size = input.frame.bytes.size();
-  // Exactly as many bytes as the kernel program is sure to have at hand.
-  const size_t at_hand = std::min<size_t>(size, VERDICT_HEADER_BYTES);
-  const auto bytes = std::make_unique<uint8_t[]>(at_hand);
-  std::copy_n(input.frame.bytes.begin(), at_hand, bytes.get());
-  verdict_frame frame{};
-  frame.data = bytes.get();
-  frame.data_end = bytes.get() + at_hand;
-  frame.length = static_cast<uint32_t>(size);
-  if (input.frame.metadata_tag) {
-    frame.tag_present = 1;
-    frame.tag_tci = input.frame.metadata_tag->tci;
-    frame.tag_protocol = input.frame.metadata_tag->protocol;
-  }
+  const auto bytes = std::make_unique<uint8_t[]>(size);
+  std::copy(input.frame.bytes.begin(), input.frame.bytes.end(), bytes.get());
+  std::optional<mgr::MetadataTag> tag;
+  if (const auto& held = input.frame.metadata_tag) tag = mgr::MetadataTag{held->tci, held->protocol};
   const verdict_port port{1, static_cast<uint8_t>(input.mode), static_cast<uint8_t>(input.monitor)};
-  verdict_keys keys{};
-  verdict_parse(&frame, &keys);
-  verdict_entry found{};
-  const verdict_entry* entry = nullptr;
-  if (verdict_wants_entry(&port, &keys)) {
-    for (const frames::Entry& allowed : frames::CorpusEntries()) {
-      if (allowed.vlan != keys.vlan || allowed.source_be != keys.source_be) continue;
-      found = mgr::ToVerdictEntry(allowed.mac.value_or(frames::Mac{}), 0);
-      entry = &found;
-    }
-  }
-  return verdict_decide(&port, &keys, entry);
+  return mgr::Judge({bytes.get(), size}, tag, port,
+                    [](uint16_t vlan, uint32_t source_be) -> std::optional<mgr::MacAddress> {
+                      for (const frames::Entry& allowed : frames::CorpusEntries())
+                        if (allowed.vlan == vlan && allowed.source_be == source_be)
+                          return allowed.mac.value_or(mgr::MacAddress{});
+                      return std::nullopt;
+                    })
+      .result;
 }
 
 void Require(bool holds, const char* what, const frames::Frame& frame) {

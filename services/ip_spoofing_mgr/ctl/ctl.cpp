@@ -76,6 +76,19 @@ class Tool final {
     });
   }
 
+  common::Status Explain(const json& arguments) {
+    return AskManager("explain", arguments, [&](const json& part) {
+      if (question_.json_output) {
+        out_ << part.dump(2) << "\n";
+        return;
+      }
+      out_ << part.value("verdict", "") << (part.value("monitor", false) ? " (monitor mode: passes)" : "")
+           << ", reason " << part.value("reason", "") << "\n  row:    " << part.value("row", "")
+           << "\n  source: " << Text(part, "source") << " vlan " << part.value("vlan", 0) << " mac "
+           << Text(part, "mac") << "\n  entry:  " << Text(part, "entry") << "\n";
+    });
+  }
+
   common::Status Monitor(bool on) {
     return AskManager("monitor", {{"port", question_.port}, {"on", on}}, [](const json&) {});
   }
@@ -174,15 +187,32 @@ int RunCtl(int argc, const char* const* argv, std::ostream& out, std::ostream& e
   monitor->add_option("port", question.port, "Interface name")->required();
   monitor->add_option("state", on_off, "on or off")->required()->check(CLI::IsMember({"on", "off"}));
 
+  json explained = json::object();
+  std::string frame, source, mac;
+  int vlan = 0;
+  CLI::App* explain = app.add_subcommand("explain", "What becomes of a frame on a port, and why");
+  explain->add_option("--interface", question.port, "Interface name")->required();
+  CLI::Option* whole = explain->add_option("--frame", frame, "The frame in hexadecimal, from the destination MAC on");
+  explain->add_option("--source", source, "IPv4 source of a sample frame")->excludes(whole);
+  explain->add_option("--vlan", vlan, "Its VLAN, 0 for untagged")->check(CLI::Range(0, 4095))->excludes(whole);
+  explain->add_option("--mac", mac, "Its source MAC address")->excludes(whole);
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     return app.exit(error, out, err) == 0 ? 0 : kWrongArguments;
   }
+  explained["port"] = question.port;
+  if (!frame.empty()) {
+    explained["frame"] = frame;
+  } else {
+    explained.update({{"source", source}, {"vlan", vlan}, {"mac", mac}});
+  }
   Tool tool{question, out};
-  const common::Status done = show->parsed()    ? tool.Show()
-                              : watch->parsed() ? tool.WatchDrops()
-                                                : tool.Monitor(on_off == "on");
+  const common::Status done = show->parsed()      ? tool.Show()
+                              : watch->parsed()   ? tool.WatchDrops()
+                              : explain->parsed() ? tool.Explain(explained)
+                                                  : tool.Monitor(on_off == "on");
   if (done) return 0;
   err << "ip-spoofing-ctl: " << done.error().Text() << "\n";
   return 1;

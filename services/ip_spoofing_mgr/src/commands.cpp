@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <tuple>
 
+#include "explain.h"
 #include "status.h"
 #include "text.h"
 
@@ -56,6 +57,7 @@ Commands::Commands(const CommandContext& context, ControlServer& server) : conte
                   [this](const json& arguments, const Reply& reply) { ShowViolators(arguments, reply); });
   server.Register("watch drops", [this](const json&, const Reply& reply) { WatchDrops(reply); });
   server.Register("monitor", [this](const json& arguments, const Reply& reply) { Monitor(arguments, reply); });
+  server.Register("explain", [this](const json& arguments, const Reply& reply) { ShowExplanation(arguments, reply); });
   if (const int fd = context_.dataplane.DropEventFd(); fd >= 0) {
     context_.loop.AddFd(fd, EPOLLIN, [this](uint32_t) { OnDrops(); });
   }
@@ -184,6 +186,13 @@ void Commands::Monitor(const json& arguments, const Reply& reply) const {
   if (!context_.engine.SetMonitor(port, on->get<bool>(), Engine::Clock::now())) {
     return reply->Fail("port " + port + " is not configured");
   }
+  reply->End();
+}
+
+void Commands::ShowExplanation(const json& arguments, const Reply& reply) const {
+  auto explanation = ExplainCommand(context_.table, arguments);
+  if (!explanation) return reply->Fail(explanation.error().Text());
+  reply->Part(explanation.value());
   reply->End();
 }
 

@@ -26,6 +26,7 @@ struct CommandContext {
 ///   "show counters|violators [port]"   rows
 ///   "watch drops"                      rows as they come, no end
 ///   "monitor" {port, on}               no part
+///   "explain" {port, frame or source}  one part, an object
 /// Rows come in parts {"rows": [...]}; "port" in the arguments selects one port.
 class Commands final {
  public:
@@ -42,6 +43,7 @@ class Commands final {
   void ShowCounters(const nlohmann::json& arguments, const Reply& reply) const;
   void ShowViolators(const nlohmann::json& arguments, const Reply& reply) const;
   void Monitor(const nlohmann::json& arguments, const Reply& reply) const;
+  void ShowExplanation(const nlohmann::json& arguments, const Reply& reply) const;
   void WatchDrops(const Reply& reply);
   void OnDrops();
   [[nodiscard]] std::string NameOf(PortId id) const;

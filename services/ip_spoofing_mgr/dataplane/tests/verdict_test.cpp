@@ -7,6 +7,7 @@
 #include <random>
 #include <set>
 
+#include "dataplane/judge.h"
 #include "dataplane/verdict_text.h"
 #include "frames/reference_verdict.h"
 #include "frames/verdict_corpus.h"
@@ -20,35 +21,19 @@ using mgr::RowText;
 
 namespace {
 
-struct Judgement {
-  verdict result{};
-  verdict_keys keys{};
-};
-
 /// Judges a copy of the frame that ends where its allocation ends, so that a read behind it is caught by a sanitizer.
-Judgement Judge(const Frame& frame, const verdict_port& port, const std::vector<frames::Entry>& entries) {
+mgr::Judgement Judge(const Frame& frame, const verdict_port& port, const std::vector<frames::Entry>& entries) {
   const auto bytes = std::make_unique<uint8_t[]>(frame.bytes.size());
   std::copy(frame.bytes.begin(), frame.bytes.end(), bytes.get());
-  verdict_frame input{};
-  input.data = bytes.get();
-  input.data_end = bytes.get() + std::min<size_t>(frame.bytes.size(), VERDICT_HEADER_BYTES);
-  input.length = static_cast<uint32_t>(frame.bytes.size());
-  if (frame.metadata_tag) {
-    input.tag_present = 1;
-    input.tag_tci = frame.metadata_tag->tci;
-    input.tag_protocol = frame.metadata_tag->protocol;
-  }
-  Judgement judgement;
-  verdict_parse(&input, &judgement.keys);
-  std::optional<verdict_entry> found;
-  if (verdict_wants_entry(&port, &judgement.keys)) {
-    for (const frames::Entry& entry : entries) {
-      if (entry.vlan == judgement.keys.vlan && entry.source_be == judgement.keys.source_be)
-        found = mgr::ToVerdictEntry(entry.mac.value_or(frames::Mac{}), 0);
-    }
-  }
-  judgement.result = verdict_decide(&port, &judgement.keys, found ? &*found : nullptr);
-  return judgement;
+  std::optional<mgr::MetadataTag> tag;
+  if (frame.metadata_tag) tag = mgr::MetadataTag{frame.metadata_tag->tci, frame.metadata_tag->protocol};
+  return mgr::Judge({bytes.get(), frame.bytes.size()}, tag, port,
+                    [&entries](uint16_t vlan, uint32_t source_be) -> std::optional<mgr::MacAddress> {
+                      for (const frames::Entry& entry : entries)
+                        if (entry.vlan == vlan && entry.source_be == source_be)
+                          return entry.mac.value_or(mgr::MacAddress{});
+                      return std::nullopt;
+                    });
 }
 
 verdict_port PortOf(const VerdictRow& row) {
