@@ -123,8 +123,6 @@ class QmConfdInterface::Impl final {
     std::shared_ptr<qmconfd::Connection> serving = connection_;  // the callback may destroy this object
     const int result = ::confd_fd_ready(serving->daemon(), fd);
     if (alive.expired() || result == CONFD_OK) return;
-    if (result == CONFD_ERR && confd_errno == CONFD_ERR_EXTERNAL)
-      return;  // the callback's own failure, which is answered
     const char* which = fd == serving->control() ? "control" : "worker";
     serving.reset();
     Lose(std::string(which) + " connection: " + (result == CONFD_EOF ? "closed by the server" : ::confd_lasterr()));

@@ -201,22 +201,14 @@ TEST_F(Interface, ServesOneMessageOfControlAndWorkerPerDispatch) {
   EXPECT_THAT(fake_.trace, ElementsAre("control", "worker"));
 }
 
-TEST_F(Interface, AnErrorThatWasAnsweredKeepsTheConnectionAndAnyOtherEndsIt) {
+TEST_F(Interface, AMessageThatCannotBeServedEndsTheConnection) {
   ConnectApp();
-  fake_.on_ready.emplace_back([] {
-    confd_errno = CONFD_ERR_EXTERNAL;
-    return CONFD_ERR;
-  });
+  fake_.on_ready.emplace_back([] { return CONFD_ERR; });
   fake_.Send("worker");
-  PumpIdle();
-  EXPECT_THAT(fake_.trace, IsEmpty());
-  fake_.on_ready.emplace_back([] {
-    confd_errno = CONFD_ERR_BADSTATE;
-    return CONFD_ERR;
-  });
-  fake_.Send("worker");
-  Pump([&] { return Count("AppConnect") == 1; });
-  EXPECT_EQ(Count("AppDisconnect"), 1);
+  Pump([&] { return Count("AppConnectPhase 2") == 1; });
+  Trace expected = kDown;
+  expected.insert(expected.end(), kUp.begin(), kUp.end());
+  EXPECT_THAT(fake_.trace, ElementsAreArray(expected));
 }
 
 TEST_F(Interface, ResetDropsTheConnectionAsALossWouldAndConnectsAnew) {
