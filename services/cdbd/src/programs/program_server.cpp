@@ -136,7 +136,7 @@ void ProgramServer::OnClosed(Connection& connection, const std::string& why) {
     if (connection.kind == ClientKind::kControl || connection.kind == ClientKind::kWorker)
       providers_.OnClosed(connection, why);
   } else {
-    spdlog::warn("programs: process {} was refused: {}", connection.pid(), why);
+    spdlog::debug("programs: process {} was refused: {}", connection.pid(), why);
   }
   store_.ReleaseDeadReaders();
   // Later: a service may be in the middle of using it.

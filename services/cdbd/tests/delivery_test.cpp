@@ -1,0 +1,349 @@
+// Delivery of commits: subscribers that are spoken for message by message, and authors on NETCONF.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <future>
+
+#include "cdbd_process.h"
+#include "program.h"
+
+namespace cdbd::test {
+namespace {
+
+using confd_wire::ClientKind;
+using confd_wire::Trigger;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+
+constexpr const char* kInterface = "/ais:config/anti-ip-spoofing/interface";
+constexpr const char* kIpv4 = "/ais:config/anti-ip-spoofing/interface/allowed-ip/ipv4";
+constexpr std::chrono::milliseconds kLimit = NetconfClient::kLimit;
+
+std::string Source(const std::string& name, const std::string& address) {
+  return AntiSpoofing("<interface><interface-name>" + name + "</interface-name><allowed-ip><ipv4><address>" + address +
+                      "</address><vlan>0</vlan></ipv4></allowed-ip></interface>");
+}
+
+/// An edit whose answer comes when the delivery is over.
+class PendingEdit final {
+ public:
+  PendingEdit(CdbdProcess& server, const std::string& config)
+      : reply_{std::async(std::launch::async, [&server, config] { return server.Connect().EditConfig(config); })} {}
+  std::string Reply() { return reply_.get(); }
+  bool Answered() { return reply_.wait_for(std::chrono::seconds{0}) == std::future_status::ready; }
+
+ private:
+  std::future<std::string> reply_;
+};
+
+class Delivery : public testing::Test {
+ protected:
+  Delivery() : server{{"--subscriber-timeout", "0.4"}} { server.Start(); }
+
+  std::unique_ptr<Program> Subscriber(const std::string& name, const std::vector<std::pair<std::string, int>>& to) {
+    auto program = std::make_unique<Program>(server.CdbSocket(), ClientKind::kSubscription, name);
+    for (const auto& [path, priority] : to) EXPECT_GT(program->Subscribe(path, priority), 0);
+    EXPECT_TRUE(program->SubscribeDone());
+    return program;
+  }
+  std::string Database() { return server.Connect().Get("<database xmlns=\"\"/>"); }
+
+  CdbdProcess server;
+};
+
+/// One with time enough for the tests that hold a delivery up.
+class PatientDelivery : public Delivery {
+ protected:
+  PatientDelivery() {
+    server.Stop();
+    patient = std::make_unique<CdbdProcess>();
+    patient->Start();
+  }
+  std::unique_ptr<Program> Subscriber(const std::string& name, const std::vector<std::pair<std::string, int>>& to) {
+    auto program = std::make_unique<Program>(patient->CdbSocket(), ClientKind::kSubscription, name);
+    for (const auto& [path, priority] : to) EXPECT_GT(program->Subscribe(path, priority), 0);
+    EXPECT_TRUE(program->SubscribeDone());
+    return program;
+  }
+  std::string Database() { return patient->Connect().Get("<database xmlns=\"\"/>"); }
+  std::unique_ptr<CdbdProcess> patient;
+};
+
+TEST_F(PatientDelivery, GoesByPriorityAndTheAuthorWaitsForTheLast) {
+  auto first = Subscriber("first", {{kInterface, 0}, {kIpv4, 1}});
+  auto second = Subscriber("second", {{kIpv4, 1}});
+  PendingEdit edit{*patient, Source("eth0", "10.0.0.1")};
+  auto trigger = first->Receive<Trigger>();
+  ASSERT_TRUE(trigger);
+  EXPECT_EQ(trigger->priority, 0);
+  EXPECT_THAT(trigger->points, ElementsAre(1));
+  EXPECT_TRUE(second->Quiet());
+  first->Sync(*trigger);
+  trigger = first->Receive<Trigger>();
+  ASSERT_TRUE(trigger);
+  EXPECT_EQ(trigger->priority, 1);
+  EXPECT_THAT(trigger->points, ElementsAre(2));
+  auto other = second->Receive<Trigger>();
+  ASSERT_TRUE(other);
+  EXPECT_EQ(other->priority, 1);
+  EXPECT_THAT(other->points, ElementsAre(3));
+  EXPECT_EQ(other->txid, trigger->txid);
+  second->Sync(*other);
+  EXPECT_THAT(Database(), HasSubstr("<delivering>" + std::to_string(trigger->txid) + "</delivering>"));
+  EXPECT_FALSE(edit.Answered());
+  first->Sync(*trigger);
+  EXPECT_THAT(edit.Reply(), HasSubstr("<ok/>"));
+  EXPECT_THAT(Database(), Not(HasSubstr("<delivering>")));
+}
+
+TEST_F(PatientDelivery, OnePriorityComesInOneMessage) {
+  auto program = Subscriber("one", {{kIpv4, 3}, {kInterface, 3}});
+  PendingEdit edit{*patient, Source("eth0", "10.0.0.1")};
+  const auto trigger = program->Receive<Trigger>();
+  ASSERT_TRUE(trigger);
+  EXPECT_THAT(trigger->points, ElementsAre(1, 2));
+  program->Sync(*trigger);
+  EXPECT_THAT(edit.Reply(), HasSubstr("<ok/>"));
+}
+
+TEST_F(PatientDelivery, OnlyWhoseSubtreeChangedIsTold) {
+  auto sources = Subscriber("sources", {{kIpv4, 0}});
+  EXPECT_THAT(patient->Connect().EditConfig(Interfaces({"eth0"})), HasSubstr("<ok/>"));
+  EXPECT_TRUE(sources->Quiet());
+  // Deleting what the subtree is in is a change of it.
+  PendingEdit add{*patient, Source("eth0", "10.0.0.1")};
+  auto trigger = sources->Receive<Trigger>();
+  ASSERT_TRUE(trigger);
+  sources->Sync(*trigger);
+  EXPECT_THAT(add.Reply(), HasSubstr("<ok/>"));
+  PendingEdit remove{*patient,
+                     AntiSpoofing("<interface xmlns:nc=\"urn:ietf:params:xml:ns:netconf:base:1.0\" nc:operation="
+                                  "\"delete\"><interface-name>eth0</interface-name></interface>")};
+  trigger = sources->Receive<Trigger>();
+  ASSERT_TRUE(trigger);
+  sources->Sync(*trigger);
+  EXPECT_THAT(remove.Reply(), HasSubstr("<ok/>"));
+}
+
+TEST_F(PatientDelivery, AnEditThatChangesNothingTellsNobody) {
+  auto program = Subscriber("one", {{kInterface, 0}});
+  PendingEdit first{*patient, Interfaces({"eth0"})};
+  auto trigger = program->Receive<Trigger>();
+  ASSERT_TRUE(trigger);
+  program->Sync(*trigger);
+  EXPECT_THAT(first.Reply(), HasSubstr("<ok/>"));
+  EXPECT_THAT(patient->Connect().EditConfig(Interfaces({"eth0"})), HasSubstr("<ok/>"));
+  EXPECT_TRUE(program->Quiet());
+  EXPECT_THAT(Database(), HasSubstr("<last>" + std::to_string(trigger->txid) + "</last>"));
+}
+
+TEST_F(PatientDelivery, TheNextCommitWaitsAndReadsDoNot) {
+  auto program = Subscriber("one", {{kInterface, 0}});
+  PendingEdit first{*patient, Interfaces({"eth0"})};
+  auto trigger = program->Receive<Trigger>();
+  ASSERT_TRUE(trigger);
+  PendingEdit second{*patient, Interfaces({"eth1"})};
+  EXPECT_TRUE(Eventually([&] { return Database().find("<waiting>1</waiting>") != std::string::npos; }, kLimit));
+  NetconfClient reader = patient->Connect();
+  EXPECT_EQ(reader.GetConfig(), Interfaces({"eth0"}));
+  EXPECT_TRUE(IsOk(reader.Rpc("<lock><target><running/></target></lock>")));
+  EXPECT_TRUE(IsOk(reader.Rpc("<unlock><target><running/></target></unlock>")));
+  EXPECT_FALSE(second.Answered());
+  program->Sync(*trigger);
+  EXPECT_THAT(first.Reply(), HasSubstr("<ok/>"));
+  const auto next = program->Receive<Trigger>();
+  ASSERT_TRUE(next);
+  EXPECT_EQ(next->txid, trigger->txid + 1);
+  program->Sync(*next);
+  EXPECT_THAT(second.Reply(), HasSubstr("<ok/>"));
+  EXPECT_EQ(reader.GetConfig(), Interfaces({"eth0", "eth1"}));
+}
+
+TEST_F(PatientDelivery, ASubscriberThatComesDuringADeliveryIsToldOfLaterOnes) {
+  auto old = Subscriber("old", {{kInterface, 0}});
+  PendingEdit first{*patient, Interfaces({"eth0"})};
+  auto trigger = old->Receive<Trigger>();
+  ASSERT_TRUE(trigger);
+  auto late = Subscriber("late", {{kInterface, 0}});
+  old->Sync(*trigger);
+  EXPECT_THAT(first.Reply(), HasSubstr("<ok/>"));
+  EXPECT_TRUE(late->Quiet());
+  PendingEdit second{*patient, Interfaces({"eth1"})};
+  trigger = late->Receive<Trigger>();
+  ASSERT_TRUE(trigger);
+  late->Sync(*trigger);
+  trigger = old->Receive<Trigger>();
+  ASSERT_TRUE(trigger);
+  old->Sync(*trigger);
+  EXPECT_THAT(second.Reply(), HasSubstr("<ok/>"));
+}
+
+TEST_F(PatientDelivery, OneThatIsDoneWithTheWholeCommitIsNotToldOfTheRest) {
+  auto program = Subscriber("one", {{kInterface, 0}, {kIpv4, 1}});
+  PendingEdit edit{*patient, Source("eth0", "10.0.0.1")};
+  const auto trigger = program->Receive<Trigger>();
+  ASSERT_TRUE(trigger);
+  program->Sync(*trigger, confd_wire::SyncKind::kDoneSocket);
+  EXPECT_THAT(edit.Reply(), HasSubstr("<ok/>"));
+  EXPECT_TRUE(program->Quiet());
+}
+
+TEST_F(PatientDelivery, ASubscriberThatDiesIsNamedAtOnceAndTheRestGoesOn) {
+  auto dying = Subscriber("dying", {{kInterface, 0}});
+  auto later = Subscriber("later", {{kIpv4, 1}});
+  PendingEdit edit{*patient, Source("eth0", "10.0.0.1")};
+  ASSERT_TRUE(dying->Receive<Trigger>());
+  dying->Disconnect();
+  const auto trigger = later->Receive<Trigger>();
+  ASSERT_TRUE(trigger);
+  later->Sync(*trigger);
+  const std::string reply = edit.Reply();
+  EXPECT_TRUE(IsOk(reply));
+  EXPECT_THAT(reply, HasSubstr("<error-severity>warning</error-severity><error-app-tag>subscriber-lost"));
+  EXPECT_THAT(reply, HasSubstr("subscriber 'dying' (process " + std::to_string(::getpid()) +
+                               ") was lost before it had taken in transaction 1"));
+  EXPECT_EQ(patient->Connect().GetConfig(), Source("eth0", "10.0.0.1"));
+  const std::string database = Database();
+  EXPECT_THAT(database, HasSubstr("<name>dying</name>"));
+  EXPECT_THAT(database, HasSubstr("<state>dropped</state>"));
+}
+
+TEST_F(PatientDelivery, ASubscriberThatDiesBeforeItsTurnIsNamedToo) {
+  auto first = Subscriber("first", {{kInterface, 0}});
+  auto dying = Subscriber("dying", {{kIpv4, 1}});
+  PendingEdit edit{*patient, Source("eth0", "10.0.0.1")};
+  const auto trigger = first->Receive<Trigger>();
+  ASSERT_TRUE(trigger);
+  dying->Disconnect();
+  EXPECT_TRUE(Eventually([&] { return Database().find("dropped") != std::string::npos; }, kLimit));
+  first->Sync(*trigger);
+  EXPECT_THAT(edit.Reply(), HasSubstr("subscriber 'dying'"));
+}
+
+TEST_F(Delivery, ASilentSubscriberIsDroppedAndNamedAndTheRestGoesOn) {
+  auto silent = Subscriber("silent", {{kInterface, 0}});
+  auto good = Subscriber("good", {{kInterface, 0}, {kIpv4, 1}});
+  PendingEdit edit{server, Source("eth0", "10.0.0.1")};
+  ASSERT_TRUE(silent->Receive<Trigger>());
+  auto trigger = good->Receive<Trigger>();
+  ASSERT_TRUE(trigger);
+  good->Sync(*trigger);
+  trigger = good->Receive<Trigger>();
+  ASSERT_TRUE(trigger);
+  good->Sync(*trigger);
+  const std::string reply = edit.Reply();
+  EXPECT_TRUE(IsOk(reply));
+  EXPECT_THAT(reply, HasSubstr("<error-app-tag>subscriber-timeout</error-app-tag>"));
+  EXPECT_THAT(reply, HasSubstr("subscriber 'silent' (process " + std::to_string(::getpid()) +
+                               ") did not take in transaction 1 within 0.4 s and was disconnected"));
+  EXPECT_TRUE(silent->Closed());
+  EXPECT_THAT(server.Log(), HasSubstr("did not take in transaction 1 within 0.4 s"));
+  // Later commits work without it.
+  PendingEdit next{server, Interfaces({"eth7"})};
+  trigger = good->Receive<Trigger>();
+  ASSERT_TRUE(trigger);
+  good->Sync(*trigger);
+  EXPECT_THAT(next.Reply(), HasSubstr("<ok/>"));
+}
+
+TEST_F(Delivery, ASyncOfAnotherCommitCountsForNothing) {
+  auto confused = Subscriber("confused", {{kInterface, 0}});
+  PendingEdit edit{server, Interfaces({"eth0"})};
+  auto trigger = confused->Receive<Trigger>();
+  ASSERT_TRUE(trigger);
+  trigger->txid += 1;
+  confused->Sync(*trigger);
+  trigger->txid -= 1;
+  trigger->priority += 1;
+  confused->Sync(*trigger);
+  EXPECT_THAT(edit.Reply(), HasSubstr("subscriber-timeout"));
+}
+
+TEST_F(Delivery, WithoutASubscriberTheCommitStandsAndItsAuthorIsWarned) {
+  Program unready{server.CdbSocket(), ClientKind::kSubscription, "unready"};
+  EXPECT_GT(unready.Subscribe(kInterface, 0), 0);
+  const std::string reply = server.Connect().EditConfig(Interfaces({"eth0"}));
+  EXPECT_TRUE(IsOk(reply));
+  EXPECT_THAT(reply,
+              HasSubstr("<error-app-tag>no-subscriber</error-app-tag><error-message xml:lang=\"en\">no program is "
+                        "subscribed to changes: transaction 1 is stored and takes effect when one connects"));
+  EXPECT_THAT(server.Log(), HasSubstr("no program is subscribed to changes: transaction 1"));
+  EXPECT_EQ(server.Connect().GetConfig(), Interfaces({"eth0"}));
+}
+
+TEST_F(Delivery, TheAuthorsEndDoesNotStopIt) {
+  auto program = Subscriber("one", {{kInterface, 0}});
+  {
+    NetconfClient author = server.Connect();
+    ASSERT_TRUE(
+        author.raw()
+            .Send("<rpc message-id=\"1\" xmlns=\"urn:ietf:params:xml:ns:netconf:base:1.0\"><edit-config><target>"
+                  "<running/></target><config>" +
+                      Interfaces({"eth0"}) + "</config></edit-config></rpc>",
+                  kLimit)
+            .ok());
+    ASSERT_TRUE(program->Receive<Trigger>());
+  }
+  auto trigger = Trigger{};
+  trigger.txid = 1;
+  program->Sync(trigger);
+  PendingEdit next{server, Interfaces({"eth1"})};
+  const auto told = program->Receive<Trigger>();
+  ASSERT_TRUE(told);
+  EXPECT_EQ(told->txid, 2U);
+  program->Sync(*told);
+  EXPECT_THAT(next.Reply(), HasSubstr("<ok/>"));
+}
+
+TEST_F(Delivery, TheOperatorSeesWhoIsSubscribed) {
+  auto program = Subscriber("app", {{kInterface, 0}, {kIpv4, 1}});
+  PendingEdit edit{server, Interfaces({"eth0"})};
+  const auto trigger = program->Receive<Trigger>();
+  ASSERT_TRUE(trigger);
+  const std::string during = Database();
+  EXPECT_THAT(during, HasSubstr("<name>app</name><process>" + std::to_string(::getpid()) +
+                                "</process><state>delivering</state>"));
+  program->Sync(*trigger);
+  EXPECT_THAT(edit.Reply(), HasSubstr("<ok/>"));
+  const std::string after = Database();
+  EXPECT_THAT(after, HasSubstr("<state>idle</state>"));
+  EXPECT_THAT(after, HasSubstr("<last-transaction>1</last-transaction><subscription><point>1</point><path>" +
+                               std::string{kInterface} +
+                               "</path><priority>0</priority></subscription><subscription>"
+                               "<point>2</point><path>" +
+                               kIpv4 + "</path><priority>1</priority></subscription>"));
+}
+
+struct BadPacket {
+  std::string name;
+  ClientKind kind;
+  std::string packet;
+};
+class Nonsense : public testing::TestWithParam<BadPacket> {};
+
+TEST_P(Nonsense, EndsTheConnectionOnly) {
+  CdbdProcess server;
+  server.Start();
+  Program program{server.CdbSocket(), GetParam().kind, "mad"};
+  ASSERT_EQ(program.hello.error, "");
+  program.SendBytes(GetParam().packet);
+  EXPECT_TRUE(program.Closed());
+  EXPECT_EQ(server.Connect().GetConfig(), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Packets, Nonsense,
+    testing::Values(BadPacket{"FromAReader", ClientKind::kRead, "x"},
+                    BadPacket{"ShortFromASubscriber", ClientKind::kSubscription, "x"},
+                    BadPacket{"UnknownFromASubscriber", ClientKind::kSubscription, std::string(40, '\x7f')},
+                    BadPacket{"CutSync", ClientKind::kSubscription,
+                              confd_wire::Encode(confd_wire::Sync{}).substr(0, 9)},
+                    BadPacket{"FromAProvider", ClientKind::kControl, std::string(40, '\x7f')},
+                    BadPacket{"CutRegister", ClientKind::kControl, std::string("\x0b\0\xff\xff\xff\xff", 6)},
+                    BadPacket{"TooLarge", ClientKind::kControl, std::string(confd_wire::kMaxMessage + 1, 'x')}),
+    [](const auto& row) { return row.param.name; });
+
+}  // namespace
+}  // namespace cdbd::test

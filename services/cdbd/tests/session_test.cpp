@@ -1,0 +1,289 @@
+// NETCONF sessions of a real server: the answer to every kind of bad request, and that the session lives on.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "cdbd_process.h"
+
+namespace cdbd::test {
+namespace {
+
+using netconf::Client;
+using netconf::Framing;
+using testing::HasSubstr;
+
+constexpr std::chrono::milliseconds kLimit = NetconfClient::kLimit;
+const std::string kNc = "xmlns=\"urn:ietf:params:xml:ns:netconf:base:1.0\"";
+
+struct Row {
+  std::string name;
+  std::string message;  ///< whole, unframed; "$" at its start: the inside of a good <rpc>
+  std::string reply;    ///< whole, without the <rpc-reply> around it
+  bool base_1_1 = true;
+};
+void PrintTo(const Row& row, std::ostream* out) { *out << row.message; }
+
+std::string Error(const std::string& type, const std::string& tag, const std::string& message,
+                  const std::string& info = "") {
+  std::string text = "<rpc-error><error-type>" + type + "</error-type><error-tag>" + tag +
+                     "</error-tag><error-severity>error</error-severity><error-message xml:lang=\"en\">" + message +
+                     "</error-message>";
+  if (!info.empty()) text += "<error-info>" + info + "</error-info>";
+  return text + "</rpc-error>";
+}
+
+std::string BadElement(const std::string& name) { return "<bad-element>" + name + "</bad-element>"; }
+
+class Answers : public testing::TestWithParam<Row> {
+ protected:
+  static void SetUpTestSuite() {
+    server = new CdbdProcess;
+    server->Start();
+  }
+  static void TearDownTestSuite() {
+    delete server;
+    server = nullptr;
+  }
+  static CdbdProcess* server;
+};
+CdbdProcess* Answers::server = nullptr;
+
+std::string Inside(const std::string& reply) {
+  const size_t begin = reply.find('>') + 1;
+  return reply.substr(begin, reply.rfind("</rpc-reply>") - begin);
+}
+
+TEST_P(Answers, AndTheSessionLivesOn) {
+  NetconfClient client = server->Connect(GetParam().base_1_1);
+  std::string message = GetParam().message;
+  if (message[0] == '$') message = "<rpc message-id=\"1\" " + kNc + ">" + message.substr(1) + "</rpc>";
+  ASSERT_TRUE(client.raw().Send(message, kLimit).ok());
+  const auto reply = client.raw().Receive(kLimit);
+  ASSERT_TRUE(reply.ok()) << reply.error().Text();
+  EXPECT_EQ(Inside(reply.value()), GetParam().reply);
+  EXPECT_EQ(client.GetConfig(), "");
+}
+
+const std::string kEdit = "<edit-config><target><running/></target>";
+
+INSTANTIATE_TEST_SUITE_P(
+    Sessions, Answers,
+    testing::Values(
+        Row{"Malformed", "<rpc", Error("rpc", "malformed-message", "line 1: unclosed token")},
+        Row{"MalformedInBase10", "<rpc", Error("rpc", "operation-failed", "line 1: unclosed token"), false},
+        Row{"EmptyMessage", " ", Error("rpc", "malformed-message", "line 1: no element found")},
+        Row{"NotUtf8", "<rpc message-id=\"\xff\"/>",
+            Error("rpc", "malformed-message", "line 1: not well-formed (invalid token)")},
+        Row{"DocumentType", "<!DOCTYPE rpc><rpc/>",
+            Error("rpc", "malformed-message", "line 1: a document type declaration is not allowed")},
+        Row{"NoRpc", "<hello " + kNc + "/>",
+            Error("rpc", "unknown-element", "a request is an &lt;rpc&gt; element", BadElement("hello"))},
+        Row{"RpcInNoNamespace", "<rpc message-id=\"1\"><get/></rpc>",
+            Error("rpc", "unknown-namespace", "&lt;rpc&gt; is not in the namespace of NETCONF",
+                  BadElement("rpc") + "<bad-namespace></bad-namespace>")},
+        Row{"NoMessageId", "<rpc " + kNc + "><get/></rpc>",
+            Error("rpc", "missing-attribute", "&lt;rpc&gt; has no message-id",
+                  "<bad-attribute>message-id</bad-attribute>" + BadElement("rpc"))},
+        Row{"NoOperation", "$",
+            Error("rpc", "missing-element", "&lt;rpc&gt; holds exactly one operation", BadElement("rpc"))},
+        Row{"TwoOperations", "$<get/><get/>",
+            Error("rpc", "bad-element", "&lt;rpc&gt; holds exactly one operation", BadElement("get"))},
+        Row{"UnknownOperation", "$<reboot/>",
+            Error("protocol", "operation-not-supported", "there is no operation 'reboot'")},
+        Row{"OperationOfAnUnknownNamespace", "$<reboot xmlns=\"urn:other\"/>",
+            Error("protocol", "unknown-namespace", "there is no operation 'reboot'",
+                  BadElement("reboot") + "<bad-namespace>urn:other</bad-namespace>")},
+        Row{"OperationOfACapabilityThatIsNotThere", "$<commit/>",
+            Error("protocol", "operation-not-supported", "there is no operation 'commit'")},
+        Row{"UnknownParameter", "$<get><depth>1</depth></get>",
+            Error("protocol", "unknown-element", "&lt;get&gt; has no parameter 'depth'", BadElement("depth"))},
+        Row{"ParameterTwice", "$<get><filter/><filter/></get>",
+            Error("protocol", "bad-element", "'filter' is there more than once", BadElement("filter"))},
+        Row{"GetConfigWithoutSource", "$<get-config/>",
+            Error("protocol", "missing-element", "&lt;get-config&gt; needs 'source'", BadElement("source"))},
+        Row{"GetConfigEmptySource", "$<get-config><source/></get-config>",
+            Error("protocol", "missing-element", "'source' is empty", BadElement("source"))},
+        Row{"GetConfigCandidate", "$<get-config><source><candidate/></source></get-config>",
+            Error("protocol", "unknown-element", "'candidate' is not supported as source", BadElement("candidate"))},
+        Row{"XPathFilter", "$<get><filter type=\"xpath\" select=\"/\"/></get>",
+            Error("protocol", "bad-attribute", "filters of type 'xpath' are not supported, only 'subtree'",
+                  "<bad-attribute>type</bad-attribute>" + BadElement("filter"))},
+        Row{"EditWithoutTarget", "$<edit-config><config/></edit-config>",
+            Error("protocol", "missing-element", "&lt;edit-config&gt; needs 'target'", BadElement("target"))},
+        Row{"EditStartup", "$<edit-config><target><startup/></target><config/></edit-config>",
+            Error("protocol", "unknown-element", "'startup' is not supported as target", BadElement("startup"))},
+        Row{"EditWithoutConfig", "$" + kEdit + "</edit-config>",
+            Error("protocol", "missing-element", "&lt;edit-config&gt; needs 'config'", BadElement("config"))},
+        Row{"EditFromUrl", "$" + kEdit + "<url>file:///x</url></edit-config>",
+            Error("protocol", "unknown-element", "&lt;edit-config&gt; has no parameter 'url'", BadElement("url"))},
+        Row{"EditDefaultOperation",
+            "$" + kEdit + "<default-operation>delete</default-operation><config/></edit-config>",
+            Error("protocol", "invalid-value", "'delete' is no value of 'default-operation'",
+                  BadElement("default-operation"))},
+        Row{"EditTestOption", "$" + kEdit + "<test-option>never</test-option><config/></edit-config>",
+            Error("protocol", "invalid-value", "'never' is no value of 'test-option'", BadElement("test-option"))},
+        Row{"EditErrorOption", "$" + kEdit + "<error-option>panic</error-option><config/></edit-config>",
+            Error("protocol", "invalid-value", "'panic' is no value of 'error-option'", BadElement("error-option"))},
+        Row{"EditOfNothing", "$" + kEdit + "<config/></edit-config>", "<ok/>"},
+        Row{"LockCandidate", "$<lock><target><candidate/></target></lock>",
+            Error("protocol", "unknown-element", "'candidate' is not supported as target", BadElement("candidate"))},
+        Row{"UnlockWithoutLock", "$<unlock><target><running/></target></unlock>",
+            Error("protocol", "operation-failed", "this session holds no lock on running")},
+        Row{"KillWithoutSession", "$<kill-session/>",
+            Error("protocol", "missing-element", "&lt;kill-session&gt; needs 'session-id'", BadElement("session-id"))},
+        Row{"KillNoNumber", "$<kill-session><session-id>x</session-id></kill-session>",
+            Error("protocol", "invalid-value", "'x' is no value of 'session-id'", BadElement("session-id"))},
+        Row{"KillNobody", "$<kill-session><session-id>999999</session-id></kill-session>",
+            Error("protocol", "invalid-value", "'999999' is no value of 'session-id'", BadElement("session-id"))},
+        Row{"SchemaOfNoModule",
+            "$<get-schema xmlns=\"urn:ietf:params:xml:ns:yang:ietf-netconf-monitoring\"><identifier>x</identifier>"
+            "</get-schema>",
+            Error("protocol", "invalid-value", "'x' is no value of 'identifier'", BadElement("identifier"))},
+        Row{"SchemaOfAnotherVersion",
+            "$<get-schema xmlns=\"urn:ietf:params:xml:ns:yang:ietf-netconf-monitoring\"><identifier>cdb-monitor"
+            "</identifier><version>1999-01-01</version></get-schema>",
+            Error("protocol", "invalid-value", "'1999-01-01' is no value of 'version'", BadElement("version"))},
+        Row{"SchemaInAnotherFormat",
+            "$<get-schema xmlns=\"urn:ietf:params:xml:ns:yang:ietf-netconf-monitoring\"><identifier>cdb-monitor"
+            "</identifier><format>yin</format></get-schema>",
+            Error("protocol", "invalid-value", "'yin' is no value of 'format'", BadElement("format"))},
+        Row{"ValidateRunning", "$<validate><source><running/></source></validate>", "<ok/>"},
+        Row{"ValidateGoodConfig",
+            "$<validate><source><config>" + Interfaces({"eth0"}) + "</config></source></validate>", "<ok/>"}),
+    [](const auto& row) { return row.param.name; });
+
+TEST_F(Answers, RepeatTheAttributesOfTheRequest) {
+  NetconfClient client = server->Connect();
+  ASSERT_TRUE(client.raw()
+                  .Send("<n:rpc n:x=\"1\" message-id=\"&quot;a&lt;\" xmlns:e=\"urn:e\" e:user=\"u\" xmlns:n"
+                        "=\"urn:ietf:params:xml:ns:netconf:base:1.0\"><n:validate><n:source><n:running/></n:source>"
+                        "</n:validate></n:rpc>",
+                        kLimit)
+                  .ok());
+  const auto reply = client.raw().Receive(kLimit);
+  ASSERT_TRUE(reply.ok());
+  EXPECT_EQ(reply.value(),
+            "<rpc-reply xmlns=\"urn:ietf:params:xml:ns:netconf:base:1.0\" xmlns:n=\"urn:ietf:params:xml:ns:netconf:"
+            "base:1.0\" n:x=\"1\" message-id=\"&quot;a&lt;\" xmlns:e=\"urn:e\" e:user=\"u\"><ok/></rpc-reply>");
+}
+
+TEST_F(Answers, ComeInTheOrderOfPipelinedRequests) {
+  NetconfClient client = server->Connect();
+  for (int i = 0; i < 50; ++i)
+    ASSERT_TRUE(client.raw()
+                    .Send("<rpc message-id=\"" + std::to_string(i) + "\" " + kNc +
+                              "><validate><source><running/></source></validate></rpc>",
+                          kLimit)
+                    .ok());
+  for (int i = 0; i < 50; ++i) {
+    const auto reply = client.raw().Receive(kLimit);
+    ASSERT_TRUE(reply.ok());
+    EXPECT_THAT(reply.value(), HasSubstr("message-id=\"" + std::to_string(i) + "\""));
+  }
+}
+
+TEST_F(Answers, AValidateOfABadConfigTellsWhyAndChangesNothing) {
+  NetconfClient client = server->Connect();
+  const std::string reply =
+      client.Rpc("<validate><source><config>" + Interfaces({"eth0", "a/b"}) + "</config></source></validate>");
+  EXPECT_THAT(reply, HasSubstr("<error-tag>invalid-value</error-tag>"));
+  EXPECT_EQ(client.GetConfig(), "");
+}
+
+TEST_F(Answers, ATestOnlyEditChangesNothing) {
+  NetconfClient client = server->Connect();
+  const std::string test_only = "<test-option>test-only</test-option>";
+  EXPECT_TRUE(IsOk(client.EditConfig(Interfaces({"eth0"}), test_only)));
+  EXPECT_THAT(client.EditConfig(Interfaces({"a/b"}), test_only), HasSubstr("invalid-value"));
+  EXPECT_EQ(client.GetConfig(), "");
+}
+
+TEST_F(Answers, TheHelloNamesWhatWorks) {
+  NetconfClient client = server->Connect();
+  using testing::Contains;
+  using testing::StartsWith;
+  const auto& capabilities = client.raw().capabilities();
+  const std::string prefix = "urn:ietf:params:netconf:capability:";
+  for (const char* one : {"writable-running:1.0", "rollback-on-error:1.0", "validate:1.1"})
+    EXPECT_THAT(capabilities, Contains(prefix + one));
+  EXPECT_THAT(capabilities, Contains(StartsWith(prefix + "yang-library:1.1?revision=2019-01-04&content-id=")));
+  for (const char* one : {"candidate", "startup", "xpath", "url", "confirmed-commit"})
+    EXPECT_THAT(capabilities, Not(Contains(StartsWith(prefix + one))));
+}
+
+TEST(Locks, KeepOthersOutUntilTheSessionEnds) {
+  CdbdProcess server;
+  server.Start();
+  NetconfClient other = server.Connect();
+  const std::string lock = "<lock><target><running/></target></lock>";
+  {
+    NetconfClient owner = server.Connect();
+    const std::string id = owner.raw().session_id();
+    EXPECT_TRUE(IsOk(owner.Rpc(lock)));
+    EXPECT_THAT(owner.Rpc(lock), HasSubstr("lock-denied"));
+    const std::string denied = other.Rpc(lock);
+    EXPECT_THAT(denied, HasSubstr("<error-tag>lock-denied</error-tag>"));
+    EXPECT_THAT(denied, HasSubstr("<error-info><session-id>" + id + "</session-id></error-info>"));
+    EXPECT_THAT(other.EditConfig(Interfaces({"eth0"})), HasSubstr("<error-tag>in-use</error-tag>"));
+    EXPECT_THAT(other.Rpc("<unlock><target><running/></target></unlock>"), HasSubstr("operation-failed"));
+    EXPECT_TRUE(IsOk(owner.EditConfig(Interfaces({"eth1"}))));
+    EXPECT_THAT(other.Get("<netconf-state xmlns=\"\"><datastores/></netconf-state>"),
+                HasSubstr("<locked-by-session>" + id + "</locked-by-session>"));
+  }
+  EXPECT_TRUE(Eventually([&] { return IsOk(other.Rpc(lock)); }, kLimit)) << "the lock outlived its session";
+  EXPECT_TRUE(IsOk(other.Rpc("<unlock><target><running/></target></unlock>")));
+  EXPECT_TRUE(IsOk(other.EditConfig(Interfaces({"eth0"}))));
+  EXPECT_EQ(other.GetConfig(), Interfaces({"eth0", "eth1"}));
+}
+
+TEST(Sessions, EndWithCloseSession) {
+  CdbdProcess server;
+  server.Start();
+  NetconfClient client = server.Connect();
+  EXPECT_TRUE(IsOk(client.Rpc("<close-session/>")));
+  const auto end = client.raw().Receive(kLimit);
+  ASSERT_FALSE(end.ok());
+  EXPECT_EQ(end.error().Text(), "receive: the peer closed the connection");
+}
+
+TEST(Sessions, AreKilledByOthersButNotByThemselves) {
+  CdbdProcess server;
+  server.Start();
+  NetconfClient victim = server.Connect();
+  NetconfClient killer = server.Connect();
+  const auto kill = [&](const std::string& id) {
+    return killer.Rpc("<kill-session><session-id>" + id + "</session-id></kill-session>");
+  };
+  EXPECT_TRUE(IsOk(victim.Rpc("<lock><target><running/></target></lock>")));
+  EXPECT_THAT(kill(killer.raw().session_id()), HasSubstr("invalid-value"));
+  EXPECT_TRUE(IsOk(kill(victim.raw().session_id())));
+  EXPECT_FALSE(victim.raw().Receive(kLimit).ok());
+  EXPECT_TRUE(IsOk(killer.Rpc("<lock><target><running/></target></lock>")));
+}
+
+TEST(Sessions, GetSchemaGivesEveryModuleOfTheLibrary) {
+  CdbdProcess server;
+  server.Start();
+  NetconfClient client = server.Connect();
+  const std::string list =
+      client.Get("<netconf-state xmlns=\"\"><schemas><schema><identifier/></schema></schemas></netconf-state>");
+  size_t modules = 0;
+  const std::string open = "<identifier>";
+  for (size_t at = 0; (at = list.find(open, at)) != std::string::npos; ++modules) {
+    at += open.size();
+    const std::string name = list.substr(at, list.find('<', at) - at);
+    const std::string reply =
+        client.Rpc("<get-schema xmlns=\"urn:ietf:params:xml:ns:yang:ietf-netconf-monitoring\"><identifier>" + name +
+                   "</identifier><format>yang</format></get-schema>");
+    EXPECT_THAT(reply, HasSubstr("module " + name + " {"));
+  }
+  EXPECT_GT(modules, 8U);
+  const std::string library = client.Get("<yang-library xmlns=\"urn:ietf:params:xml:ns:yang:ietf-yang-library\"/>");
+  EXPECT_THAT(library, HasSubstr("<name>anti-ip-spoofing</name><revision>2026-11-21</revision>"));
+  EXPECT_THAT(client.raw().capabilities(),
+              testing::Contains(testing::EndsWith(
+                  "content-id=" + library.substr(library.find("<content-id>") + 12,
+                                                 library.find("</content-id>") - library.find("<content-id>") - 12))));
+}
+
+}  // namespace
+}  // namespace cdbd::test
