@@ -79,9 +79,10 @@ int Read(const char* function, int nargs, int sock, const char* format, va_list 
   const int result = formatted ? Evaluate(function, sock, path, work)
                                : Fail(CONFD_ERR_PROTOUSAGE, std::string("Bad format: ") + format);
   const auto found = fakes::TheCdb().sessions.find(sock);
-  const char* const db = found == fakes::TheCdb().sessions.end() ? "no session" : fakes::DbName(found->second.db);
-  fakes::TheTrace().Add(fakes::Kind::kRead,
-                        fakes::Format("%s %s %s = %d", function, db, formatted ? path.c_str() : format, result));
+  const std::string db =
+      found == fakes::TheCdb().sessions.end() ? fakes::Format("socket %d", sock) : fakes::DbName(found->second.db);
+  fakes::TheTrace().Add(fakes::Kind::kRead, fakes::Format("%s %s %s = %d", function, db.c_str(),
+                                                          formatted ? path.c_str() : format, result));
   return result;
 }
 

@@ -17,7 +17,7 @@ fakes::Cdb::Session* SessionOf(int sock) {
 
 void AddRead(const char* function, int sock, const std::string& rest) {
   fakes::Cdb::Session* const session = SessionOf(sock);
-  const std::string db = session == nullptr ? "no session" : fakes::DbName(session->db);
+  const std::string db = session == nullptr ? fakes::Format("socket %d", sock) : fakes::DbName(session->db);
   fakes::TheTrace().Add(fakes::Kind::kRead, std::string(function) + " " + db + rest);
 }
 

@@ -17,7 +17,7 @@ enum class Kind {
   kConfd,         ///< connection and registration: "confd_register_done", "Init 0"
   kSubscription,  ///< "cdb_sync_subscription_socket 41 1"
   kSession,       ///< "open running", "close running"
-  kRead,          ///< every CDB read: "cdb_exists running /config/anti-ip-spoofing = 1"
+  kRead,          ///< every CDB read: "cdb_exists running /config/anti-ip-spoofing = 1"; without a session "socket -1"
   kReply,         ///< data-provider replies: "reply 7 key 0 next 1"
   kFilter,        ///< filter-manager queries: "fm_init"
 };

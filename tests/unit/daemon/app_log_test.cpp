@@ -56,6 +56,16 @@ INSTANTIATE_TEST_SUITE_P(
              "qmmw_trace_init ip-spoofing-app", "fault 0 IpSpoofAppLog: IpSpoofAppLog could not init trace system"}}),
     [](const auto& row) { return row.param.name; });
 
+using AppLogObject = DaemonTest;
+
+TEST_F(AppLogObject, WithoutAHandleDropsWhatAnEarlierOneSetUp) {
+  const IpSpoofAppLog first(fakes::TheHandle());
+  const IpSpoofAppLog second(nullptr);
+  Taken();
+  IpSpoofAppLog::Log("nowhere");
+  EXPECT_EQ(Taken(), Lines{});
+}
+
 using LogLevels = DaemonTest;
 
 TEST_F(LogLevels, EachLineCarriesItsPlaceAndLevel) {

@@ -199,11 +199,30 @@ TEST_F(Disconnect, DropsThePendingStatusRequestWithAFault) {
   fakes::TheWrapper().Disconnect(&confd);
   EXPECT_EQ(Taken(), (Lines{"fault 0 AppDisconnect: ConfD disconnected while waiting for delayed response",
                             "qmmw_fd_deregister 41"}));
-  // Nobody waits any more: a list answers nothing, and the next traversal asks anew.
-  confd.SetEntryList({});
-  EXPECT_EQ(Taken(), Lines{});
+  // The request is forgotten: the next traversal asks anew, without a second fault.
   EXPECT_EQ(ConfDAppMgr::handle_get_next_allowed_ip(tctx, nullptr, -1), CONFD_DELAYED_RESPONSE);
   EXPECT_EQ(Taken(), Lines{"RequestAllowedIpList"});
+}
+
+TEST_F(Disconnect, ListThatComesAfterwardsAnswersNobody) {
+  ConfDAppMgr& confd = Build({Kind::kRequest, Kind::kReply});
+  fakes::TheWrapper().Connect(&confd);
+  confd_trans_ctx* const tctx = fakes::TheProvider().Transaction(7);
+  EXPECT_EQ(ConfDAppMgr::handle_get_next_allowed_ip(tctx, nullptr, -1), CONFD_DELAYED_RESPONSE);
+  fakes::TheWrapper().Disconnect(&confd);
+  Taken();
+  confd.SetEntryList({});
+  EXPECT_EQ(Taken(), Lines{});
+}
+
+TEST_F(Disconnect, SecondLossAfterAPendingRequestIsNoFault) {
+  ConfDAppMgr& confd = Build({Kind::kFault, Kind::kMiddleware});
+  fakes::TheWrapper().Connect(&confd);
+  ConfDAppMgr::handle_get_next_allowed_ip(fakes::TheProvider().Transaction(7), nullptr, -1);
+  fakes::TheWrapper().Disconnect(&confd);
+  Taken();
+  fakes::TheWrapper().Disconnect(&confd);
+  EXPECT_EQ(Taken(), Lines{"qmmw_fd_deregister 41"});
 }
 
 TEST_F(Disconnect, SecondConnectionRepeatsEveryStepAndSkipsTheUnchangedLoad) {

@@ -151,18 +151,15 @@ INSTANTIATE_TEST_SUITE_P(
                     KeepCase{"FailedCall", [] { fakes::TheScript().Return("cdb_get_txid", -1); }, {1}}),
     [](const auto& row) { return row.param.name; });
 
-/// Outside a message the handlers have no session to read from.
+/// Outside a message the handlers have no session to read from, however the message before ended.
 TEST_F(DispatchState, ReadSocketIsThereOnlyWhileAMessageIsHandled) {
   ConfDAppMgr& confd = BuildSubscribed();
-  const Lines no_socket = {"log 12 HandleIpSpoofingIfacesDiff: Cannot set namespace to IP-SPOOFING on loadCfg"};
-  EXPECT_EQ(confd.HandleIpSpoofingIfacesDiff(), -1);
-  EXPECT_EQ(Taken(), no_socket);
-  Deliver({1});
-  EXPECT_EQ(confd.HandleIpSpoofingIfacesDiff(), -1);
-  EXPECT_EQ(Taken(), no_socket);
-  Deliver({1, 9});
-  EXPECT_EQ(confd.HandleIpSpoofingIfacesDiff(), -1);
-  EXPECT_EQ(Taken(), no_socket);
+  for (const std::vector<int>& points : {std::vector<int>{}, {kIfacePoint}, {kIfacePoint, 9}}) {
+    Deliver(points);
+    fakes::TheTrace().Record({Kind::kRead});
+    EXPECT_EQ(confd.HandleIpSpoofingIfacesDiff(), -1);
+    EXPECT_EQ(Taken(), Lines{"cdb_set_namespace socket -1 0x41fef11b"}) << points.size();
+  }
 }
 
 TEST_F(DispatchState, CommitThatTouchesBothComesAsTwoMessages) {
