@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <future>
 
 #include "common/paths.h"
 #include "common/unix_socket.h"
@@ -125,6 +124,18 @@ void ScriptedManager::SendRows(uint32_t id, uint32_t rows) {
   if (!part.empty()) Send(wire::FrameType::kListRows, wire::EncodeRows(id, part));
   Send(wire::FrameType::kListEnd, wire::EncodeListEnd({id, rows}));
 }
+
+void ScriptedManager::Stall() {
+  resume_ = {};
+  std::promise<void> stalled;
+  Post([&stalled, resumed = resume_.get_future().share()] {
+    stalled.set_value();
+    resumed.wait();
+  });
+  stalled.get_future().wait();
+}
+
+void ScriptedManager::Resume() { resume_.set_value(); }
 
 void ScriptedManager::Drop() {
   std::promise<void> done;

@@ -1,9 +1,9 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <deque>
 #include <functional>
+#include <future>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -37,6 +37,9 @@ class ScriptedManager final {
   void Send(wire::FrameType type, const std::string& payload);
   void SendRows(uint32_t id, uint32_t rows);  ///< and the list's end
   void Drop();
+  /// Handles nothing from now on, until Resume().
+  void Stall();
+  void Resume();
 
  private:
   void Run();
@@ -53,6 +56,7 @@ class ScriptedManager final {
   mutable std::mutex mutex_;
   std::deque<std::function<void()>> tasks_;
   std::vector<std::string> heard_;
+  std::promise<void> resume_;
   std::atomic<bool> running_{true};
   std::thread thread_;
 };
