@@ -20,7 +20,7 @@ uint32_t NewStoreNumber() {
 }  // namespace
 
 common::Result<std::unique_ptr<StoreWriter>> StoreWriter::Open(const StoreOptions& options, Schema schema,
-                                                               std::string primary) {
+                                                               const std::string& primary) {
   auto env = Environment::OpenForWriting(options);
   if (!env) return env.error();
   std::unique_ptr<StoreWriter> store(new StoreWriter(std::move(env).value()));

@@ -8,8 +8,6 @@
 #include "path_format.h"
 #include "target.h"
 
-using cdb_store::Node;
-using cdb_store::PathStep;
 using cdb_store::Schema;
 using cdb_store::SubscriptionTarget;
 using confd::CdbSocket;

@@ -47,8 +47,9 @@ int ConnectInTime(int sock, const sockaddr* server, int server_size) {
 
 }  // namespace
 
-std::shared_ptr<Connection> Connection::Open(int sock, const sockaddr* server, int server_size, confd_wire::Hello hello,
-                                             confd_wire::HelloReply& reply, int& result) {
+std::shared_ptr<Connection> Connection::Open(int sock, const sockaddr* server, int server_size,
+                                             const confd_wire::Hello& hello, confd_wire::HelloReply& reply,
+                                             int& result) {
   struct stat info {};
   result = server == nullptr || server_size <= 0 ? Fail(CONFD_ERR_PROTOUSAGE, "the server's address is missing")
                                                  : CheckSocket(sock, info);

@@ -21,8 +21,8 @@ class Connection final {
   static constexpr std::chrono::seconds kConnectLimit{5};
 
   /// Connects `sock` and exchanges hello. Null on failure, with `result` set.
-  static std::shared_ptr<Connection> Open(int sock, const sockaddr* server, int server_size, confd_wire::Hello hello,
-                                          confd_wire::HelloReply& reply, int& result);
+  static std::shared_ptr<Connection> Open(int sock, const sockaddr* server, int server_size,
+                                          const confd_wire::Hello& hello, confd_wire::HelloReply& reply, int& result);
 
   [[nodiscard]] int fd() const noexcept { return fd_; }
   /// The descriptor is still the one that was connected.

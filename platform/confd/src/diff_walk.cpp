@@ -6,7 +6,6 @@
 
 namespace confd {
 
-using cdb_store::Change;
 using cdb_store::InstanceKey;
 using cdb_store::Node;
 using cdb_store::NodeId;

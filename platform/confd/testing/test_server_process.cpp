@@ -125,11 +125,11 @@ class Server final {
   std::vector<int32_t> Triggered() {
     std::vector<int32_t> triggered;
     const std::vector<cdb_store::OwnedChange> changes = Txn().Changes();
-    for (const auto& [point, target] : points_) {
+    for (const auto& subscription : points_) {
       const auto touches = [&](const cdb_store::OwnedChange& change) {
-        return cdb_store::Triggers(store_->schema(), target, change.view());
+        return cdb_store::Triggers(store_->schema(), subscription.second, change.view());
       };
-      if (std::ranges::any_of(changes, touches)) triggered.push_back(point);
+      if (std::ranges::any_of(changes, touches)) triggered.push_back(subscription.first);
     }
     return triggered;
   }

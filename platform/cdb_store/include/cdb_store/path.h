@@ -47,9 +47,8 @@ class PathReader final {
   size_t unescaped_count_ = 0;
 };
 
-/// Which child of `parent` a step means. A bare top name is looked up in `default_ns` (a namespace index); with -1 it is
-/// taken when only one module has it.
-/// Null, with the reason in `problem`, when there is none.
+/// Which child of `parent` a step means. A bare top name is looked up in `default_ns` (a namespace index); with -1 it
+/// is taken when only one module has it. Null, with the reason in `problem`, when there is none.
 const Node* ResolveStep(const Schema& schema, const Node& parent, const PathStep& step, int default_ns,
                         std::string& problem);
 

@@ -83,7 +83,7 @@ class StoreWriter final {
   /// Opens or creates the store for `schema`. A store written for a schema that stores data otherwise fails and is left
   /// as it is. `primary` is the server's name for clients.
   static common::Result<std::unique_ptr<StoreWriter>> Open(const StoreOptions& options, Schema schema,
-                                                           std::string primary);
+                                                           const std::string& primary);
 
   [[nodiscard]] const Schema& schema() const noexcept { return schema_; }
   [[nodiscard]] const std::string& path() const noexcept { return env_->path(); }
