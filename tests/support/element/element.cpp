@@ -116,6 +116,8 @@ bool Element::WaitForSocket(Part part) const {
   return Eventually([&] { return Listens(path) || !Running(part); }, kLimit) && Running(part);
 }
 
+std::string Element::CliPath() { return ELEMENT_CLI; }
+
 Finished Element::Cli(const std::vector<std::string>& arguments) const {
   std::vector<std::string> command{ELEMENT_CLI};
   command.insert(command.end(), arguments.begin(), arguments.end());

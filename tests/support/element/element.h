@@ -63,6 +63,7 @@ class Element final {
   [[nodiscard]] Finished Cli(const std::vector<std::string>& arguments) const;
   [[nodiscard]] Finished Ctl(const std::vector<std::string>& arguments) const;
 
+  [[nodiscard]] static std::string CliPath();
   [[nodiscard]] std::string RunDir() const { return root_ + "/run"; }
   [[nodiscard]] std::string StateDir() const { return root_ + "/state"; }
   [[nodiscard]] std::string NetconfSocket() const { return RunDir() + "/netconf.sock"; }
