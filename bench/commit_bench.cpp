@@ -10,6 +10,7 @@
 #include "harness.h"
 #include "in_process_manager.h"
 #include "netconf/client.h"
+#include "netconf/xml.h"
 #include "support/element/checks.h"
 #include "support/netconf_client.h"
 
