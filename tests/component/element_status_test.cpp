@@ -32,9 +32,7 @@ std::string LineOf(const netconf::XmlElement& row) {
   const std::string address = TextOf(row, "address");
   const std::string interface = TextOf(row, "interface");
   std::string line;
-  if (address == "all") line = ModeLine(interface, "ALL");
-  if (address == "ipv4-all") line = ModeLine(interface, "IPV4_ALL");
-  if (address == "ipv6-all") line = ModeLine(interface, "IPV6_ALL");
+  if (address == "all" || address == "ipv4-all" || address == "ipv6-all") line = ModeLine(interface, address);
   if (line.empty()) {
     const std::string mac = TextOf(row, "mac");
     line = "source " + interface + " " + address + " vlan " + TextOf(row, "vlan") + " mac " + mac;

@@ -44,7 +44,7 @@ std::string Reason(const json& row) {
 void AddPort(const json& row, Table* table) {
   const std::string name = row.value("port", "");
   if (row.value("enabled", false)) table->insert(PortLine(name) + Reason(row));
-  if (const std::string mode = row.value("mode", ""); mode != "NONE") table->insert(ModeLine(name, mode));
+  if (const std::string mode = row.value("mode", ""); mode != "none") table->insert(ModeLine(name, mode));
 }
 
 void AddEntry(const json& row, Table* table) {

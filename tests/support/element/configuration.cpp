@@ -14,9 +14,9 @@ constexpr std::array kNames{
     "Z",    "zz_z", "longname0123456", "br0+1", "v~1", "c,d;e"};
 
 std::string_view ModeName(const Interface& interface) {
-  if (interface.all || (interface.ipv4_all && interface.ipv6_all)) return "ALL";
-  if (interface.ipv6_all) return "IPV6_ALL";
-  return interface.ipv4_all ? "IPV4_ALL" : "";
+  if (interface.all || (interface.ipv4_all && interface.ipv6_all)) return "all";
+  if (interface.ipv6_all) return "ipv6-all";
+  return interface.ipv4_all ? "ipv4-all" : "";
 }
 
 }  // namespace

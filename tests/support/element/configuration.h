@@ -21,7 +21,7 @@ struct Interface {
 };
 using Configuration = std::map<std::string, Interface>;
 
-/// What the manager must hold, a line for each object: "port eth0", "port eth0 allows ALL",
+/// What the manager must hold, a line for each object: "port eth0", "port eth0 allows all",
 /// "source eth0 10.0.0.1 vlan 5 mac any".
 using Table = std::set<std::string>;
 Table TableOf(const Configuration& configuration);
