@@ -96,14 +96,18 @@ class ProviderTest : public ::testing::Test {
     close(worker_);
   }
 
-  /// The message arrives, and one confd_fd_ready() handles it.
+  /// Waits for a message on the socket; one confd_fd_ready() handles it.
+  int HandleOne(int sock) {
+    pollfd poll_fd{sock, POLLIN, 0};
+    EXPECT_EQ(poll(&poll_fd, 1, 20000), 1);
+    return confd_fd_ready(daemon_, sock);
+  }
+  /// Sends a message, which is handled.
   template <class M>
   int Deliver(const M& message) {
     const bool is_control = M::kType == MessageType::kTransInit;
     server_.Send(is_control ? control_id_ : worker_id_, message);
-    pollfd poll_fd{is_control ? control_ : worker_, POLLIN, 0};
-    EXPECT_EQ(poll(&poll_fd, 1, 20000), 1);
-    return confd_fd_ready(daemon_, poll_fd.fd);
+    return HandleOne(is_control ? control_ : worker_);
   }
   void Begin(int thandle) {
     EXPECT_EQ(Deliver(TransInit{thandle, "admin"}), CONFD_OK);
@@ -165,7 +169,7 @@ TEST_F(ProviderTest, ServesAListRowByRow) {
   server_.Send(worker_id_, Next(2, 5, 1));
   EXPECT_EQ(Deliver(Object(3, 5, 0)), CONFD_OK);
   EXPECT_EQ(server_.Expect<NextKeyReply>().request, 2U);
-  EXPECT_EQ(confd_fd_ready(daemon_, worker_), CONFD_OK);
+  EXPECT_EQ(HandleOne(worker_), CONFD_OK);
   const ObjectReply object = server_.Expect<ObjectReply>();
   EXPECT_EQ(object.request, 3U);
   EXPECT_EQ(object.values, (std::vector<TagValue>{{17, 0, {ValueType::kString, "text"}},
@@ -230,10 +234,7 @@ TEST_F(ProviderTest, AContextOwedAnAnswerOutlivesThousandsOfOthers) {
   confd_trans_ctx* const late = BeginDelayed(5, 1);
   EXPECT_EQ(Deliver(TransFinish{5}), CONFD_OK);
   for (int i = 0; i < 3000; ++i) {
-    server_.Send(control_id_, TransInit{100 + i, ""});
-    pollfd poll_fd{control_, POLLIN, 0};
-    ASSERT_EQ(poll(&poll_fd, 1, 20000), 1);
-    ASSERT_EQ(confd_fd_ready(daemon_, control_), CONFD_OK);
+    ASSERT_EQ(Deliver(TransInit{100 + i, ""}), CONFD_OK);
     ASSERT_EQ(server_.Expect<TransInitReply>().error, "");
     ASSERT_EQ(Deliver(TransFinish{100 + i}), CONFD_OK);
   }
