@@ -51,6 +51,7 @@ class IpSpoofingPreventionMgrClient::Impl final {
   }
 
   int Request(const wire::Request& request) {
+    if (request.limid.word[0] == 0 && request.limid.word[1] == 0) unnamed_ = true;
     outbox_.Add(request);
     FlushLater();
     return 0;
@@ -101,15 +102,16 @@ class IpSpoofingPreventionMgrClient::Impl final {
 
   void Flush() {
     flush_pending_ = false;
-    outbox_.Close(candidate_ && EndCandidate(*std::exchange(candidate_, std::nullopt)));
+    const bool unnamed = std::exchange(unnamed_, false);
+    outbox_.Close(candidate_ && EndCandidate(*std::exchange(candidate_, std::nullopt), unnamed));
     SendMore();
   }
 
   /// Whether the callback was a load. When it was to be one and is not, sees to it that one follows.
-  bool EndCandidate(const Candidate& candidate) {
+  bool EndCandidate(const Candidate& candidate, bool unnamed) {
     const common::ConfigReads& now = common::ProcessConfigReads();
     const bool asked = candidate.why == Candidate::Why::kStatusAsked;
-    const bool failed = now.failures != candidate.before.failures;
+    const bool failed = now.failures != candidate.before.failures || unnamed;
     const bool ran = now.reads != candidate.before.reads || !outbox_.CollectedNothing() || (asked && !loaded_);
     if (ran && !failed) {
       loaded_ = true;
@@ -117,7 +119,8 @@ class IpSpoofingPreventionMgrClient::Impl final {
       reload_delay_ = kFirstReload;
       return true;
     }
-    // Part of the configuration could not be read: what was read is sent, nothing is replaced, and it is tried again.
+    // Part of the configuration could not be read or named: the rest is sent, nothing is replaced, and it is tried
+    // again.
     if (failed) {
       ReloadIn(reload_delay_);
       reload_delay_ = std::min(2 * reload_delay_, kLastReload);
@@ -215,6 +218,7 @@ class IpSpoofingPreventionMgrClient::Impl final {
   std::deque<std::vector<AllowedIpStatusEntry>> received_;
   std::optional<Candidate> candidate_;
   bool flush_pending_ = false;
+  bool unnamed_ = false;    ///< the callback made a request for the id that names no interface
   bool loaded_ = false;     ///< this process has sent a load
   bool load_owed_ = false;  ///< this connection has not carried one yet
   milliseconds reload_delay_ = kFirstReload;

@@ -137,6 +137,20 @@ TEST_F(LoadTest, ALoadThatCouldNotReadEverythingReplacesNothingAndIsTriedAgain) 
   EXPECT_THAT(Heard(), ElementsAre("2 full [enable 1]"));
 }
 
+TEST_F(LoadTest, ALoadWithAnInterfaceThatCouldNotBeNamedReplacesNothingAndIsTriedAgain) {
+  uint16_t port = 0;
+  app_.on_connected = [&] {
+    ReadConfiguration();
+    SendEnable(port);
+    SendEnable(2);
+  };
+  StartConnected();
+  EXPECT_THAT(Heard(), ElementsAre("connect", "hello", "1 [enable 0, enable 2]"));
+  port = 1;
+  ASSERT_TRUE(Until([&] { return app_.connected == 2; }));
+  EXPECT_THAT(Heard(), ElementsAre("2 full [enable 1, enable 2]"));
+}
+
 TEST_F(LoadTest, AFullBatchThatWasNotAcknowledgedIsFullAgain) {
   StartConnected();
   Heard();

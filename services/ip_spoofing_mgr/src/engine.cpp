@@ -67,6 +67,7 @@ Engine::Ticket Engine::Submit(std::span<const Request> requests, bool full, Cloc
       TouchPort(&port, &touched);
     }
   }
+  if (requests.size() > table_.entries().size()) table_.entries().reserve(requests.size());
   for (const Request& request : requests) Want(request, &touched);
   if (full) WantNothingElse(&touched);
   Objects narrowing = Make(touched, Phase::kWiden);
@@ -158,21 +159,16 @@ void Engine::WantEntry(const Request& request, Port* port, Objects* touched) {
   const EntryKey key{.port = port->id, .vlan = request.vlan, .address_be = AddressBe(request)};
   const auto it = put ? table_.entries().try_emplace(key).first : table_.entries().find(key);
   if (it == table_.entries().end()) return;
-  EntryRow& row = it->second;
-  if (row.batch != batch_) {
-    row.batch = batch_;
-    touched->entries.push_back(key);
-  }
-  if (put) row.wanted_mac = MacOf(request);
-  SetWanted(port, &row, put);
+  TouchEntry(&*it, touched);
+  if (put) it->second.wanted_mac = MacOf(request);
+  SetWanted(port, &it->second, put);
 }
 
 void Engine::WantNothingElse(Objects* touched) {
-  for (auto& [key, row] : table_.entries()) {
-    if (row.batch == batch_) continue;
-    row.batch = batch_;
-    touched->entries.push_back(key);
-    SetWanted(table_.Find(key.port), &row, false);
+  for (Node& node : table_.entries()) {
+    if (node.second.batch == batch_) continue;
+    TouchEntry(&node, touched);
+    SetWanted(table_.Find(node.first.port), &node.second, false);
   }
   std::erase_if(table_.odd_entries(), [&](const auto& entry) {
     if (entry.second.batch == batch_) return false;
@@ -185,6 +181,12 @@ void Engine::TouchPort(Port* port, Objects* touched) const {
   if (port->batch == batch_) return;
   port->batch = batch_;
   touched->ports.push_back(port->id);
+}
+
+void Engine::TouchEntry(Node* node, Objects* touched) const {
+  if (node->second.batch == batch_) return;
+  node->second.batch = batch_;
+  touched->entries.push_back(node);
 }
 
 void Engine::SetWanted(Port* port, EntryRow* row, bool wanted) {

@@ -65,10 +65,11 @@ class Engine final {
   [[nodiscard]] std::string FailureOf(const EntryKey& key) const;
 
  private:
+  using Node = Table::Node;
   enum class Phase : uint8_t { kWiden, kFinal };
   struct Objects {
     std::vector<PortId> ports;
-    std::vector<EntryKey> entries;
+    std::vector<Table::Node*> entries;  ///< rows that are held, failed or being worked on are never erased
     [[nodiscard]] bool empty() const noexcept { return ports.empty() && entries.empty(); }
   };
 
@@ -80,12 +81,19 @@ class Engine final {
   void WantEntry(const Request& request, Port* port, Objects* touched);
   void WantNothingElse(Objects* touched);
   void TouchPort(Port* port, Objects* touched) const;
+  void TouchEntry(Node* node, Objects* touched) const;
   static void SetWanted(Port* port, EntryRow* row, bool wanted);
 
-  // From there to the dataplane. A Plan function adds to `*changes` what the phase allows, and is true when nothing is
+  /// Changes, and the rows that their entries belong to.
+  struct Plan {
+    Changes changes;
+    std::vector<Node*> puts;
+    std::vector<Node*> removes;
+  };
+  // From there to the dataplane. A Plan function adds to `*plan` what the phase allows, and is true when nothing is
   // left for the final phase.
-  bool PlanPort(const Port& port, Phase phase, size_t removing, Changes* changes) const;
-  bool PlanEntry(const EntryKey& key, EntryRow* row, Phase phase, Changes* changes);
+  bool PlanPort(const Port& port, Phase phase, size_t removing, Plan* plan) const;
+  bool PlanEntry(Node* node, Phase phase, Plan* plan);
   /// Plans and makes; gives what is left for the final phase.
   Objects Make(const Objects& objects, Phase phase);
   void Hold(Objects objects, Clock::time_point now);
@@ -96,13 +104,14 @@ class Engine final {
   void Forget(const Objects& objects);
 
   // What the dataplane said.
-  void Apply(const Changes& changes);
-  void PutMade(const Entry& entry, const common::Error* error);
-  void RemoveMade(const EntryKey& key, const common::Error* error);
+  void Apply(const Plan& plan);
+  void PutMade(Node* node, const MacAddress& mac, const common::Error* error);
+  void RemoveMade(Node* node, const common::Error* error);
   void PortMade(const PortConfig& config, const common::Error* error);
   void DropMade(PortId id, const common::Error* error);
-  void EntryFailed(const EntryKey& key, EntryRow* row, const common::Error& error);
-  void SetWaiting(const EntryKey& key, EntryRow* row, bool waiting);
+  void EntryFailed(Node* node, const common::Error& error);
+  void EntryMade(Node* node);
+  void SetWaiting(Node* node, bool waiting);
 
   Table& table_;
   Dataplane& dataplane_;

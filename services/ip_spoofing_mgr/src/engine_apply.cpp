@@ -47,62 +47,62 @@ class FailureIndex final {
 
 }  // namespace
 
-bool Engine::PlanPort(const Port& port, Phase phase, size_t removing, Changes* changes) const {
+bool Engine::PlanPort(const Port& port, Phase phase, size_t removing, Plan* plan) const {
   if (port.name.empty() || port.Unused()) return true;
   const PortConfig wanted = port.WantedConfig();
   if (phase == Phase::kFinal && !port.Wanted() && port.installed_entries == removing) {
-    changes->drop_ports.push_back(port.id);
+    plan->changes.drop_ports.push_back(port.id);
     return true;
   }
   const PortConfig next = phase == Phase::kFinal ? wanted : Widened(port.installed, wanted);
-  if (!port.installed || next != *port.installed) changes->ports.push_back(next);
+  if (!port.installed || next != *port.installed) plan->changes.ports.push_back(next);
   return phase == Phase::kFinal || (port.Wanted() && next == wanted);
 }
 
-bool Engine::PlanEntry(const EntryKey& key, EntryRow* row, Phase phase, Changes* changes) {
-  if (!row->wanted || row->installed) SetWaiting(key, row, false);
-  if (!row->wanted && !row->installed) return true;
-  if (!row->wanted) {
+bool Engine::PlanEntry(Node* node, Phase phase, Plan* plan) {
+  const auto& [key, row] = *node;
+  if (!row.wanted || row.installed) SetWaiting(node, false);
+  if (!row.wanted && !row.installed) return true;
+  if (!row.wanted) {
     if (phase == Phase::kWiden) return false;
-    changes->removes.push_back(key);
+    plan->changes.removes.push_back(key);
+    plan->removes.push_back(node);
     return true;
   }
-  if (row->installed) {
-    if (row->wanted_mac == row->installed_mac) return true;
-    if (row->installed_mac == kAnyMac && phase == Phase::kWiden) return false;
+  if (row.installed) {
+    if (row.wanted_mac == row.installed_mac) return true;
+    if (row.installed_mac == kAnyMac && phase == Phase::kWiden) return false;
   } else {
     if (table_.Find(key.port)->name.empty()) return true;
-    if (installed_ + planned_ >= dataplane_.Capacity()) {
-      SetWaiting(key, row, true);
-      return true;
-    }
-    SetWaiting(key, row, false);
+    const bool room = installed_ + planned_ < dataplane_.Capacity();
+    SetWaiting(node, !room);
+    if (!room) return true;
     ++planned_;
   }
-  changes->puts.push_back({key, row->wanted_mac});
+  plan->changes.puts.push_back({key, row.wanted_mac});
+  plan->puts.push_back(node);
   return true;
 }
 
 Engine::Objects Engine::Make(const Objects& objects, Phase phase) {
-  Changes changes;
+  Plan plan;
   Objects left;
   std::map<PortId, size_t> removing;  // of every port that the changes may make needless
   for (const PortId id : objects.ports) removing.try_emplace(id, 0);
-  for (const EntryKey& key : objects.entries) {
-    const auto it = table_.entries().find(key);
-    if (it == table_.entries().end()) continue;
-    const size_t removes = changes.removes.size();
-    if (!PlanEntry(key, &it->second, phase, &changes)) left.entries.push_back(key);
-    if (changes.removes.size() > removes) ++removing[key.port];
+  for (Node* node : objects.entries) {
+    const size_t removes = plan.removes.size();
+    if (!PlanEntry(node, phase, &plan)) left.entries.push_back(node);
+    const PortId id = node->first.port;
+    if (plan.removes.size() > removes) ++removing[id];
     // An entry is no request about its port, but may make it known or needless.
-    const Port* port = table_.Find(key.port);
-    if (!port->installed || !port->Wanted()) removing.try_emplace(key.port, 0);
+    const Port* port = table_.Find(id);
+    if (port != nullptr && (!port->installed || !port->Wanted())) removing.try_emplace(id, 0);
   }
   for (const auto& [id, removes] : removing) {
     const Port* port = table_.Find(id);
-    if (port != nullptr && !PlanPort(*port, phase, removes, &changes)) left.ports.push_back(id);
+    if (port != nullptr && !PlanPort(*port, phase, removes, &plan)) left.ports.push_back(id);
   }
-  Apply(changes);
+  Apply(plan);
   Forget(objects);
   return left;
 }
@@ -113,9 +113,7 @@ void Engine::Hold(Objects objects, Clock::time_point now) {
   for (const PortId id : held_.ports) {
     if (Port* port = table_.Find(id)) port->held = true;
   }
-  for (const EntryKey& key : held_.entries) {
-    if (const auto it = table_.entries().find(key); it != table_.entries().end()) it->second.held = true;
-  }
+  for (Node* node : held_.entries) node->second.held = true;
 }
 
 void Engine::SettleHeld(Ticket but) {
@@ -125,23 +123,21 @@ void Engine::SettleHeld(Ticket but) {
     if (port != nullptr) port->held = false;
     return port == nullptr || port->batch == but;
   });
-  std::erase_if(due.entries, [&](const EntryKey& key) {
-    const auto it = table_.entries().find(key);
-    if (it != table_.entries().end()) it->second.held = false;
-    return it == table_.entries().end() || it->second.batch == but;
+  std::erase_if(due.entries, [&](Node* node) {
+    node->second.held = false;
+    return node->second.batch == but;
   });
   if (!due.empty()) Make(due, Phase::kFinal);
 }
 
 void Engine::FillRoom() {
-  Changes changes;
+  Plan plan;
   while (!waiting_.empty() && installed_ + planned_ < dataplane_.Capacity()) {
-    const EntryKey key = waiting_.front();
+    const auto it = table_.entries().find(waiting_.front());
     waiting_.pop_front();
-    const auto it = table_.entries().find(key);
-    if (it != table_.entries().end() && it->second.waiting) PlanEntry(key, &it->second, Phase::kWiden, &changes);
+    if (it != table_.entries().end() && it->second.waiting) PlanEntry(&*it, Phase::kWiden, &plan);
   }
-  Apply(changes);
+  Apply(plan);
 }
 
 void Engine::Retry() {
@@ -150,10 +146,9 @@ void Engine::Retry() {
     if (const Port* port = table_.Find(id); port != nullptr && !port->held) again.ports.push_back(id);
   }
   for (const auto& [key, text] : std::exchange(failed_entries_, {})) {
-    const auto it = table_.entries().find(key);
-    if (it == table_.entries().end()) continue;
-    it->second.failed = false;
-    if (!it->second.held) again.entries.push_back(key);
+    Node& node = *table_.entries().find(key);
+    node.second.failed = false;
+    if (!node.second.held) again.entries.push_back(&node);
   }
   retrying_ = true;
   Make(again, Phase::kFinal);
@@ -164,54 +159,52 @@ void Engine::Retry() {
 void Engine::Forget(const Objects& objects) {
   const auto forget_port = [this](PortId id) {
     const Port* port = table_.Find(id);
-    if (port == nullptr || !port->Unused()) return;
-    failed_ports_.erase(id);
-    table_.Erase(id);
+    if (port != nullptr && port->Unused()) table_.Erase(id);
   };
-  for (const EntryKey& key : objects.entries) {
-    const auto it = table_.entries().find(key);
-    if (it == table_.entries().end() || it->second.wanted || it->second.installed) continue;
-    failed_entries_.erase(key);
-    table_.entries().erase(it);
+  for (Node* node : objects.entries) {
+    const EntryRow& row = node->second;
+    if (row.wanted || row.installed || row.held) continue;
+    EntryMade(node);
+    const EntryKey key = node->first;
+    table_.entries().erase(key);
     forget_port(key.port);
   }
   for (const PortId id : objects.ports) forget_port(id);
 }
 
-void Engine::Apply(const Changes& changes) {
+void Engine::Apply(const Plan& plan) {
+  const Changes& changes = plan.changes;
   if (changes.empty()) return;
   const std::vector<Failure> failures = dataplane_.Apply(changes);
   const FailureIndex failed{failures};
   planned_ = 0;
   for (size_t i = 0; i < changes.ports.size(); ++i) PortMade(changes.ports[i], failed.Of(Failure::Of::kPort, i));
-  for (size_t i = 0; i < changes.puts.size(); ++i) PutMade(changes.puts[i], failed.Of(Failure::Of::kPut, i));
-  for (size_t i = 0; i < changes.removes.size(); ++i)
-    RemoveMade(changes.removes[i], failed.Of(Failure::Of::kRemove, i));
+  for (size_t i = 0; i < changes.puts.size(); ++i) {
+    PutMade(plan.puts[i], changes.puts[i].mac, failed.Of(Failure::Of::kPut, i));
+  }
+  for (size_t i = 0; i < changes.removes.size(); ++i) RemoveMade(plan.removes[i], failed.Of(Failure::Of::kRemove, i));
   for (size_t i = 0; i < changes.drop_ports.size(); ++i) {
     DropMade(changes.drop_ports[i], failed.Of(Failure::Of::kDropPort, i));
   }
 }
 
-void Engine::PutMade(const Entry& entry, const common::Error* error) {
-  EntryRow& row = table_.entries().at(entry.key);
-  if (error != nullptr) return EntryFailed(entry.key, &row, *error);
-  if (row.failed) failed_entries_.erase(entry.key);
-  row.failed = false;
-  row.installed_mac = entry.mac;
+void Engine::PutMade(Node* node, const MacAddress& mac, const common::Error* error) {
+  if (error != nullptr) return EntryFailed(node, *error);
+  EntryMade(node);
+  EntryRow& row = node->second;
+  row.installed_mac = mac;
   if (row.installed) return;
   row.installed = true;
   ++installed_;
-  ++table_.Find(entry.key.port)->installed_entries;
+  ++table_.Find(node->first.port)->installed_entries;
 }
 
-void Engine::RemoveMade(const EntryKey& key, const common::Error* error) {
-  EntryRow& row = table_.entries().at(key);
-  if (error != nullptr) return EntryFailed(key, &row, *error);
-  if (row.failed) failed_entries_.erase(key);
-  row.failed = false;
-  row.installed = false;
+void Engine::RemoveMade(Node* node, const common::Error* error) {
+  if (error != nullptr) return EntryFailed(node, *error);
+  EntryMade(node);
+  node->second.installed = false;
   --installed_;
-  --table_.Find(key.port)->installed_entries;
+  --table_.Find(node->first.port)->installed_entries;
 }
 
 void Engine::PortMade(const PortConfig& config, const common::Error* error) {
@@ -228,27 +221,34 @@ void Engine::PortMade(const PortConfig& config, const common::Error* error) {
 }
 
 void Engine::DropMade(PortId id, const common::Error* error) {
-  if (error != nullptr) return PortMade(table_.Find(id)->WantedConfig(), error);
-  if (table_.Find(id)->installed_entries > 0) {  // their own removal was refused, but they went with the port
-    installed_ -= table_.Find(id)->installed_entries;
-    std::erase_if(table_.entries(), [&](const auto& entry) {
-      if (entry.first.port == id) failed_entries_.erase(entry.first);
-      return entry.first.port == id;
-    });
+  Port& port = *table_.Find(id);
+  if (error != nullptr) return PortMade(port.WantedConfig(), error);
+  if (port.installed_entries > 0) {  // their own removal was refused, but they went with the port
+    installed_ -= port.installed_entries;
+    for (Node& node : table_.entries()) {
+      if (node.first.port == id) node.second.installed = false;
+    }
   }
   failed_ports_.erase(id);
   table_.Erase(id);
 }
 
-void Engine::EntryFailed(const EntryKey& key, EntryRow* row, const common::Error& error) {
+void Engine::EntryFailed(Node* node, const common::Error& error) {
   if (failed_entries_.empty() && !retrying_) spdlog::warn("an entry is not in force: {}", error.Text());
-  row->failed = true;
-  failed_entries_[key] = error.Text();
+  node->second.failed = true;
+  failed_entries_[node->first] = error.Text();
 }
 
-void Engine::SetWaiting(const EntryKey& key, EntryRow* row, bool waiting) {
-  if (row->waiting == waiting) return;
-  row->waiting = waiting;
+void Engine::EntryMade(Node* node) {
+  if (!node->second.failed) return;
+  node->second.failed = false;
+  failed_entries_.erase(node->first);
+}
+
+void Engine::SetWaiting(Node* node, bool waiting) {
+  EntryRow& row = node->second;
+  if (row.waiting == waiting) return;
+  row.waiting = waiting;
   waiting ? ++waiting_count_ : --waiting_count_;
   if (!waiting) return;
   if (waiting_.size() > 2 * waiting_count_ + 1024) {
@@ -257,7 +257,7 @@ void Engine::SetWaiting(const EntryKey& key, EntryRow* row, bool waiting) {
       return it == table_.entries().end() || !it->second.waiting;
     });
   }
-  waiting_.push_back(key);
+  waiting_.push_back(node->first);
 }
 
 std::string Engine::FailureOf(const EntryKey& key) const {

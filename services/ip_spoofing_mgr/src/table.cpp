@@ -20,24 +20,21 @@ Port* Table::PortOf(limid_t limid) {
   if (port == nullptr) {
     const PortId id = NewId();
     if (id == 0) return nullptr;
-    port = &ports_[id];
-    port->id = id;
-    port->name = name;
-    if (!name.empty()) id_of_name_[name] = id;
+    port = &Add(id, name);
   }
   port->limid = limid;
   id_of_limid_[Word(limid)] = port->id;
   return port;
 }
 
-Port* Table::Find(PortId id) {
-  const auto it = ports_.find(id);
-  return it == ports_.end() ? nullptr : &it->second;
-}
-
-const Port* Table::Find(PortId id) const {
-  const auto it = ports_.find(id);
-  return it == ports_.end() ? nullptr : &it->second;
+Port& Table::Add(PortId id, const std::string& name) {
+  Port& port = ports_[id];
+  port.id = id;
+  port.name = name;
+  if (!name.empty()) id_of_name_[name] = id;
+  if (port_of_id_.size() <= id) port_of_id_.resize(id + 1);
+  port_of_id_[id] = &port;
+  return port;
 }
 
 Port* Table::FindByName(const std::string& name) {
@@ -48,12 +45,9 @@ Port* Table::FindByName(const std::string& name) {
 Port* Table::Adopt(const PortConfig& config) {
   if (config.name.empty() || config.id == 0 || config.id > kMaxPortId) return nullptr;
   if (ports_.contains(config.id) || id_of_name_.contains(config.name)) return nullptr;
-  Port& port = ports_[config.id];
-  port.id = config.id;
-  port.name = config.name;
+  Port& port = Add(config.id, config.name);
   port.monitor = config.monitor;
   port.installed = config;
-  id_of_name_[config.name] = config.id;
   if (const auto limid = names_.IdOf(config.name)) {
     port.limid = *limid;
     id_of_limid_[Word(*limid)] = config.id;
@@ -66,6 +60,7 @@ void Table::Erase(PortId id) {
   if (it == ports_.end()) return;
   id_of_limid_.erase(Word(it->second.limid));
   id_of_name_.erase(it->second.name);
+  port_of_id_[id] = nullptr;
   ports_.erase(it);
 }
 

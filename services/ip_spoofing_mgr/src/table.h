@@ -83,13 +83,14 @@ inline constexpr uint16_t kMaxVlan = 4094;
 class Table final {
  public:
   using Entries = std::unordered_map<EntryKey, EntryRow, EntryKeyHash>;
+  using Node = Entries::value_type;  ///< stays where it is until it is erased
 
   explicit Table(PortNames& names) : names_{names} {}
 
   /// The port of that logical interface, made when it is not known. Null when there are too many.
   Port* PortOf(limid_t limid);
-  Port* Find(PortId id);
-  [[nodiscard]] const Port* Find(PortId id) const;
+  [[nodiscard]] Port* Find(PortId id) { return id < port_of_id_.size() ? port_of_id_[id] : nullptr; }
+  [[nodiscard]] const Port* Find(PortId id) const { return id < port_of_id_.size() ? port_of_id_[id] : nullptr; }
   Port* FindByName(const std::string& name);
   /// A port as a dataplane kept it, under its number. Null when the number or the name is taken, or is none.
   Port* Adopt(const PortConfig& config);
@@ -104,8 +105,10 @@ class Table final {
 
  private:
   PortId NewId();
+  Port& Add(PortId id, const std::string& name);
   PortNames& names_;
   std::map<PortId, Port> ports_;
+  std::vector<Port*> port_of_id_;
   std::unordered_map<uint32_t, PortId> id_of_limid_;
   std::unordered_map<std::string, PortId> id_of_name_;
   PortId last_id_ = 0;
