@@ -10,6 +10,7 @@ namespace {
 using netconf::Client;
 using netconf::Framing;
 using testing::HasSubstr;
+using testing::Not;
 
 constexpr std::chrono::milliseconds kLimit = NetconfClient::kLimit;
 const std::string kNc = "xmlns=\"urn:ietf:params:xml:ns:netconf:base:1.0\"";
@@ -279,6 +280,7 @@ TEST(Sessions, GetSchemaGivesEveryModuleOfTheLibrary) {
   EXPECT_GT(modules, 8U);
   const std::string library = client.Get("<yang-library xmlns=\"urn:ietf:params:xml:ns:yang:ietf-yang-library\"/>");
   EXPECT_THAT(library, HasSubstr("<name>anti-ip-spoofing</name><revision>2026-11-21</revision>"));
+  EXPECT_THAT(client.Get(), Not(HasSubstr("file:"))) << "the server's own paths are told";
   EXPECT_THAT(client.raw().capabilities(),
               testing::Contains(testing::EndsWith(
                   "content-id=" + library.substr(library.find("<content-id>") + 12,

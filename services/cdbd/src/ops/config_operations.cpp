@@ -96,11 +96,11 @@ void RunEdit(Core& core, const RpcPtr& rpc, const EditRequest& request, const Co
   }
   spdlog::info("transaction {} committed by session {} (user {})", txid.value().number, author->id, author->user);
   core.delivery->Deliver(txid.value(), [&core, rpc, errors, done](const RpcErrors& warnings) {
-    if (const common::Status settled = core.store.Settle(kSettleFrom); !settled)
-      spdlog::error("{}", settled.error().Text());
     RpcErrors all = errors;
     all.insert(all.end(), warnings.begin(), warnings.end());
     Answer(rpc, all);
+    if (const common::Status settled = core.store.Settle(kSettleFrom); !settled)
+      spdlog::error("{}", settled.error().Text());
     done();
   });
 }
@@ -118,7 +118,8 @@ void GetConfig(Core& core, const RpcPtr& rpc) {
   if (!snapshot) return rpc->Fail(RpcError{.message = snapshot.error().Text()});
   std::string data{"<data>"};
   DataWriter{core.model, snapshot.value()->Running(), nullptr}.Write(SelectionOf(filter), &data);
-  rpc->Content(data + "</data>");
+  data += "</data>";
+  rpc->Content(data);
 }
 
 void Get(Core& core, const RpcPtr& rpc) {

@@ -30,7 +30,8 @@ class GetRequest final : public ProvidedLists, public std::enable_shared_from_th
     }
     if (!needed_.empty()) return FetchNext();
     core_.state->Write(selection_, &data);
-    rpc_->Content(data + "</data>");
+    data += "</data>";
+    rpc_->Content(data);
   }
 
   const std::vector<ProvidedRow>* Rows(const cdb_store::Node& list, std::string_view parent_keys) override {

@@ -19,10 +19,26 @@ void Leaf(const char* name, std::string_view text, std::string* out) {
   out->append("</").append(name).append(">");
 }
 
+/// libyang says in which local file it found each module; that is nobody's business.
+void RemoveLocations(lyd_node* first) {
+  while (first != nullptr) {
+    lyd_node* next = first->next;
+    const std::string_view name = first->schema != nullptr ? first->schema->name : "";
+    const bool text = first->schema != nullptr && (first->schema->nodetype & (LYS_LEAF | LYS_LEAFLIST)) != 0;
+    if (text && (name == "location" || name == "schema") &&
+        std::string_view{lyd_get_value(first)}.substr(0, 5) == "file:")
+      lyd_free_tree(first);
+    else
+      RemoveLocations(lyd_child(first));
+    first = next;
+  }
+}
+
 void WriteLibrary(const Model& model, const char* container, std::string* out) {
   lyd_node* raw = nullptr;
   if (ly_ctx_get_yanglib_data(model.context(), &raw, "%s", model.content_id().c_str()) != LY_SUCCESS) return;
   const TreePtr tree{raw};
+  RemoveLocations(raw);
   for (const lyd_node* node = raw; node != nullptr; node = node->next) {
     if (std::strcmp(node->schema->name, container) != 0) continue;
     char* text = nullptr;
