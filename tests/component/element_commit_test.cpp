@@ -43,6 +43,7 @@ TEST_P(RandomCommits, MakeTheRequestsOfTheirChangeInOrder) {
   element.Start(Part::kCdbd);
   CommitInPlace(element, configuration);
   element.StartAll();
+  ASSERT_TRUE(element.WaitForLog(Part::kCdbd, "is told of changes"));  // an empty configuration is there at once
   ExpectManagerHolds(element, configuration);
   EXPECT_THAT(requests.Next(), ElementsAreArray(RequestsOfLoad(configuration)));
   NetconfClient client{element.NetconfSocket()};

@@ -250,7 +250,8 @@ int IpSpoofingPreventionMgrClient::SendRemoveEntry(const AllowedIpEntry* entry, 
 }
 
 int IpSpoofingPreventionMgrClient::SendUpdateEntry(const AllowedIpEntry* entry, const uint8_t* mac) {
-  return SendAddEntry(entry, mac);
+  // Not through SendAddEntry(): an override of that one is not asked about updates.
+  return entry == nullptr ? -1 : impl_->Request(EntryRequest(wire::RequestKind::kPut, *entry, mac));
 }
 
 int IpSpoofingPreventionMgrClient::RequestAllowedIpList() { return impl_->RequestList(); }

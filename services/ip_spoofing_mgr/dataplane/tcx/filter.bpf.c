@@ -55,8 +55,8 @@ struct {
   __type(value, struct plane_record);
 } records SEC(".maps");
 
-static __always_inline void note_violator(const struct plane_violator_key *key, __u16 ethertype, __u64 now) {
-  struct plane_violator *known = bpf_map_lookup_elem(&violators, key);
+static __always_inline void note_violator(const struct plane_violator_key* key, __u16 ethertype, __u64 now) {
+  struct plane_violator* known = bpf_map_lookup_elem(&violators, key);
   if (known) {
     __sync_fetch_and_add(&known->frames, 1);
     known->last_ns = now;
@@ -67,14 +67,14 @@ static __always_inline void note_violator(const struct plane_violator_key *key, 
   bpf_map_update_elem(&violators, key, &first, BPF_ANY);
 }
 
-static __always_inline void report(__u32 port_id, const struct plane_violator_key *key, __u16 ethertype, __u64 now) {
-  struct plane_rate *limit = bpf_map_lookup_elem(&rate, &port_id);
+static __always_inline void report(__u32 port_id, const struct plane_violator_key* key, __u16 ethertype, __u64 now) {
+  struct plane_rate* limit = bpf_map_lookup_elem(&rate, &port_id);
   if (!limit) return;
   if (now - limit->window_ns >= 1000000000ull) {
     limit->window_ns = now;
     limit->sent = 0;
   }
-  struct plane_event *event = 0;
+  struct plane_event* event = 0;
   if (limit->sent < PLANE_EVENTS_PER_SECOND) event = bpf_ringbuf_reserve(&events, sizeof *event, 0);
   if (!event) {
     ++limit->held_back;
@@ -91,12 +91,10 @@ static __always_inline void report(__u32 port_id, const struct plane_violator_ke
 }
 
 // Not inlined: what is done for a dropped frame stays out of the way of the passed ones.
-static __attribute__((noinline)) int note_drop(__u32 port_id, const struct verdict_keys *keys, __u32 reason) {
+static __attribute__((noinline)) int note_drop(__u32 port_id, const struct verdict_keys* keys, __u32 reason) {
   if (!keys) return 0;
-  const struct plane_violator_key key = {.port_vlan = port_id << 12 | keys->vlan,
-                                         .source_be = keys->source_be,
-                                         .mac = keys->mac,
-                                         .reason = (__u8)reason};
+  const struct plane_violator_key key = {
+      .port_vlan = port_id << 12 | keys->vlan, .source_be = keys->source_be, .mac = keys->mac, .reason = (__u8)reason};
   const __u64 now = bpf_ktime_get_ns();
   note_violator(&key, keys->ethertype, now);
   report(port_id, &key, keys->ethertype, now);
@@ -104,26 +102,26 @@ static __attribute__((noinline)) int note_drop(__u32 port_id, const struct verdi
 }
 
 SEC("tc")
-int filter_ingress(struct __sk_buff *skb) {
+int filter_ingress(struct __sk_buff* skb) {
   const __u32 ifindex = skb->ifindex;
-  const struct plane_port *found = bpf_map_lookup_elem(&ports, &ifindex);
+  const struct plane_port* found = bpf_map_lookup_elem(&ports, &ifindex);
   if (!found) return TC_ACT_SHOT;
   // One load: an update of the port is seen whole or not at all.
   const union {
     __u64 word;
     struct plane_port port;
-  } now = {.word = *(const volatile __u64 *)found};
+  } now = {.word = *(const volatile __u64*)found};
   const __u32 port_id = now.port.port_id;
   const struct verdict_port state = now.port.state;
   if (port_id == 0 || !state.enabled) return TC_ACT_UNSPEC;
 
   struct verdict_keys keys = {};
-  const struct verdict_entry *entry = 0;
+  const struct verdict_entry* entry = 0;
   if (!verdict_is_settled(&state)) {
     __u32 wanted = skb->len < VERDICT_HEADER_BYTES ? skb->len : VERDICT_HEADER_BYTES;
     if ((__u64)(skb->data_end - skb->data) < wanted && bpf_skb_pull_data(skb, wanted)) return TC_ACT_SHOT;
-    struct verdict_frame frame = {.data = (const __u8 *)(long)skb->data,
-                                  .data_end = (const __u8 *)(long)skb->data_end,
+    struct verdict_frame frame = {.data = (const __u8*)(long)skb->data,
+                                  .data_end = (const __u8*)(long)skb->data_end,
                                   .length = skb->len,
                                   .tag_present = skb->vlan_present != 0,
                                   .tag_tci = (__u16)skb->vlan_tci,
@@ -136,7 +134,7 @@ int filter_ingress(struct __sk_buff *skb) {
   }
   const struct verdict result = verdict_decide(&state, &keys, entry);
   const __u32 cell = PLANE_CELL(port_id, result.drop && state.monitor, result.reason);
-  __u64 *count = bpf_map_lookup_elem(&counters, &cell);
+  __u64* count = bpf_map_lookup_elem(&counters, &cell);
   if (count) ++*count;
   if (!result.drop) return TC_ACT_UNSPEC;
   note_drop(port_id, &keys, result.reason);
