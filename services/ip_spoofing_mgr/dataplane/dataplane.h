@@ -38,8 +38,8 @@ struct PortConfig {
 struct EntryKey {
   PortId port = 0;
   uint16_t vlan = 0;
-  uint32_t address_be = 0;  ///< network order, as it stands in a frame
-  auto operator<=>(const EntryKey&) const = default;
+  uint32_t address_be = 0;                            ///< network order, as it stands in a frame
+  auto operator<=>(const EntryKey&) const = default;  // NOLINT(modernize-use-nullptr): a false alarm
 };
 
 struct Entry {

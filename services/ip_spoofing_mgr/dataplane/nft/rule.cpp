@@ -22,7 +22,7 @@ Data Host32(uint32_t value) {
 
 Data Net16(uint16_t value) { return {static_cast<uint8_t>(value >> 8), static_cast<uint8_t>(value & 0xff)}; }
 
-Rule::Rule(std::string chain) : rule_{nftnl_rule_alloc()} {
+Rule::Rule(const std::string& chain) : rule_{nftnl_rule_alloc()} {
   nftnl_rule_set_str(rule_.get(), NFTNL_RULE_CHAIN, chain.c_str());
   nftnl_rule_set_u32(rule_.get(), NFTNL_RULE_FAMILY, NFPROTO_NETDEV);
 }

@@ -20,7 +20,7 @@ Data Net16(uint16_t value);
 /// One rule: what must hold, from left to right, and what then happens. A read beyond the frame does not hold.
 class Rule final {
  public:
-  explicit Rule(std::string chain);
+  explicit Rule(const std::string& chain);
 
   Rule& Protocol(uint16_t type);  ///< the type behind the first tag
   Rule& ProtocolIn(const std::string& set);

@@ -13,7 +13,6 @@ namespace {
 using frames::Ip;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
-using testing::IsEmpty;
 
 constexpr MacAddress kMac = {2, 0, 0, 0, 0, 0x0a};
 constexpr MacAddress kOtherMac = {2, 0, 0, 0, 0, 0x0b};
