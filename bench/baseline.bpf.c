@@ -16,13 +16,13 @@ struct {
 volatile __u32 wanted_port_vlan, wanted_source_be;
 
 SEC("tc")
-int empty(struct __sk_buff *skb) {
+int empty(struct __sk_buff* skb) {
   (void)skb;
   return TC_ACT_UNSPEC;
 }
 
 SEC("tc")
-int look_up(struct __sk_buff *skb) {
+int look_up(struct __sk_buff* skb) {
   (void)skb;
   const struct plane_entry_key key = {.port_vlan = wanted_port_vlan, .source_be = wanted_source_be};
   return bpf_map_lookup_elem(&bare, &key) ? TC_ACT_UNSPEC : TC_ACT_OK;
