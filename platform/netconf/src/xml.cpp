@@ -10,7 +10,8 @@
 namespace netconf {
 namespace {
 
-constexpr std::string_view kEmpty = "";  // with data: null stands for what is not there
+// With data: null stands for what is not there.
+constexpr std::string_view kEmpty = "";  // NOLINT(readability-redundant-string-init)
 
 constexpr size_t kMaxDepth = 128;
 constexpr size_t kMaxElements = 8'000'000;
