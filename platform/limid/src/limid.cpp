@@ -4,7 +4,6 @@
 #include <net/if_arp.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <array>
 #include <cctype>
@@ -16,7 +15,6 @@
 #include <string>
 #include <string_view>
 #include <utility>
-#include <vector>
 
 #include "common/paths.h"
 #include "common/unique_fd.h"
@@ -33,10 +31,6 @@ class Process final {
  public:
   /// Null when the registry cannot be opened.
   Registry* Open() {
-    if (registry_ && pid_ != ::getpid()) {
-      // A child of fork(2): the parent's environment may neither be used nor closed here.
-      abandoned_.push_back(std::move(registry_));
-    }
     if (!registry_) {
       auto opened = Registry::Open(common::StateDir() + "/limid");
       if (!opened) {
@@ -44,7 +38,6 @@ class Process final {
         return nullptr;
       }
       registry_ = std::move(opened).value();
-      pid_ = ::getpid();
     }
     return registry_.get();
   }
@@ -58,8 +51,6 @@ class Process final {
 
  private:
   std::unique_ptr<Registry> registry_;
-  std::vector<std::unique_ptr<Registry>> abandoned_;
-  pid_t pid_ = 0;
   bool reported_ = false;
 };
 

@@ -1,152 +1,180 @@
 #include "registry.h"
 
-#include <arpa/inet.h>
+#include <fcntl.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <array>
+#include <cerrno>
 #include <cstring>
+#include <string_view>
 
 #include "common/paths.h"
 
 namespace limid_impl {
 namespace {
 
-constexpr size_t kMapSize = size_t{64} << 20;  // address space, not disk: room for half a million names
-constexpr unsigned kMaxDatabases = 2;
 constexpr mode_t kMode = 0660;
-constexpr const char* kNumbers = "numbers";
-constexpr const char* kNames = "names";
+constexpr std::array<char, 24> kHeader = {"limid names, version 1\n"};
 
-struct AbortTxn {
-  void operator()(MDB_txn* txn) const noexcept { ::mdb_txn_abort(txn); }
+/// One name in the file. Its number is its place.
+struct Record {
+  std::array<char, 16> name;  ///< padded with zeroes
+  uint32_t number;
+  uint32_t check;  ///< over the rest, so that what a crash left half written is not taken for a name
 };
-using TxnPtr = std::unique_ptr<MDB_txn, AbortTxn>;  ///< aborts unless committed
+static_assert(sizeof(Record) == 24 && sizeof kHeader == sizeof(Record));
 
-common::Error Failed(const char* operation, int code) { return {operation, "", ::mdb_strerror(code)}; }
-
-common::Result<TxnPtr> Begin(MDB_env* env, unsigned flags) {
-  MDB_txn* txn = nullptr;
-  if (const int code = ::mdb_txn_begin(env, nullptr, flags, &txn); code != 0) return Failed("begin", code);
-  return TxnPtr{txn};
+/// FNV-1a.
+uint32_t Check(const Record& record) {
+  uint32_t hash = 2166136261U;
+  std::array<unsigned char, offsetof(Record, check)> bytes;
+  std::memcpy(bytes.data(), &record, bytes.size());
+  for (const unsigned char byte : bytes) hash = (hash ^ byte) * 16777619U;
+  return hash;
 }
 
-/// Commits and ends `txn`, whose handle is gone on failure too.
-common::Status Commit(TxnPtr txn) {
-  if (const int code = ::mdb_txn_commit(txn.release()); code != 0) return Failed("commit", code);
-  return common::Ok();
+Record MakeRecord(const std::string& name, uint32_t number) {
+  Record record{};
+  name.copy(record.name.data(), record.name.size() - 1);
+  record.number = number;
+  record.check = Check(record);
+  return record;
 }
 
-MDB_val ToVal(const std::string& text) { return {text.size(), const_cast<char*>(text.data())}; }
-MDB_val ToVal(uint32_t& big_endian) { return {sizeof big_endian, &big_endian}; }
-
-uint32_t ToNumber(const MDB_val& value) {
-  uint32_t big_endian = 0;
-  if (value.mv_size == sizeof big_endian) std::memcpy(&big_endian, value.mv_data, sizeof big_endian);
-  return ntohl(big_endian);
+bool IsWhole(const Record& record) {
+  return record.name.front() != '\0' && record.name.back() == '\0' && record.check == Check(record);
 }
 
-/// The number of `name` in the snapshot of `txn`.
-common::Result<std::optional<uint32_t>> FindIn(MDB_txn* txn, MDB_dbi numbers, const std::string& name) {
-  MDB_val key = ToVal(name);
-  MDB_val value{};
-  const int code = ::mdb_get(txn, numbers, &key, &value);
-  if (code == MDB_NOTFOUND) return std::optional<uint32_t>{};
-  if (code != 0) return Failed("read", code);
-  return std::optional{ToNumber(value)};
+off_t OffsetOf(size_t number) { return static_cast<off_t>(number * sizeof(Record)); }  // the header has the place of 0
+
+/// Holds the lock on the whole file.
+class Lock final {
+ public:
+  explicit Lock(int fd) : fd_{fd} {
+    while ((held_ = Set(F_WRLCK, F_SETLKW)) == false && errno == EINTR) continue;
+  }
+  Lock(const Lock&) = delete;
+  Lock& operator=(const Lock&) = delete;
+  ~Lock() {
+    if (held_) Set(F_UNLCK, F_SETLK);
+  }
+  [[nodiscard]] bool held() const noexcept { return held_; }
+
+ private:
+  bool Set(short type, int command) const {
+    struct flock lock {};
+    lock.l_type = type;
+    lock.l_whence = SEEK_SET;
+    return ::fcntl(fd_, command, &lock) == 0;
+  }
+  const int fd_;
+  bool held_ = false;
+};
+
+/// Everything from `offset` to the end.
+common::Result<std::string> ReadFrom(int fd, off_t offset, const std::string& path) {
+  std::string bytes;
+  std::array<char, 65536> chunk;
+  for (;;) {
+    const ssize_t length = ::pread(fd, chunk.data(), chunk.size(), offset + static_cast<off_t>(bytes.size()));
+    if (length < 0 && errno == EINTR) continue;
+    if (length < 0) return common::SystemError("read", path, errno);
+    if (length == 0) return bytes;
+    bytes.append(chunk.data(), static_cast<size_t>(length));
+  }
 }
 
-/// The highest number given so far, 0 when there is none.
-common::Result<uint32_t> LastNumber(MDB_txn* txn, MDB_dbi names) {
-  MDB_cursor* cursor = nullptr;
-  if (const int code = ::mdb_cursor_open(txn, names, &cursor); code != 0) return Failed("read", code);
-  MDB_val key{};
-  MDB_val value{};
-  const int code = ::mdb_cursor_get(cursor, &key, &value, MDB_LAST);
-  ::mdb_cursor_close(cursor);
-  if (code == MDB_NOTFOUND) return 0U;
-  if (code != 0) return Failed("read", code);
-  return ToNumber(key);
+common::Status WriteAt(int fd, off_t offset, const void* data, size_t size, const std::string& path) {
+  const ssize_t written = ::pwrite(fd, data, size, offset);
+  if (written == static_cast<ssize_t>(size)) return common::Ok();
+  const int error = written < 0 ? errno : ENOSPC;
+  if (::ftruncate(fd, offset) != 0) return common::SystemError("truncate", path, errno);
+  return common::SystemError("write", path, error);
+}
+
+/// Writes the header of a new file, and of one whose maker was killed before it had.
+common::Status CheckHeader(int fd, const std::string& path) {
+  std::array<char, sizeof kHeader> header{};
+  const ssize_t length = ::pread(fd, header.data(), header.size(), 0);
+  if (length < 0) return common::SystemError("read", path, errno);
+  if (!std::equal(header.begin(), header.begin() + length, kHeader.begin())) {
+    return common::Error{"open", path, "not a registry of interface names"};
+  }
+  if (length == static_cast<ssize_t>(header.size())) return common::Ok();
+  return WriteAt(fd, 0, kHeader.data(), sizeof kHeader, path);
 }
 
 }  // namespace
 
 common::Result<std::unique_ptr<Registry>> Registry::Open(const std::string& folder) {
   if (const auto made = common::EnsureDir(folder); !made) return made.error();
-  MDB_env* raw = nullptr;
-  if (const int code = ::mdb_env_create(&raw); code != 0) return Failed("create", code);
-  EnvPtr env{raw};
-  ::mdb_env_set_mapsize(env.get(), kMapSize);
-  ::mdb_env_set_maxdbs(env.get(), kMaxDatabases);
-  if (const int code = ::mdb_env_open(env.get(), folder.c_str(), MDB_NOTLS | MDB_NOMETASYNC, kMode); code != 0) {
-    return common::Error{"open", folder, ::mdb_strerror(code)};
-  }
-  auto txn = Begin(env.get(), 0);
-  if (!txn) return txn.error();
-  MDB_dbi numbers = 0;
-  MDB_dbi names = 0;
-  for (const auto& [name, dbi] : {std::pair{kNumbers, &numbers}, std::pair{kNames, &names}}) {
-    if (const int code = ::mdb_dbi_open(txn.value().get(), name, MDB_CREATE, dbi); code != 0) {
-      return common::Error{"open", folder, ::mdb_strerror(code)};
-    }
-  }
-  if (const auto committed = Commit(std::move(txn).value()); !committed) return committed.error();
-  return std::unique_ptr<Registry>(new Registry(std::move(env), numbers, names));
+  const std::string path = folder + "/names";
+  common::UniqueFd fd{::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kMode)};
+  if (!fd) return common::SystemError("open", path, errno);
+  std::unique_ptr<Registry> registry{new Registry(path, std::move(fd))};
+  const Lock lock{registry->fd_.get()};
+  if (!lock.held()) return common::SystemError("lock", path, errno);
+  if (auto checked = CheckHeader(registry->fd_.get(), path); !checked) return checked.error();
+  if (const auto read = registry->Update(); !read) return read.error();
+  return registry;
 }
 
-common::Result<std::optional<uint32_t>> Registry::Find(const std::string& name) {
-  const auto txn = Begin(env_.get(), MDB_RDONLY);
-  if (!txn) return txn.error();
-  return FindIn(txn.value().get(), numbers_, name);
+common::Status Registry::Update() {
+  const auto read = ReadFrom(fd_.get(), OffsetOf(names_.size() + 1), path_);
+  if (!read) return read.error();
+  const std::string_view bytes = read.value();
+  bool damaged = false;
+  for (size_t at = 0; at + sizeof(Record) <= bytes.size(); at += sizeof(Record)) {
+    Record record;
+    std::memcpy(&record, bytes.data() + at, sizeof record);
+    if (!IsWhole(record)) {
+      damaged = true;
+    } else if (damaged || record.number != names_.size() + 1) {
+      // Not the end that a crash leaves: to give numbers anew would change the ids of names in use.
+      return common::Error{"read", path_, "record " + std::to_string(names_.size() + 1) + " is damaged"};
+    } else {
+      Remember(record.name.data());
+    }
+  }
+  if (damaged || bytes.size() % sizeof(Record) != 0) {
+    if (::ftruncate(fd_.get(), OffsetOf(names_.size() + 1)) != 0) return common::SystemError("truncate", path_, errno);
+  }
+  return common::Ok();
+}
+
+void Registry::Remember(const std::string& name) {
+  names_.push_back(name);
+  number_of_name_.emplace(name, static_cast<uint32_t>(names_.size()));
 }
 
 common::Result<uint32_t> Registry::Add(const std::string& name) {
-  auto txn = Begin(env_.get(), 0);  // waits for other processes' writers
-  if (!txn) return txn.error();
-  const auto found = FindIn(txn.value().get(), numbers_, name);
-  if (!found) return found.error();
-  if (found.value()) return *found.value();  // another process was faster
-  const auto last = LastNumber(txn.value().get(), names_);
-  if (!last) return last.error();
-  const uint32_t number = last.value() + 1;
-  if (number == 0) return common::Error{"add", name, "no number is left"};
-  uint32_t big_endian = htonl(number);
-  MDB_val number_val = ToVal(big_endian);
-  MDB_val name_val = ToVal(name);
-  if (const int code = ::mdb_put(txn.value().get(), numbers_, &name_val, &number_val, MDB_NOOVERWRITE); code != 0) {
-    return Failed("add", code);
+  const Lock lock{fd_.get()};
+  if (!lock.held()) return common::SystemError("lock", path_, errno);
+  if (const auto updated = Update(); !updated) return updated.error();
+  if (const auto it = number_of_name_.find(name); it != number_of_name_.end()) return it->second;
+  const auto number = static_cast<uint32_t>(names_.size() + 1);
+  const Record record = MakeRecord(name, number);
+  if (const auto written = WriteAt(fd_.get(), OffsetOf(number), &record, sizeof record, path_); !written) {
+    return written.error();
   }
-  if (const int code = ::mdb_put(txn.value().get(), names_, &number_val, &name_val, MDB_APPEND); code != 0) {
-    return Failed("add", code);
-  }
-  if (const auto committed = Commit(std::move(txn).value()); !committed) return committed.error();
+  Remember(name);
   return number;
-}
-
-void Registry::Remember(const std::string& name, uint32_t number) {
-  number_of_name_.emplace(name, number);
-  name_of_number_.emplace(number, name);
 }
 
 common::Result<uint32_t> Registry::Intern(const std::string& name) {
   if (const auto it = number_of_name_.find(name); it != number_of_name_.end()) return it->second;
-  const auto found = Find(name);
-  if (!found) return found.error();
-  const auto number = found.value() ? common::Result<uint32_t>{*found.value()} : Add(name);
-  if (number) Remember(name, number.value());
-  return number;
+  return Add(name);
 }
 
 common::Result<std::optional<std::string>> Registry::Name(uint32_t number) {
-  if (const auto it = name_of_number_.find(number); it != name_of_number_.end()) return std::optional{it->second};
-  const auto txn = Begin(env_.get(), MDB_RDONLY);
-  if (!txn) return txn.error();
-  uint32_t big_endian = htonl(number);
-  MDB_val key = ToVal(big_endian);
-  MDB_val value{};
-  const int code = ::mdb_get(txn.value().get(), names_, &key, &value);
-  if (code == MDB_NOTFOUND) return std::optional<std::string>{};
-  if (code != 0) return Failed("read", code);
-  const std::string name(static_cast<const char*>(value.mv_data), value.mv_size);
-  Remember(name, number);
-  return std::optional{name};
+  if (number > names_.size()) {
+    const Lock lock{fd_.get()};
+    if (!lock.held()) return common::SystemError("lock", path_, errno);
+    if (const auto updated = Update(); !updated) return updated.error();
+  }
+  if (number == 0 || number > names_.size()) return std::optional<std::string>{};
+  return std::optional{names_[number - 1]};
 }
 
 }  // namespace limid_impl

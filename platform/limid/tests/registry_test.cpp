@@ -1,0 +1,119 @@
+#include "registry.h"
+
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+namespace limid_impl {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr size_t kRecord = 24;
+
+class RegistryFile : public testing::Test {
+ protected:
+  void SetUp() override {
+    std::string name = (fs::temp_directory_path() / "registry-test-XXXXXX").string();
+    ASSERT_NE(::mkdtemp(name.data()), nullptr);
+    folder_ = name;
+  }
+  void TearDown() override { fs::remove_all(folder_); }
+
+  [[nodiscard]] fs::path File() const { return folder_ / "names"; }
+  [[nodiscard]] std::string Bytes() const {
+    std::ostringstream text;
+    text << std::ifstream{File()}.rdbuf();
+    return text.str();
+  }
+  void SetBytes(const std::string& bytes) const { std::ofstream{File(), std::ios::trunc} << bytes; }
+  [[nodiscard]] std::unique_ptr<Registry> MustOpen() const {
+    auto opened = Registry::Open(folder_);
+    EXPECT_TRUE(opened) << opened.error().Text();
+    return opened ? std::move(opened).value() : nullptr;
+  }
+  /// A registry of "a", "b" and "c", closed again.
+  void MakeThree() const {
+    const auto registry = MustOpen();
+    for (const char* name : {"a", "b", "c"}) ASSERT_TRUE(registry->Intern(name));
+  }
+  fs::path folder_;
+};
+
+TEST_F(RegistryFile, NumbersCountFromOneAndOutliveTheProcess) {
+  MakeThree();
+  const auto registry = MustOpen();
+  EXPECT_EQ(registry->Intern("c").value(), 3u);
+  EXPECT_EQ(registry->Intern("fifteen-letters").value(), 4u);
+  EXPECT_EQ(registry->Name(1).value(), "a");
+  EXPECT_EQ(registry->Name(4).value(), "fifteen-letters");
+  EXPECT_EQ(registry->Name(0).value(), std::nullopt);
+  EXPECT_EQ(registry->Name(5).value(), std::nullopt);
+  EXPECT_EQ(Bytes().size(), 5 * kRecord);
+}
+
+struct TailCase {
+  std::string name;
+  std::string tail;  ///< appended to the three records
+};
+class RegistryTail : public RegistryFile, public testing::WithParamInterface<TailCase> {};
+
+TEST_P(RegistryTail, ThatACrashLeftIsRemovedAndTheNamesBeforeItAreKept) {
+  MakeThree();
+  const std::string whole = Bytes();
+  SetBytes(whole + GetParam().tail);
+  const auto registry = MustOpen();
+  ASSERT_NE(registry, nullptr);
+  EXPECT_EQ(Bytes(), whole);
+  EXPECT_EQ(registry->Intern("d").value(), 4u);
+  EXPECT_EQ(registry->Intern("b").value(), 2u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Tails, RegistryTail,
+                         testing::Values(TailCase{"OneByte", "x"}, TailCase{"HalfARecord", "d" + std::string(11, '\0')},
+                                         TailCase{"Zeroes", std::string(kRecord, '\0')},
+                                         TailCase{"ZeroesOfManyRecords", std::string(10 * kRecord + 5, '\0')},
+                                         TailCase{"AnythingElse", std::string(2 * kRecord, 'x')}),
+                         [](const auto& row) { return row.param.name; });
+
+TEST_F(RegistryFile, DamageBeforeWholeRecordsIsAnErrorAndNothingIsChanged) {
+  MakeThree();
+  std::string bytes = Bytes();
+  bytes[2 * kRecord] = 'x';  // the name of number 2
+  SetBytes(bytes);
+  const auto opened = Registry::Open(folder_);
+  ASSERT_FALSE(opened);
+  EXPECT_EQ(opened.error().Text(), "read " + File().string() + ": record 2 is damaged");
+  EXPECT_EQ(Bytes(), bytes);
+}
+
+TEST_F(RegistryFile, ARecordInAnotherPlaceIsAnError) {
+  MakeThree();
+  const std::string bytes = Bytes();
+  SetBytes(bytes + bytes.substr(kRecord, kRecord));
+  const auto opened = Registry::Open(folder_);
+  ASSERT_FALSE(opened);
+  EXPECT_EQ(opened.error().Text(), "read " + File().string() + ": record 4 is damaged");
+}
+
+TEST_F(RegistryFile, AnotherFileIsNotTouched) {
+  for (const std::string text : {"short", "this is somebody's file, and not a registry"}) {
+    SetBytes(text);
+    const auto opened = Registry::Open(folder_);
+    ASSERT_FALSE(opened);
+    EXPECT_EQ(opened.error().Text(), "open " + File().string() + ": not a registry of interface names");
+    EXPECT_EQ(Bytes(), text);
+  }
+}
+
+TEST_F(RegistryFile, AHeaderCutByAKillIsWrittenAgain) {
+  SetBytes("limid na");
+  EXPECT_EQ(MustOpen()->Intern("a").value(), 1u);
+  EXPECT_EQ(MustOpen()->Intern("b").value(), 2u);
+}
+
+}  // namespace
+}  // namespace limid_impl
