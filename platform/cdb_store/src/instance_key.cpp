@@ -51,14 +51,14 @@ bool InstanceKey::Append(ValueType type, std::string_view stored) {
 
 bool InstanceKey::AppendEncoded(std::string_view keys) {
   if (size_ + keys.size() > kMaxKeys) return false;
-  std::memcpy(buffer_.data() + 4 + size_, keys.data(), keys.size());
+  if (!keys.empty()) std::memcpy(buffer_.data() + 4 + size_, keys.data(), keys.size());  // data() may be null
   size_ += keys.size();
   return true;
 }
 
 void InstanceKey::Assign(std::string_view keys) {
   assert(keys.size() <= kMaxKeys);
-  std::memmove(buffer_.data() + 4, keys.data(), keys.size());
+  if (!keys.empty()) std::memmove(buffer_.data() + 4, keys.data(), keys.size());  // data() may be null
   size_ = keys.size();
 }
 

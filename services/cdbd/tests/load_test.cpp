@@ -46,9 +46,9 @@ TEST(Load, AQuarterOfAMillionEntriesInOneEdit) {
   NetconfClient client = server.Connect();
   ASSERT_TRUE(IsOk(client.EditConfig(config)));
   EXPECT_TRUE(client.GetConfig() == config) << "what is read is not what was loaded";
-#ifndef CDBD_SANITIZED
-  EXPECT_LT(ResidentBytes(server.process().pid()), kEntries * kMaxResidentPerEntry);
-#endif
+  if (CDBD_SANITIZED == 0) {
+    EXPECT_LT(ResidentBytes(server.process().pid()), kEntries * kMaxResidentPerEntry);
+  }
   EXPECT_TRUE(IsOk(client.EditConfig(
       AntiSpoofing("", " xmlns:nc=\"urn:ietf:params:xml:ns:netconf:base:1.0\" nc:operation=\"delete\""))));
   EXPECT_EQ(client.GetConfig(), "");
