@@ -60,6 +60,8 @@ class Delivery : public testing::TestWithParam<int> {
         ToXml(After()) + "</config></edit-config></rpc>";
     ASSERT_TRUE(author_->raw().Send(message, NetconfClient::kLimit).ok());
     ASSERT_TRUE(element_.WaitForPause(Part::kDaemon));
+    NetconfClient reader{element_.NetconfSocket()};
+    EXPECT_TRUE(Eventually([&] { return reader.GetConfig().find("sp4") != std::string::npos; }, Element::kLimit));
   }
 
   /// The answer to BeginCommit().

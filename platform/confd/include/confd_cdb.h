@@ -59,7 +59,9 @@ int cdb_set_namespace(int sock, int ns_hash);
 /// Longest time, in seconds, that one later call on `sock` may wait for the server; 0 for no limit.
 int cdb_set_timeout(int sock, int timeout_secs);
 
-/// Fills `txid` with the identity of the configuration that the session (or, without one, the server) shows.
+/// Fills `txid` with the identity of the configuration that the session (or, without one, the server) shows. A commit
+/// that a subscription socket of this process is being told of counts once its last message has been read: before
+/// that, or when the server drops the subscriber in the middle, the identity is that of the commit before.
 int cdb_get_txid(int sock, struct cdb_txid* txid);
 
 /* ------------------------------------------------------------------ reads -- */

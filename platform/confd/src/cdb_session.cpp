@@ -96,10 +96,11 @@ int cdb_get_txid(int sock, cdb_txid* txid) {
     if (const int result = socket->connection->Probe(); result != CONFD_OK) return result;
     if (const int result = Client::Get().TakeSnapshot(snapshot); result != CONFD_OK) return result;
   }
+  const uint64_t number = Client::Get().WhollyDelivered(snapshot->txid().number);
   *txid = {};
   txid->s1 = snapshot->txid().store;
-  txid->s2 = static_cast<uint32_t>(snapshot->txid().number >> 32);
-  txid->s3 = static_cast<uint32_t>(snapshot->txid().number);
+  txid->s2 = static_cast<uint32_t>(number >> 32);
+  txid->s3 = static_cast<uint32_t>(number);
   std::snprintf(txid->primary, sizeof txid->primary, "%s", Client::Get().primary().c_str());
   return CONFD_OK;
 }

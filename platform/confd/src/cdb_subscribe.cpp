@@ -108,6 +108,7 @@ int cdb_read_subscription_socket(int sock, int points[], int* count) {
     return result;
   }
   socket->message = std::move(message);
+  socket->unfinished = trigger->more ? trigger->txid : 0;
   std::ranges::copy(trigger->points, points);
   *count = static_cast<int>(trigger->points.size());
   return CONFD_OK;

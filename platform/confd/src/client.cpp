@@ -98,14 +98,26 @@ int Client::TakeFresh(std::shared_ptr<cdb_store::Snapshot>& snapshot) {
   return CONFD_OK;
 }
 
+void Client::ForgetMessageIfDropped(CdbSocket& socket) {
+  if (!socket.message || socket.connection->Probe() == CONFD_OK) return;
+  socket.unfinished = socket.message->txid;
+  socket.message.reset();
+}
+
+uint64_t Client::WhollyDelivered(uint64_t txid) {
+  for (const auto& socket : sockets_) {
+    if (socket == nullptr) continue;
+    ForgetMessageIfDropped(*socket);
+    if (socket->unfinished == txid && txid > 0) return txid - 1;
+  }
+  return txid;
+}
+
 int Client::TakeSnapshot(std::shared_ptr<cdb_store::Snapshot>& snapshot) {
   for (const auto& socket : sockets_) {
-    if (socket == nullptr || !socket->message) continue;
-    // A message whose subscriber the server has dropped is nobody's any more.
-    if (socket->connection->Probe() != CONFD_OK) {
-      socket->message.reset();
-      continue;
-    }
+    if (socket == nullptr) continue;
+    ForgetMessageIfDropped(*socket);
+    if (!socket->message) continue;
     snapshot = socket->message->snapshot;
     return CONFD_OK;
   }

@@ -41,6 +41,9 @@ struct CdbSocket {
   std::vector<Point> points;
   bool subscribed = false;  ///< cdb_subscribe_done() succeeded
   std::optional<Message> message;
+  /// The commit that is not wholly handled here: a message of a later priority is still to come, or the server dropped
+  /// this subscriber before it was done. 0: none.
+  uint64_t unfinished = 0;
 };
 
 /// Never destroyed: fatal faults end the process from inside callbacks. A forked child gets a new, empty one: the
@@ -60,6 +63,10 @@ class Client final {
   int TakeSnapshot(std::shared_ptr<cdb_store::Snapshot>& snapshot);
   /// A snapshot at or after commit `txid`.
   int TakeSnapshotOf(uint64_t txid, std::shared_ptr<cdb_store::Snapshot>& snapshot);
+  /// The last commit that this process has been told of to the end, for a program that looks at commit `txid`: the one
+  /// before while a subscription socket is not done with it. A program that remembers it and loses its connection in
+  /// the middle of a commit then sees that it has missed something.
+  uint64_t WhollyDelivered(uint64_t txid);
 
   [[nodiscard]] const std::string& primary() const { return reader_->primary(); }
   /// The data model, for texts of keypaths. Null before the first connection.
@@ -69,6 +76,8 @@ class Client final {
 
  private:
   Client();
+  /// Ends the message of a subscriber whom the server has dropped: it is nobody's any more.
+  static void ForgetMessageIfDropped(CdbSocket& socket);
   int TakeFresh(std::shared_ptr<cdb_store::Snapshot>& snapshot);
 
   std::vector<std::unique_ptr<CdbSocket>> sockets_;  ///< by descriptor

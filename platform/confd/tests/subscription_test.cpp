@@ -118,6 +118,25 @@ TEST_F(SubscriptionTest, AllSessionsShareTheMessagesSnapshot) {
   EXPECT_EQ(Read(CDB_PRE_COMMIT_RUNNING), "three");
 }
 
+TEST_F(SubscriptionTest, ACommitCountsAsReadOnceAllItsMessagesCame) {
+  Subscriber subscriber(server_, {"/tb:box/name"}, 0);
+  const auto seen = [&] {
+    cdb_txid txid{};
+    EXPECT_EQ(cdb_get_txid(reader_, &txid), CONFD_OK) << confd_lasterr();
+    return uint64_t{txid.s3};
+  };
+  const uint64_t txid = server_.Commit({Put("/tb:box/name", "one")});
+  subscriber.Deliver(txid, true);
+  EXPECT_EQ(seen(), txid - 1);
+  EXPECT_EQ(cdb_sync_subscription_socket(subscriber.sock, CDB_DONE_PRIORITY), CONFD_OK);
+  EXPECT_EQ(seen(), txid - 1);
+  subscriber.Deliver(txid);
+  EXPECT_EQ(seen(), txid);
+  // Dropped before it was done: what it has handled so far is not the whole commit.
+  server_.Close(subscriber.connection);
+  EXPECT_EQ(seen(), txid - 1);
+}
+
 TEST_F(SubscriptionTest, ADroppedSubscribersMessageHoldsNobodyBack) {
   Subscriber subscriber(server_, {"/tb:box/name"}, 0);
   subscriber.Deliver(server_.Commit({Put("/tb:box/name", "one")}));

@@ -47,6 +47,9 @@ int NumberIn(const char* variable) {
   return text != nullptr ? std::atoi(text) : 0;
 }
 
+/// Requests under way. One that the library makes while it serves another is no step of the daemon.
+int depth = 0;
+
 void Step() {
   static const int stop_at = NumberIn("REQUEST_PROBE_STOP_AT");
   static int steps = 0;
@@ -69,34 +72,43 @@ int Next(const char* symbol, Args... args) {
   return next(args...);
 }
 
-#define NEXT(member, arguments) "_ZN15ip_spoofing_mgr29IpSpoofingPreventionMgrClient" member arguments
+template <class... Args>
+int Request(const std::string& line, const char* symbol, Args... args) {
+  if (depth == 0) Write(line);
+  ++depth;
+  const int result = Next(symbol, args...);
+  --depth;
+  return result;
+}
+
+#define MEMBER(name, arguments) "_ZN15ip_spoofing_mgr29IpSpoofingPreventionMgrClient" name arguments
 
 }  // namespace
 
 int ip_spoofing_mgr::IpSpoofingPreventionMgrClient::SendIpSpoofing(const limid_t* limid, bool enable) {
-  Write((enable ? "enable " : "disable ") + NameOf(*limid));
-  return Next(NEXT("14SendIpSpoofing", "EPK5limidb"), this, limid, enable);
+  return Request((enable ? "enable " : "disable ") + NameOf(*limid), MEMBER("14SendIpSpoofing", "EPK5limidb"), this,
+                 limid, enable);
 }
 
 int ip_spoofing_mgr::IpSpoofingPreventionMgrClient::SendAllowedIpAll(const limid_t* limid,
                                                                      ip_spoofing_mgr::AllowedAllMode mode) {
-  Write("mode " + NameOf(*limid) + " " + std::to_string(mode));
-  return Next(NEXT("16SendAllowedIpAll", "EPK5limidj"), this, limid, mode);
+  return Request("mode " + NameOf(*limid) + " " + std::to_string(mode), MEMBER("16SendAllowedIpAll", "EPK5limidj"),
+                 this, limid, mode);
 }
 
 int ip_spoofing_mgr::IpSpoofingPreventionMgrClient::SendAddEntry(const AllowedIpEntry* entry, const uint8_t* mac) {
-  Write("add " + EntryText(*entry, mac));
-  return Next(NEXT("12SendAddEntry", "EPKNS_14AllowedIpEntryEPKh"), this, entry, mac);
+  return Request("add " + EntryText(*entry, mac), MEMBER("12SendAddEntry", "EPKNS_14AllowedIpEntryEPKh"), this, entry,
+                 mac);
 }
 
 int ip_spoofing_mgr::IpSpoofingPreventionMgrClient::SendRemoveEntry(const AllowedIpEntry* entry, const uint8_t* mac) {
-  Write("remove " + EntryText(*entry, mac));
-  return Next(NEXT("15SendRemoveEntry", "EPKNS_14AllowedIpEntryEPKh"), this, entry, mac);
+  return Request("remove " + EntryText(*entry, mac), MEMBER("15SendRemoveEntry", "EPKNS_14AllowedIpEntryEPKh"), this,
+                 entry, mac);
 }
 
 int ip_spoofing_mgr::IpSpoofingPreventionMgrClient::SendUpdateEntry(const AllowedIpEntry* entry, const uint8_t* mac) {
-  Write("update " + EntryText(*entry, mac));
-  return Next(NEXT("15SendUpdateEntry", "EPKNS_14AllowedIpEntryEPKh"), this, entry, mac);
+  return Request("update " + EntryText(*entry, mac), MEMBER("15SendUpdateEntry", "EPKNS_14AllowedIpEntryEPKh"), this,
+                 entry, mac);
 }
 
 int cdb_sync_subscription_socket(int sock, cdb_subscription_sync_type type) {

@@ -39,9 +39,9 @@ struct Subscriber {
   Subscriber(const Subscriber&) = delete;
   Subscriber& operator=(const Subscriber&) = delete;
 
-  /// Sends the message of commit `txid` for all points and reads it.
-  void Deliver(uint64_t txid) {
-    server.Send(connection, confd_wire::Trigger{txid, 0, points});
+  /// Sends the message of commit `txid` for all points and reads it. `more`: another one of that commit is to follow.
+  void Deliver(uint64_t txid, bool more = false) {
+    server.Send(connection, confd_wire::Trigger{txid, 0, points, more});
     std::vector<int> read(points.size());
     int count = 0;
     ASSERT_EQ(cdb_read_subscription_socket(sock, read.data(), &count), CONFD_OK) << confd_lasterr();

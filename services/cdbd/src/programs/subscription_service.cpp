@@ -132,6 +132,7 @@ void SubscriptionService::NextPriority() {
       trigger.txid = current_->txid;
       trigger.priority = current_->priority;
       trigger.points = points;
+      trigger.more = ToldLater(id);
       subscriber.connection->Send(confd_wire::Encode(trigger));
     }
   }
@@ -154,10 +155,13 @@ void SubscriptionService::OnSync(Subscriber& subscriber, uint64_t txid, int32_t 
   subscriber.since = std::chrono::system_clock::now();
   if (whole_commit)
     for (auto& [later, subscribers] : current_->plan) subscribers.erase(subscriber.id);
-  const bool more = std::any_of(current_->plan.begin(), current_->plan.end(),
-                                [&](const auto& step) { return step.second.count(subscriber.id) != 0; });
-  if (!more) subscriber.last_txid = txid;
+  if (!ToldLater(subscriber.id)) subscriber.last_txid = txid;
   NoLongerAwaited(subscriber.id);
+}
+
+bool SubscriptionService::ToldLater(uint64_t id) const {
+  return std::any_of(current_->plan.begin(), current_->plan.end(),
+                     [&](const auto& step) { return step.second.count(id) != 0; });
 }
 
 void SubscriptionService::NoLongerAwaited(uint64_t id) {

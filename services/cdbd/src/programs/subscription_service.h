@@ -78,6 +78,8 @@ class SubscriptionService final : public Delivery {
   void Plan();
   void NextPriority();
   void OnSync(Subscriber& subscriber, uint64_t txid, int32_t priority, bool whole_commit);
+  /// The delivery under way has a later priority for this subscriber.
+  [[nodiscard]] bool ToldLater(uint64_t id) const;
   void NoLongerAwaited(uint64_t id);
   void OnTimeout();
   void Warn(const char* app_tag, std::string message);

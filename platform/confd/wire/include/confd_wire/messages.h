@@ -116,9 +116,10 @@ struct Trigger {
   uint64_t txid = 0;  ///< number of the commit (cdb_store::Txid::number)
   int32_t priority = 0;
   std::vector<int32_t> points;
+  bool more = false;  ///< points of a later priority follow in a message of their own
   template <class A>
   void Fields(A& a) {
-    a(txid, priority, points);
+    a(txid, priority, points, more);
   }
 };
 
