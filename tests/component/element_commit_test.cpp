@@ -43,7 +43,8 @@ TEST_P(RandomCommits, MakeTheRequestsOfTheirChangeInOrder) {
   element.Start(Part::kCdbd);
   CommitInPlace(element, configuration);
   element.StartAll();
-  ASSERT_TRUE(element.WaitForLog(Part::kCdbd, "is told of changes"));  // an empty configuration is there at once
+  // An empty configuration is there at once.
+  ASSERT_TRUE(element.WaitForLog(Part::kDaemon, "All LoadConfDCfg executed successfully!"));
   ExpectManagerHolds(element, configuration);
   EXPECT_THAT(requests.Next(), ElementsAreArray(RequestsOfLoad(configuration)));
   NetconfClient client{element.NetconfSocket()};
