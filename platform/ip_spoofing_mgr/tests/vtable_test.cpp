@@ -1,5 +1,7 @@
 // Both virtual tables are binary interfaces: every call here goes through a slot number.
 #include <array>
+#include <typeinfo>
+#include <utility>
 
 #include "client_fixture.h"
 
@@ -52,12 +54,14 @@ struct SlotRecorder {
   static void Note(void*, const void*) {
     called.push_back(Slot);
   }
+  /// With what stands in front of the slots of every table: the offset to the object's top, and its type.
   template <size_t... Slots>
-  static std::array<void*, sizeof...(Slots)> Table(std::index_sequence<Slots...>) {
-    return {reinterpret_cast<void*>(&Note<Slots>)...};
+  static std::array<const void*, 2 + sizeof...(Slots)> Table(std::index_sequence<Slots...>) {
+    return {nullptr, &typeid(IpSpoofingPreventionMgrClient::CallbackItf),
+            reinterpret_cast<const void*>(&Note<Slots>)...};
   }
-  std::array<void*, 16> table = Table(std::make_index_sequence<16>{});
-  void* const* vptr = table.data();
+  std::array<const void*, 18> table = Table(std::make_index_sequence<16>{});
+  const void* const* vptr = table.data() + 2;
 };
 
 TEST_F(ClientTest, TheCallbacksAreCalledInTheirSlots) {

@@ -60,6 +60,7 @@ common::Status Engine::TakeOver() {
 Engine::Ticket Engine::Submit(std::span<const Request> requests, bool full, Clock::time_point now) {
   ++batch_;
   Objects touched;
+  touched.entries.reserve(requests.size());
   if (full) {
     for (auto& [id, port] : table_.ports()) {
       port.wanted_enabled = false;

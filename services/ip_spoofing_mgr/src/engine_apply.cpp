@@ -86,6 +86,8 @@ bool Engine::PlanEntry(Node* node, Phase phase, Plan* plan) {
 
 Engine::Objects Engine::Make(const Objects& objects, Phase phase) {
   Plan plan;
+  plan.changes.puts.reserve(objects.entries.size());
+  plan.puts.reserve(objects.entries.size());
   Objects left;
   std::map<PortId, size_t> removing;  // of every port that the changes may make needless
   for (const PortId id : objects.ports) removing.try_emplace(id, 0);

@@ -69,7 +69,7 @@ struct OddKey {
   uint16_t vlan = 0;
   bool ipv6 = false;
   std::array<uint8_t, 16> address{};
-  auto operator<=>(const OddKey&) const = default;
+  auto operator<=>(const OddKey&) const = default;  // NOLINT(modernize-use-nullptr): a false alarm
 };
 struct OddRow {
   MacAddress mac{};
