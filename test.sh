@@ -11,9 +11,10 @@ Usage: ./test.sh [--quick] [--tests REGEX] [STEP...]
 Installs the packages that are missing (as root), then runs these steps, and stops at the first that fails:
   format      layout of the sources, shellcheck over the scripts
   dev         normal build and its tests
-  tidy        clang-tidy over the sources; every finding is an error
+  tidy        clang-tidy over the product's sources; every finding is an error
   asan-ubsan  the same tests under AddressSanitizer and UndefinedBehaviorSanitizer
-Not run unless named: tsan (the same tests under ThreadSanitizer), clang (a build with clang, no tests).
+Not run unless named: tidy-all (clang-tidy over the tests and benchmarks too), tsan (the same tests under
+ThreadSanitizer), clang (a build with clang, no tests).
 
   --quick        only the step dev
   --tests REGEX  only the tests whose name matches
@@ -28,7 +29,7 @@ while [ $# -gt 0 ]; do
     --quick) steps+=(dev) ;;
     --tests) [ $# -gt 1 ] || die "--tests needs a regular expression"; ctest_args+=(-R "$2"); shift ;;
     -h | --help) usage; exit 0 ;;
-    format | tidy | dev | asan-ubsan | tsan | clang) steps+=("$1") ;;
+    format | tidy | tidy-all | dev | asan-ubsan | tsan | clang) steps+=("$1") ;;
     *) usage >&2; die "unknown argument $1" ;;
   esac
   shift
@@ -50,9 +51,9 @@ for step in "${steps[@]}"; do
   previous=$step
   case $step in
     format) packaging/check-format ;;
-    tidy)
+    tidy | tidy-all)
       [ -f build/dev/build.ninja ] || build_preset dev
-      packaging/check-tidy build/dev
+      packaging/check-tidy build/dev "${step/tidy-all/--all}"
       ;;
     clang) build_preset tidy ;;
     *) run_tests "$step" ;;
