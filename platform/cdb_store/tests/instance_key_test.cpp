@@ -12,8 +12,6 @@
 namespace cdb_store {
 namespace {
 
-using ::testing::ElementsAre;
-
 TEST(InstanceKey, StringsOrderAndDecodeWhateverBytesTheyHold) {
   std::mt19937 random(7);
   std::vector<std::string> texts = {"", std::string("\0", 1), std::string("\0\xff", 2), std::string("\0\1", 2), "\xff",

@@ -14,7 +14,6 @@ namespace {
 using confd_testing::Connect;
 using confd_testing::NewSocket;
 using confd_testing::Put;
-using confd_testing::Remove;
 using confd_testing::TestServer;
 using ::testing::HasSubstr;
 

@@ -19,7 +19,6 @@ using confd_testing::TestServer;
 using namespace confd_wire;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-using ::testing::IsEmpty;
 
 /// What the callbacks do next, and what they were called with.
 struct Application {

@@ -9,11 +9,9 @@ namespace {
 
 using confd_testing::Connect;
 using confd_testing::Put;
-using confd_testing::Remove;
 using confd_testing::Subscriber;
 using confd_testing::TestServer;
 using namespace confd_wire;
-using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
 class SubscriptionTest : public ::testing::Test {
