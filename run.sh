@@ -72,6 +72,8 @@ start_part ip-spoofing-mgr ip-spoofing-mgr --dataplane $plane
 wait_for_part cdbd netconf.sock
 wait_for_part ip-spoofing-mgr mgr.sock
 start_part ip-spoofing-app ip-spoofing-app
+is_told() { ip-spoofing-cli show subscribers | grep -q ip-spoofing-app; }
+wait_until 30 is_told || { cat "$IP_SPOOFING_RUN_DIR"/*.log >&2; die "the daemon did not start"; }
 
 say "committing $config over NETCONF"
 ip-spoofing-cli load "$config"
