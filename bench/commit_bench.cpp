@@ -1,5 +1,6 @@
 /// One commit: what it costs with more and more in the database, alone and through the whole element, against a bare
 /// durable transaction of the same records. Memory. A bulk commit and its rollback.
+#include <spdlog/spdlog.h>
 #include <sys/epoll.h>
 
 #include <array>
@@ -220,6 +221,7 @@ void WithTheElement(Report& report) {
 }  // namespace bench
 
 int main() {
+  spdlog::set_level(spdlog::level::off);
   bench::Report report;
   bench::Alone(report);
   bench::WithTheElement(report);

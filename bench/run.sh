@@ -11,6 +11,7 @@ build_preset bench benchmarks >&2
 status=0
 for name in "$@"; do
   say "$name"
-  "build/bench/bench/${name}_bench" || status=$?
+  # The log lines of the programs under test.
+  "build/bench/bench/${name}_bench" 2>"build/bench/$name.log" || { status=$?; [ "$status" -eq 1 ] || tail -n 5 "build/bench/$name.log" >&2; }
 done
 exit "$status"
