@@ -24,6 +24,9 @@ struct Lock {
 
 /// What the operations work on. Everything outlives the requests.
 struct Core {
+  Core(common::EventLoop& the_loop, const Model& the_model, cdb_store::StoreWriter& the_store)
+      : loop{the_loop}, model{the_model}, store{the_store} {}
+
   common::EventLoop& loop;
   const Model& model;
   cdb_store::StoreWriter& store;
