@@ -186,7 +186,9 @@ common::Status SchemaCompiler::AddNode(const lysc_node& node, NodeId parent, boo
       if (lysc_is_key(child)) spec.keys.emplace_back(child->name);
 
   const NodeId id = builder_.Add(parent, NamespaceOf(*node.module), std::move(spec));
-  const_cast<lysc_node&>(node).priv = reinterpret_cast<void*>(static_cast<uintptr_t>(id));
+  // The library's place for what its users attach: a number here, never followed as a pointer.
+  const_cast<lysc_node&>(node).priv =
+      reinterpret_cast<void*>(static_cast<uintptr_t>(id));  // NOLINT(performance-no-int-to-ptr)
   model_.extras_.resize(std::max<size_t>(model_.extras_.size(), size_t{id} + 1));
   model_.extras_[id].schema = &node;
   return AddChildren(lysc_node_child(&node), id, under_provider || callpoint != nullptr);

@@ -125,7 +125,7 @@ void NetconfServer::OnMessage(Session& session, const std::string& message) {
   if (!parsed) {
     RpcError error{.type = "rpc", .tag = "malformed-message", .message = parsed.error().Text()};
     if (!session.base_1_1()) error.tag = "operation-failed";  // the other tag came with base:1.1
-    return Refuse(session, "", std::move(error));
+    return Refuse(session, "", error);
   }
   std::unique_ptr<netconf::XmlDocument> document = std::move(parsed).value();
   const XmlElement& root = document->root();
@@ -137,20 +137,20 @@ void NetconfServer::OnMessage(Session& session, const std::string& message) {
       error.message = "<rpc> is not in the namespace of NETCONF";
       error.info += "<bad-namespace>" + netconf::Escaped(root.name->ns) + "</bad-namespace>";
     }
-    return Refuse(session, "", std::move(error));
+    return Refuse(session, "", error);
   }
   const std::string attributes = ReplyAttributes(root);
   if (root.Attribute("", "message-id") == nullptr) {
     RpcError error{.type = "rpc", .tag = "missing-attribute", .message = "<rpc> has no message-id"};
     error.info = BadAttribute("message-id", "rpc");
-    return Refuse(session, attributes, std::move(error));
+    return Refuse(session, attributes, error);
   }
   const XmlElement* operation = root.first_child;
   if (operation == nullptr || operation->next != nullptr) {
     RpcError error{.type = "rpc", .tag = operation == nullptr ? "missing-element" : "bad-element"};
     error.message = "<rpc> holds exactly one operation";
     error.info = BadElement(operation == nullptr ? "rpc" : operation->next->name->local);
-    return Refuse(session, attributes, std::move(error));
+    return Refuse(session, attributes, error);
   }
   ++session.info().in_rpcs;
   ++statistics_.in_rpcs;
@@ -159,7 +159,7 @@ void NetconfServer::OnMessage(Session& session, const std::string& message) {
   callbacks_.request(std::move(rpc));
 }
 
-void NetconfServer::Refuse(Session& session, const std::string& attributes, RpcError error) {
+void NetconfServer::Refuse(Session& session, const std::string& attributes, const RpcError& error) {
   ++session.info().in_bad_rpcs;
   ++statistics_.in_bad_rpcs;
   std::string content;

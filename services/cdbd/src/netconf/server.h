@@ -62,7 +62,7 @@ class NetconfServer final {
   void OnEnded(Session& session, const std::string& why);
   [[nodiscard]] std::string Hello(uint32_t session) const;
   void Send(uint32_t session, std::string_view reply, bool has_errors);
-  void Refuse(Session& session, const std::string& attributes, RpcError error);
+  void Refuse(Session& session, const std::string& attributes, const RpcError& error);
 
   common::EventLoop& loop_;
   common::UniqueFd listener_;

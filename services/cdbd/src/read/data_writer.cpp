@@ -161,7 +161,7 @@ std::optional<std::string> DataWriter::LeafText(const Node& leaf, const Holder& 
   }
   if (leaf.IsKeyLeaf()) {
     const std::vector<std::string> own = cdb_store::OwnKeys(schema_, schema_.node(leaf.row), holder.keys);
-    const auto index = static_cast<size_t>(leaf.key_index);
+    const auto index = static_cast<size_t>(static_cast<uint8_t>(leaf.key_index));  // not negative for a key
     return index < own.size() ? std::optional{cdb_store::ValueToText(leaf, own[index])} : std::nullopt;
   }
   if (!leaf.config) return std::nullopt;
