@@ -29,9 +29,7 @@ constexpr const char* kTables[] = {"running", "pre_commit", "diff", "meta", "log
 MDB_val Val(const std::string& bytes) { return {bytes.size(), const_cast<char*>(bytes.data())}; }
 
 std::string RowKey(uint32_t number) {
-  std::string key =
-      "\x00\x04sp00\x00\x01"
-      "0000";
+  std::string key(16, '\4');  // as long as that of a source
   for (int i = 0; i < 4; ++i) key.push_back(static_cast<char>(number >> (24 - 8 * i)));
   return key;
 }

@@ -9,7 +9,6 @@ namespace test {
 namespace {
 
 using testing::HasSubstr;
-using testing::MatchesRegex;
 
 class CliLoad : public testing::Test {
  protected:
