@@ -12,7 +12,11 @@ using testing::HasSubstr;
 
 class CliLoad : public testing::Test {
  protected:
-  CliLoad() { element_.StartAll(); }
+  CliLoad() {
+    element_.StartAll();
+    // A commit without a subscriber is accepted with a warning, which these tests do not want to see.
+    EXPECT_TRUE(element_.WaitForLog(Part::kDaemon, "Register ConfD Subscription OK"));
+  }
   [[nodiscard]] std::string Write(const std::string& text) const {
     std::ofstream{element_.File("config.xml")} << text;
     return element_.File("config.xml");
