@@ -1,7 +1,7 @@
 // Reads of the scripted database, as the client library's calls.
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
-#include <cstring>
 #include <functional>
 
 #include "fakes/fake_cdb.h"
@@ -128,7 +128,7 @@ Work LeafRead(confd_vtype type, std::function<void(const CdbNode&)> copy) {
 
 unsigned char* CopyBytes(const std::string& bytes) {
   auto* const copy = static_cast<unsigned char*>(std::calloc(bytes.size() + 1, 1));
-  std::memcpy(copy, bytes.data(), bytes.size());
+  std::copy(bytes.begin(), bytes.end(), copy);
   return copy;
 }
 

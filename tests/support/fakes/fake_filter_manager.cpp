@@ -1,5 +1,7 @@
 #include "fakes/fake_filter_manager.h"
 
+#include <utility>
+
 #include "fakes/script.h"
 #include "fakes/trace.h"
 
@@ -37,6 +39,6 @@ int fm_scalar_card_ip_mgr_install_dnx_filters(fm_slot_t* slot, bool* answer) {
 }
 
 std::vector<FmClientResource> FilterManager::GetClientResourcesInformation(std::string client) {
-  fakes::Add("GetClientResourcesInformation " + client);
+  fakes::Add("GetClientResourcesInformation " + std::move(client));
   return fakes::TheFilters().resources;
 }
