@@ -1,11 +1,16 @@
 #include "registry.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <thread>
 
 namespace limid_impl {
 namespace {
@@ -42,6 +47,17 @@ class RegistryFile : public testing::Test {
   }
   fs::path folder_;
 };
+
+/// Whether the process waits for a lock: a line "3: -> POSIX  ADVISORY  WRITE <pid> ...".
+bool WaitsForLock(pid_t process) {
+  std::ifstream locks{"/proc/locks"};
+  for (std::string line; std::getline(locks, line);) {
+    if (line.find("->") != std::string::npos && line.find(" " + std::to_string(process) + " ") != std::string::npos) {
+      return true;
+    }
+  }
+  return false;
+}
 
 TEST_F(RegistryFile, NumbersCountFromOneAndOutliveTheProcess) {
   MakeThree();
@@ -88,6 +104,47 @@ TEST_F(RegistryFile, DamageBeforeWholeRecordsIsAnErrorAndNothingIsChanged) {
   ASSERT_FALSE(opened);
   EXPECT_EQ(opened.error().Text(), "read " + File().string() + ": record 2 is damaged");
   EXPECT_EQ(Bytes(), bytes);
+}
+
+TEST_F(RegistryFile, SoIsDamageThatMovedTheRecordsBehindIt) {
+  MakeThree();
+  std::string bytes = Bytes();
+  bytes.insert(3 * kRecord, kRecord, 'x');  // before number 3
+  SetBytes(bytes);
+  const auto opened = Registry::Open(folder_);
+  ASSERT_FALSE(opened);
+  EXPECT_EQ(opened.error().Text(), "read " + File().string() + ": record 3 is damaged");
+}
+
+TEST_F(RegistryFile, WhatAnotherProcessAddedMeanwhileIsSeenBeforeANameIsAdded) {
+  const auto one = MustOpen();
+  const auto other = MustOpen();  // stands for the other process
+  EXPECT_EQ(one->Intern("a").value(), 1u);
+  EXPECT_EQ(other->Intern("b").value(), 2u);
+  EXPECT_EQ(other->Intern("a").value(), 1u);
+  EXPECT_EQ(one->Name(2).value(), "b");
+}
+
+TEST_F(RegistryFile, ANameIsAddedUnderTheLock) {
+  MakeThree();
+  const int fd = ::open(File().c_str(), O_RDWR);
+  struct flock lock {};
+  lock.l_type = F_WRLCK;
+  lock.l_whence = SEEK_SET;
+  ASSERT_EQ(::fcntl(fd, F_SETLK, &lock), 0);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    const auto opened = Registry::Open(folder_);
+    ::_exit(opened && opened.value()->Intern("d").value() == 4 ? 0 : 1);
+  }
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds{20};
+  while (!WaitsForLock(child) && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
+  EXPECT_TRUE(WaitsForLock(child));
+  EXPECT_EQ(Bytes().size(), 4 * kRecord);  // closes a descriptor of the file, and with it ends the lock
+  ::close(fd);
+  int status = -1;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
 }
 
 TEST_F(RegistryFile, ARecordInAnotherPlaceIsAnError) {
