@@ -71,11 +71,20 @@ ManagerUnderTest::~ManagerUnderTest() {
   std::filesystem::remove_all(root_, ignored);
 }
 
-bool ManagerUnderTest::Start(const std::vector<std::string>& options) {
+void ManagerUnderTest::Launch(const std::vector<std::string>& options) {
   std::vector<std::string> command = {MANAGER_EXECUTABLE, "--dataplane", dataplane_};
   command.insert(command.end(), options.begin(), options.end());
   socket_.reset();
   process_ = std::make_unique<test::ChildProcess>(command, test::ChildProcess::Environment{}, root_ + "/manager");
+}
+
+int ManagerUnderTest::Run(const std::vector<std::string>& options) {
+  Launch(options);
+  return process_->Wait(kLimit).value_or(-1);
+}
+
+bool ManagerUnderTest::Start(const std::vector<std::string>& options) {
+  Launch(options);
   if (test::Eventually([this] { return !process_->Running() || Connect(); }, kLimit) && process_->Running())
     return true;
   std::fprintf(stderr, "the manager does not start:\n%s", Log().c_str());

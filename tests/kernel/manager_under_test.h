@@ -30,6 +30,8 @@ class ManagerUnderTest final {
 
   /// Starts the process and connects; false when it does not come up, with its log printed.
   [[nodiscard]] bool Start(const std::vector<std::string>& options = {});
+  /// Starts the process and waits for its end; the exit status.
+  [[nodiscard]] int Run(const std::vector<std::string>& options = {});
   void Kill();  ///< SIGKILL
   int Stop();   ///< SIGTERM; the exit status
   [[nodiscard]] std::string Log() const;
@@ -42,6 +44,7 @@ class ManagerUnderTest final {
   [[nodiscard]] bool WaitForPorts(const std::string& text) const;
 
  private:
+  void Launch(const std::vector<std::string>& options);
   [[nodiscard]] bool Connect();
   [[nodiscard]] bool SendFrame(ip_spoofing_mgr::wire::FrameType type, const std::string& payload);
   [[nodiscard]] std::optional<std::pair<ip_spoofing_mgr::wire::FrameType, std::string>> ReceiveFrame();

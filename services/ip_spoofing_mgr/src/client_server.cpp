@@ -132,6 +132,7 @@ void ClientServer::OnBatch(Session* session, std::string_view payload) {
   const auto begin = std::chrono::steady_clock::now();
   const uint64_t ticket = handlers_.submit(requests, part->full);
   const auto took = std::chrono::steady_clock::now() - begin;
+  if (handlers_.applied) handlers_.applied(part->full, requests.size(), took);
   spdlog::log(part->full ? spdlog::level::info : spdlog::level::debug, "{} batch {} of {}: {} requests, {} us",
               part->full ? "full" : "change", part->sequence, session->info.name, requests.size(),
               std::chrono::duration_cast<std::chrono::microseconds>(took).count());

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -24,6 +25,8 @@ class ClientServer final {
     /// Takes a whole batch; gives its number.
     std::function<uint64_t(const std::vector<ip_spoofing_mgr::wire::Request>& requests, bool full)> submit;
     std::function<std::vector<ip_spoofing_mgr::AllowedIpStatusEntry>()> list;
+    /// Told of every batch behind `submit`; may be empty.
+    std::function<void(bool full, size_t requests, std::chrono::nanoseconds took)> applied{};
   };
   struct ClientInfo {
     std::string name;
@@ -42,6 +45,8 @@ class ClientServer final {
   /// Acknowledges the batches up to this number.
   void Settled(uint64_t ticket);
   [[nodiscard]] std::vector<ClientInfo> Clients() const;
+  /// A client that configures is connected.
+  [[nodiscard]] bool HasConfiguring() const noexcept { return configuring_ != nullptr; }
 
  private:
   struct Session;

@@ -76,18 +76,12 @@ void Commands::ShowStatus(const Reply& reply) const {
                        {"batches", client.batches},
                        {"requests", client.requests}});
   }
-  size_t wanted = context_.table.odd_entries().size();
-  size_t in_force = 0;
-  for (const auto& [key, row] : context_.table.entries()) {
-    if (!row.wanted) continue;
-    ++wanted;
-    if (ReasonOf(context_.table, context_.engine, key, row).empty()) ++in_force;
-  }
+  const EntryTally tally = TallyEntries(context_.table);
   reply->Part({{"dataplane", context_.dataplane.Name()},
                {"capacity", context_.dataplane.Capacity()},
                {"ports", context_.table.ports().size()},
-               {"entries", wanted},
-               {"entries-in-force", in_force},
+               {"entries", tally.wanted},
+               {"entries-in-force", tally.InForce()},
                {"entries-installed", context_.engine.InstalledEntries()},
                {"entries-beyond-capacity", context_.engine.WaitingEntries()},
                {"clients", clients}});
@@ -205,6 +199,10 @@ void Commands::WatchDrops(const Reply& reply) {
 
 void Commands::OnDrops() {
   const std::vector<Drop> drops = context_.dataplane.ReadDropEvents();
+  for (const Drop& drop : drops) {
+    ++drop_events_.read;
+    drop_events_.lost += drop.count - 1;
+  }
   std::erase_if(watchers_, [](const Reply& reply) { return !reply->Wanted(); });
   if (watchers_.empty() || drops.empty()) return;
   json rows = json::array();

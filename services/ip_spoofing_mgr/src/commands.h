@@ -35,6 +35,12 @@ class Commands final {
   Commands& operator=(const Commands&) = delete;
   ~Commands();
 
+  struct DropEvents {
+    uint64_t read = 0;
+    uint64_t lost = 0;  ///< drops that had no event of their own, as far as a later event has told
+  };
+  [[nodiscard]] const DropEvents& drop_events() const noexcept { return drop_events_; }
+
  private:
   using Reply = std::shared_ptr<ControlServer::Reply>;
   void ShowStatus(const Reply& reply) const;
@@ -51,6 +57,7 @@ class Commands final {
 
   const CommandContext context_;
   std::vector<Reply> watchers_;
+  DropEvents drop_events_;
 };
 
 }  // namespace mgr

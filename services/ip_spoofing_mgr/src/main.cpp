@@ -30,6 +30,9 @@ int main(int argc, char** argv) {
       ->capture_default_str();
   app.add_flag("--assume-interfaces", options.assume_interfaces,
                "Treat every interface as present (memory dataplane only)");
+  app.add_option("--metrics-port", options.metrics_port,
+                 "TCP port on which metrics are served over HTTP, for Prometheus; 0: any free one; default: none");
+  app.add_option("--metrics-address", options.metrics_address, "Numeric address of that port")->capture_default_str();
   app.add_option("--log-level", level, "What to log")
       ->check(CLI::IsMember({"debug", "info", "warning", "error"}))
       ->capture_default_str();

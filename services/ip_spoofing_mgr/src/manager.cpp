@@ -20,6 +20,8 @@
 #include "engine.h"
 #include "limid_names.h"
 #include "link_watcher.h"
+#include "metrics.h"
+#include "metrics_server.h"
 #include "status.h"
 #include "table.h"
 
@@ -79,6 +81,8 @@ struct Manager::Parts {
   std::unique_ptr<ClientServer> clients{};
   std::unique_ptr<ControlServer> control{};
   std::unique_ptr<Commands> commands{};
+  BatchMeter batches{};
+  std::unique_ptr<MetricsServer> metrics{};
   common::EventLoop::TimerId timer = 0;
 
   /// After everything that may have settled batches or set a deadline.
@@ -111,6 +115,12 @@ common::Result<std::unique_ptr<Manager>> Manager::Start(common::EventLoop& loop,
   if (!control) return control.error();
   p->sockets.push_back(common::MgrControlSocketPath());
 
+  if (options.metrics_port) {
+    auto metrics = MetricsServer::Open(loop, options.metrics_address, *options.metrics_port);
+    if (!metrics) return metrics.error();
+    p->metrics = std::move(metrics).value();
+  }
+
   auto plane = OpenDataplane(options);
   if (!plane) return plane.error();
   p->dataplane = std::move(plane).value();
@@ -128,20 +138,28 @@ common::Result<std::unique_ptr<Manager>> Manager::Start(common::EventLoop& loop,
   p->engine = std::make_unique<Engine>(p->table, *p->dataplane, interfaces, options.hold);
   if (auto taken = p->engine->TakeOver(); !taken) return taken.error();
 
-  p->clients = std::make_unique<ClientServer>(loop, std::move(listener).value(),
-                                              ClientServer::Handlers{
-                                                  .submit =
-                                                      [p](const std::vector<Engine::Request>& requests, bool full) {
-                                                        const auto ticket =
-                                                            p->engine->Submit(requests, full, Engine::Clock::now());
-                                                        p->loop.Defer([p] { p->Settle(); });
-                                                        return ticket;
-                                                      },
-                                                  .list = [p] { return StatusRows(p->table, *p->engine); },
-                                              });
+  p->clients = std::make_unique<ClientServer>(
+      loop, std::move(listener).value(),
+      ClientServer::Handlers{
+          .submit =
+              [p](const std::vector<Engine::Request>& requests, bool full) {
+                const auto ticket = p->engine->Submit(requests, full, Engine::Clock::now());
+                p->loop.Defer([p] { p->Settle(); });
+                return ticket;
+              },
+          .list = [p] { return StatusRows(p->table, *p->engine); },
+          .applied = [p](bool full, size_t requests,
+                         std::chrono::nanoseconds took) { p->batches.Record(full, requests, took); },
+      });
   p->control = std::make_unique<ControlServer>(loop, std::move(control).value());
   p->commands =
       std::make_unique<Commands>(CommandContext{loop, p->table, *p->engine, *p->dataplane, *p->clients}, *p->control);
+  if (p->metrics) {
+    p->metrics->Serve([p] {
+      return MetricFamilies({p->table, *p->engine, *p->dataplane, *p->clients, *p->commands, p->batches});
+    });
+    spdlog::info("metrics on http://{}/metrics", p->metrics->Endpoint());
+  }
   p->Settle();
   return std::unique_ptr<Manager>(new Manager(std::move(parts)));
 }

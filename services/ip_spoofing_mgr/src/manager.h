@@ -1,7 +1,9 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "common/event_loop.h"
@@ -16,7 +18,9 @@ struct ManagerOptions {
   std::string dataplane = "auto";
   std::chrono::milliseconds hold{20};
   size_t capacity = 24'576;
-  bool assume_interfaces = false;  ///< only with the memory dataplane
+  bool assume_interfaces = false;          ///< only with the memory dataplane
+  std::optional<uint16_t> metrics_port{};  ///< where metrics are served; none: nowhere
+  std::string metrics_address = "127.0.0.1";
 };
 
 /// The whole manager on one loop: takes over what is in force, then serves clients and operators.

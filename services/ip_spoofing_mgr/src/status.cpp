@@ -1,11 +1,44 @@
 #include "status.h"
 
 #include <cstring>
+#include <unordered_map>
 
 namespace mgr {
 namespace {
 
 using ip_spoofing_mgr::AllowedIpStatusEntry;
+
+struct Words {
+  std::string_view name;
+  const char* text;  ///< null: it depends
+};
+constexpr std::array<Words, kHindrances> kWords = {{
+    {"none", ""},
+    {"unknown-interface", "the logical interface id names no interface"},
+    {"port-refused", nullptr},
+    {"no-interface", "no such interface"},
+    {"port-not-enabled", "the port is not enabled"},
+    {"entry-refused", nullptr},
+    {"beyond-capacity", "beyond the capacity of the table"},
+    {"ipv6", "IPv6 sources cannot be filtered one by one"},
+    {"vlan", nullptr},
+    {"being-changed", "being changed"},
+}};
+
+std::string TextOf(Hindrance hindrance) { return kWords.at(static_cast<size_t>(hindrance)).text; }
+
+/// Of an entry on a port that has `port`.
+Hindrance HindranceOf(Hindrance port, const EntryRow& row) {
+  if (row.failed) return Hindrance::kEntryRefused;
+  if (row.waiting) return Hindrance::kBeyondCapacity;
+  if (port != Hindrance::kNone) return port;
+  return row.installed && row.installed_mac == row.wanted_mac ? Hindrance::kNone : Hindrance::kBeingChanged;
+}
+
+Hindrance HindranceOf(const Table& table, const OddKey& key) {
+  if (table.Find(key.port)->name.empty()) return Hindrance::kUnknownInterface;
+  return key.ipv6 ? Hindrance::kIpv6 : Hindrance::kVlan;
+}
 
 AllowedIpStatusEntry RowOf(const Port& port, bool in_force) {
   AllowedIpStatusEntry row{};
@@ -19,27 +52,47 @@ AllowedIpStatusEntry RowOf(const Port& port, bool in_force) {
 
 }  // namespace
 
+std::string_view NameOf(Hindrance hindrance) { return kWords.at(static_cast<size_t>(hindrance)).name; }
+
+Hindrance HindranceOf(const Port& port) {
+  if (port.name.empty()) return Hindrance::kUnknownInterface;
+  if (!port.failure.empty()) return Hindrance::kPortRefused;
+  if (port.ifindex == 0) return Hindrance::kNoInterface;
+  if (!port.wanted_enabled) return Hindrance::kPortNotEnabled;
+  if (!port.installed || *port.installed != port.WantedConfig()) return Hindrance::kBeingChanged;
+  return Hindrance::kNone;
+}
+
 std::string ReasonOf(const Port& port) {
-  if (port.name.empty()) return "the logical interface id names no interface";
-  if (!port.failure.empty()) return port.failure;
-  if (port.ifindex == 0) return "no such interface";
-  if (!port.wanted_enabled) return "the port is not enabled";
-  if (!port.installed || *port.installed != port.WantedConfig()) return "being changed";
-  return "";
+  const Hindrance hindrance = HindranceOf(port);
+  return hindrance == Hindrance::kPortRefused ? port.failure : TextOf(hindrance);
 }
 
 std::string ReasonOf(const Table& table, const Engine& engine, const EntryKey& key, const EntryRow& row) {
-  if (row.failed) return engine.FailureOf(key);
-  if (row.waiting) return "beyond the capacity of the table";
-  std::string reason = ReasonOf(*table.Find(key.port));
-  if (reason.empty() && (!row.installed || row.installed_mac != row.wanted_mac)) reason = "being changed";
-  return reason;
+  const Port& port = *table.Find(key.port);
+  const Hindrance hindrance = HindranceOf(HindranceOf(port), row);
+  if (hindrance == Hindrance::kEntryRefused) return engine.FailureOf(key);
+  return hindrance == Hindrance::kPortRefused ? port.failure : TextOf(hindrance);
 }
 
 std::string ReasonOf(const Table& table, const OddKey& key) {
-  if (table.Find(key.port)->name.empty()) return ReasonOf(*table.Find(key.port));
-  return key.ipv6 ? "IPv6 sources cannot be filtered one by one"
-                  : "VLAN " + std::to_string(key.vlan) + " is above 4094";
+  const Hindrance hindrance = HindranceOf(table, key);
+  return hindrance == Hindrance::kVlan ? "VLAN " + std::to_string(key.vlan) + " is above 4094" : TextOf(hindrance);
+}
+
+EntryTally TallyEntries(const Table& table) {
+  EntryTally tally;
+  const auto add = [&tally](Hindrance hindrance) {
+    ++tally.wanted;
+    ++tally.by_hindrance.at(static_cast<size_t>(hindrance));
+  };
+  std::unordered_map<PortId, Hindrance> of_port;
+  for (const auto& [id, port] : table.ports()) of_port.emplace(id, HindranceOf(port));
+  for (const auto& [key, row] : table.entries()) {
+    if (row.wanted) add(HindranceOf(of_port.at(key.port), row));
+  }
+  for (const auto& [key, row] : table.odd_entries()) add(HindranceOf(table, key));
+  return tally;
 }
 
 std::vector<AllowedIpStatusEntry> StatusRows(const Table& table, const Engine& engine) {

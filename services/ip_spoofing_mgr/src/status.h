@@ -1,6 +1,9 @@
 #pragma once
 
+#include <array>
+#include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "engine.h"
@@ -8,6 +11,35 @@
 #include "table.h"
 
 namespace mgr {
+
+/// What keeps a port or an entry out of force.
+enum class Hindrance : uint8_t {
+  kNone,
+  kUnknownInterface,  ///< the logical interface id names none
+  kPortRefused,       ///< by the dataplane
+  kNoInterface,
+  kPortNotEnabled,
+  kEntryRefused,  ///< by the dataplane
+  kBeyondCapacity,
+  kIpv6,
+  kVlan,
+  kBeingChanged,
+};
+inline constexpr size_t kHindrances = 10;
+/// As metrics name it, "beyond-capacity"; "none" for kNone.
+std::string_view NameOf(Hindrance hindrance);
+
+/// kNone when the port filters as it is wanted to. One that is not wanted enabled does not.
+Hindrance HindranceOf(const Port& port);
+
+/// How many entries are wanted, and how many of them each hindrance keeps out of force. Walks all entries.
+struct EntryTally {
+  size_t wanted = 0;
+  std::array<size_t, kHindrances> by_hindrance{};
+  [[nodiscard]] size_t Of(Hindrance hindrance) const { return by_hindrance.at(static_cast<size_t>(hindrance)); }
+  [[nodiscard]] size_t InForce() const { return Of(Hindrance::kNone); }
+};
+EntryTally TallyEntries(const Table& table);
 
 /// Why a port does not filter as it is wanted to; empty when it does. One that is not wanted enabled has a reason too.
 std::string ReasonOf(const Port& port);
