@@ -12,14 +12,8 @@
 namespace cdb_store {
 
 inline constexpr const char* kSchemaKey = "schema";
-inline constexpr const char* kFingerprintKey = "fingerprint";
 inline constexpr const char* kPrimaryKey = "primary";
 inline constexpr const char* kIdentityKey = "identity";
-
-struct Identity {
-  Txid txid;
-  uint64_t diff_of = 0;
-};
 
 std::optional<std::string> ReadMeta(MDB_txn* txn, MDB_dbi meta, std::string_view key);
 /// All zero when there is none.

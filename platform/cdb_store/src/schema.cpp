@@ -189,6 +189,10 @@ uint64_t Schema::Fingerprint() const {
     out.PutString(ns(node).uri);
     out.PutString(node.name);
     for (const NodeId key : node.keys) out.Put(key);
+    for (const EnumName& name : node.enums) {
+      out.PutString(name.name);
+      out.Put(name.value);
+    }
   }
   uint64_t hash = 14695981039346656037U;
   for (const char c : out.data()) hash = (hash ^ static_cast<uint8_t>(c)) * 1099511628211U;

@@ -12,15 +12,7 @@ constexpr size_t kIdleTransactions = 2;
 }  // namespace
 
 Snapshot::Snapshot(const Environment& env, const Schema& schema, TxnHandle txn)
-    : env_{&env}, schema_{&schema}, txn_{std::move(txn)} {
-  ReadIdentity();
-}
-
-void Snapshot::ReadIdentity() {
-  const Identity identity = ReadIdentityRecord(txn_.get(), env_->meta);
-  txid_ = identity.txid;
-  diff_of_ = identity.diff_of;
-}
+    : env_{&env}, schema_{&schema}, txn_{std::move(txn)}, identity_{ReadIdentityRecord(txn_.get(), env.meta)} {}
 
 common::Result<std::unique_ptr<StoreReader>> StoreReader::Open(const std::string& path) {
   auto env = Environment::OpenForReading(path);
@@ -34,6 +26,7 @@ common::Result<std::unique_ptr<StoreReader>> StoreReader::Open(const std::string
   auto schema = Schema::Parse(*bytes);
   if (!schema) return schema.error();
   reader->schema_ = std::move(schema).value();
+  reader->fingerprint_ = reader->schema_.Fingerprint();
   reader->primary_ = ReadMeta(txn.value().get(), reader->env_->meta, kPrimaryKey).value_or("");
   return reader;
 }
@@ -57,7 +50,9 @@ common::Result<std::shared_ptr<Snapshot>> StoreReader::Take() {
     mdb_txn_reset(done.get());
     idle->push_back(std::move(done));
   };
-  return std::shared_ptr<Snapshot>(new Snapshot(*env_, schema_, std::move(txn)), give_back);
+  std::shared_ptr<Snapshot> snapshot(new Snapshot(*env_, schema_, std::move(txn)), give_back);
+  if (snapshot->identity_.fingerprint == fingerprint_) return snapshot;
+  return common::Error{"read configuration store", path(), "the server has another data model now: connect anew"};
 }
 
 StoreReader::~StoreReader() { idle_->clear(); }

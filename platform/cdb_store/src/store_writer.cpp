@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "meta_records.h"
+#include "migration.h"
 
 namespace cdb_store {
 namespace {
@@ -33,17 +34,18 @@ common::Status StoreWriter::AdoptOrCreate(const std::string& primary) {
   auto begun = env_->BeginWrite();
   if (!begun) return begun.error();
   TxnHandle txn = std::move(begun).value();
-  const std::string fingerprint = StoreInt(schema_.Fingerprint());
   Identity identity = ReadIdentityRecord(txn.get(), env_->meta);
-  const std::optional<std::string> stored = ReadMeta(txn.get(), env_->meta, kFingerprintKey);
-  if (stored && *stored != fingerprint) {
-    return common::Error{"open configuration store", path(), "was written for another data model; nothing was changed"};
+  const uint64_t fingerprint = schema_.Fingerprint();
+  if (identity.txid.store == 0) {
+    identity.txid.store = NewStoreNumber();
+  } else if (identity.fingerprint != fingerprint) {
+    if (auto status = Migrate(txn.get(), *env_, schema_); !status) return status;
+    identity.diff_of = 0;
+    migrated_ = true;
   }
-  if (identity.txid.store == 0) identity.txid.store = NewStoreNumber();
-  const std::pair<const char*, std::string> records[] = {{kSchemaKey, schema_.Serialise()},
-                                                         {kFingerprintKey, fingerprint},
-                                                         {kPrimaryKey, primary},
-                                                         {kIdentityKey, PackIdentity(identity)}};
+  identity.fingerprint = fingerprint;
+  const std::pair<const char*, std::string> records[] = {
+      {kSchemaKey, schema_.Serialise()}, {kPrimaryKey, primary}, {kIdentityKey, PackIdentity(identity)}};
   bool changed = false;
   for (const auto& [name, value] : records) {
     if (ReadMeta(txn.get(), env_->meta, name) == value) continue;
@@ -59,8 +61,7 @@ common::Status StoreWriter::AdoptOrCreate(const std::string& primary) {
       return StoreError("write configuration store", path(), code);
     }
   }
-  txid_ = identity.txid;
-  diff_of_ = identity.diff_of;
+  identity_ = identity;
   return common::Ok();
 }
 
@@ -77,7 +78,7 @@ common::Result<WriteTxn> StoreWriter::Begin() {
 }
 
 common::Status StoreWriter::Settle(size_t min_changes) {
-  if (diff_of_ == 0) return common::Ok();
+  if (identity_.diff_of == 0) return common::Ok();
   auto begun = Begin();
   if (!begun) return begun.error();
   WriteTxn txn = std::move(begun).value();
@@ -87,11 +88,13 @@ common::Status StoreWriter::Settle(size_t min_changes) {
   }
   if (stat.ms_entries < min_changes) return common::Ok();
   if (auto status = txn.CatchUpPreCommit(); !status) return status;
-  if (auto status = txn.PutMeta(kIdentityKey, PackIdentity({txid_, 0})); !status) return status;
+  Identity settled = identity_;
+  settled.diff_of = 0;
+  if (auto status = txn.PutMeta(kIdentityKey, PackIdentity(settled)); !status) return status;
   if (const int code = mdb_txn_commit(txn.txn_.release()); code != 0) {
     return StoreError("settle configuration store", path(), code);
   }
-  diff_of_ = 0;
+  identity_ = settled;
   return common::Ok();
 }
 

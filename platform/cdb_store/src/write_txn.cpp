@@ -4,42 +4,10 @@
 #include "cdb_store/packed_row.h"
 #include "cdb_store/store_writer.h"
 #include "meta_records.h"
+#include "table.h"
 
 namespace cdb_store {
 namespace {
-
-std::optional<std::string_view> Get(MDB_txn* txn, MDB_dbi dbi, std::string_view record_key) {
-  MDB_val key = ToVal(record_key);
-  MDB_val data{};
-  return mdb_get(txn, dbi, &key, &data) == 0 ? std::optional(FromVal(data)) : std::nullopt;
-}
-
-int Set(MDB_txn* txn, MDB_dbi dbi, std::string_view record_key, std::optional<std::string_view> value) {
-  MDB_val key = ToVal(record_key);
-  if (value) {
-    MDB_val data = ToVal(*value);
-    return mdb_put(txn, dbi, &key, &data, 0);
-  }
-  const int code = mdb_del(txn, dbi, &key, nullptr);
-  return code == MDB_NOTFOUND ? 0 : code;
-}
-
-/// Calls `visit(cursor, key, data)` for every record of the table whose key begins with `prefix`; stops at a non-zero
-/// answer. `visit` may delete the record through the cursor.
-template <class Visit>
-int ForEach(MDB_txn* txn, MDB_dbi dbi, std::string_view prefix, Visit visit) {
-  MDB_cursor* raw = nullptr;
-  if (const int code = mdb_cursor_open(txn, dbi, &raw); code != 0) return code;
-  const CursorHandle cursor(raw);
-  MDB_val key = ToVal(prefix);
-  MDB_val data{};
-  int code = mdb_cursor_get(raw, &key, &data, prefix.empty() ? MDB_FIRST : MDB_SET_RANGE);
-  while (code == 0 && FromVal(key).starts_with(prefix)) {
-    if (code = visit(raw, FromVal(key), FromVal(data)); code != 0) return code;
-    code = mdb_cursor_get(raw, &key, &data, MDB_NEXT);
-  }
-  return code == MDB_NOTFOUND ? 0 : code;
-}
 
 common::Error WriteError(int code) { return StoreError("write configuration store", "", code); }
 
@@ -57,10 +25,10 @@ std::optional<std::string> WriteTxn::OldRow(const Node& node, std::string_view k
 
 common::Status WriteTxn::PutRecord(std::string_view key, std::optional<std::string_view> value) {
   if (!old_.contains(key)) {
-    const std::optional<std::string_view> old = Get(txn_.get(), store_->env_->running, key);
+    const std::optional<std::string_view> old = GetRecord(txn_.get(), store_->env_->running, key);
     old_.emplace(key, old ? std::optional<std::string>(*old) : std::nullopt);
   }
-  if (const int code = Set(txn_.get(), store_->env_->running, key, value); code != 0) return WriteError(code);
+  if (const int code = SetRecord(txn_.get(), store_->env_->running, key, value); code != 0) return WriteError(code);
   return common::Ok();
 }
 
@@ -131,9 +99,9 @@ common::Status WriteTxn::DeleteRows(const Node& node, std::string_view keys) {
   }
   for (const NodeId id : node.rows_below) {
     InstanceKey prefix(keys);
-    int code = ForEach(txn_.get(), running, prefix.Row(id), remove);
+    int code = ForEachRecord(txn_.get(), running, prefix.Row(id), remove);
     const bool counted = schema.node(id).IsKeyed() && !(one_instance && id == node.id);
-    if (code == 0 && counted) code = ForEach(txn_.get(), running, prefix.Count(id), remove);
+    if (code == 0 && counted) code = ForEachRecord(txn_.get(), running, prefix.Count(id), remove);
     if (code != 0) return WriteError(code);
   }
   return common::Ok();
@@ -145,7 +113,7 @@ common::Status WriteTxn::SetRow(std::string_view record_key, std::optional<std::
   if (!record || record->is_count || record->node >= schema.size())
     return common::Error{"set row", "", "bad record key"};
   const Node& node = schema.node(record->node);
-  const bool existed = Get(txn_.get(), store_->env_->running, record_key).has_value();
+  const bool existed = GetRecord(txn_.get(), store_->env_->running, record_key).has_value();
   if (auto status = PutRecord(record_key, row); !status) return status;
   if (!node.IsKeyed() || existed == row.has_value()) return common::Ok();
   const std::optional<size_t> above = KeysSizeAt(schema, schema.node(node.parent), record->keys);
@@ -157,7 +125,7 @@ std::vector<OwnedChange> WriteTxn::Changes(bool with_counts) const {
   std::vector<OwnedChange> changes;
   for (const auto& [key, old] : old_) {
     if (!with_counts && ParseRecordKey(key)->is_count) continue;
-    const std::optional<std::string_view> now = Get(txn_.get(), store_->env_->running, key);
+    const std::optional<std::string_view> now = GetRecord(txn_.get(), store_->env_->running, key);
     if (now.has_value() == old.has_value() && (!now || *now == *old)) continue;
     changes.push_back({key, old, now ? std::optional<std::string>(*now) : std::nullopt});
   }
@@ -168,13 +136,13 @@ bool WriteTxn::HasChanges() const { return !Changes(true).empty(); }
 
 common::Status WriteTxn::PutMeta(const std::string& key, std::string_view value) {
   other_changes_ = true;
-  if (const int code = Set(txn_.get(), store_->env_->meta, key, value); code != 0) return WriteError(code);
+  if (const int code = SetRecord(txn_.get(), store_->env_->meta, key, value); code != 0) return WriteError(code);
   return common::Ok();
 }
 
 common::Status WriteTxn::DeleteMeta(const std::string& key) {
   other_changes_ = true;
-  if (const int code = Set(txn_.get(), store_->env_->meta, key, std::nullopt); code != 0) return WriteError(code);
+  if (const int code = SetRecord(txn_.get(), store_->env_->meta, key, std::nullopt); code != 0) return WriteError(code);
   return common::Ok();
 }
 
@@ -184,41 +152,41 @@ std::optional<std::string> WriteTxn::GetMeta(const std::string& key) const {
 
 common::Status WriteTxn::PutLog(uint64_t id, std::string_view record) {
   other_changes_ = true;
-  if (const int code = Set(txn_.get(), store_->env_->log, StoreInt(id), record); code != 0) return WriteError(code);
+  if (const int code = SetRecord(txn_.get(), store_->env_->log, StoreInt(id), record); code != 0)
+    return WriteError(code);
   return common::Ok();
 }
 
 common::Status WriteTxn::DeleteLog(uint64_t id) {
   other_changes_ = true;
-  if (const int code = Set(txn_.get(), store_->env_->log, StoreInt(id), std::nullopt); code != 0)
+  if (const int code = SetRecord(txn_.get(), store_->env_->log, StoreInt(id), std::nullopt); code != 0)
     return WriteError(code);
   return common::Ok();
 }
 
-Txid WriteTxn::NextTxid() const { return {store_->txid_.store, store_->txid_.number + 1}; }
+Txid WriteTxn::NextTxid() const { return {store_->identity_.txid.store, store_->identity_.txid.number + 1}; }
 
 common::Status WriteTxn::CatchUpPreCommit() {
   const Environment& env = *store_->env_;
   const auto apply = [&](MDB_cursor*, std::string_view key, std::string_view packed) {
     const std::optional<Change> change = UnpackChange(key, packed);
-    return change ? Set(txn_.get(), env.pre_commit, key, change->new_row) : MDB_CORRUPTED;
+    return change ? SetRecord(txn_.get(), env.pre_commit, key, change->new_row) : MDB_CORRUPTED;
   };
-  int code = ForEach(txn_.get(), env.diff, "", apply);
+  int code = ForEachRecord(txn_.get(), env.diff, "", apply);
   if (code == 0) code = mdb_drop(txn_.get(), env.diff, 0);
   if (code != 0) return WriteError(code);
   return common::Ok();
 }
 
 common::Result<Txid> WriteTxn::Commit(CommitKind kind) {
-  Identity identity{store_->txid_, store_->diff_of_};
+  Identity identity = store_->identity_;
   const common::Status recorded = RecordChanges(kind, identity);
   TxnHandle txn = std::move(txn_);  // aborts on every way out but the commit
   old_.clear();
   if (!recorded) return recorded.error();
   if (!other_changes_) return identity.txid;
   if (const int code = mdb_txn_commit(txn.release()); code != 0) return WriteError(code);
-  store_->txid_ = identity.txid;
-  store_->diff_of_ = identity.diff_of;
+  store_->identity_ = identity;
   return identity.txid;
 }
 
@@ -228,8 +196,8 @@ common::Status WriteTxn::RecordChanges(CommitKind kind, Identity& identity) {
   if (changes.empty()) return common::Ok();
   if (auto status = CatchUpPreCommit(); !status) return status;
   for (const OwnedChange& change : changes) {
-    const int code = kind == CommitKind::kBulk ? Set(txn_.get(), env.pre_commit, change.key, change.new_row)
-                                               : Set(txn_.get(), env.diff, change.key, PackChange(change.view()));
+    const int code = kind == CommitKind::kBulk ? SetRecord(txn_.get(), env.pre_commit, change.key, change.new_row)
+                                               : SetRecord(txn_.get(), env.diff, change.key, PackChange(change.view()));
     if (code != 0) return WriteError(code);
   }
   identity.txid = NextTxid();

@@ -113,8 +113,10 @@ TEST_F(EnvironmentTest, AnotherDataModelIsRefused) {
   const std::string before = ReadFile(data_);
   const auto store = Open(testing::AntiSpoofingSchema());
   ASSERT_FALSE(store.ok());
-  EXPECT_EQ(store.error().Text(),
-            "open configuration store " + dir_.path() + ": was written for another data model; nothing was changed");
+  EXPECT_EQ(
+      store.error().Text(),
+      "open configuration store " + dir_.path() +
+          ": holds /tb:box/name, which the data model no longer has or stores in another way; nothing was changed");
   EXPECT_EQ(ReadFile(data_), before);
 }
 

@@ -19,6 +19,13 @@ struct Txid {
   friend bool operator==(const Txid&, const Txid&) = default;
 };
 
+/// What one record of the store says about itself as a whole.
+struct Identity {
+  Txid txid;
+  uint64_t diff_of = 0;      ///< number of the commit that the difference is of; 0: settled
+  uint64_t fingerprint = 0;  ///< of the schema that the rows are stored by
+};
+
 /// The state of one moment: running, pre_commit and the difference between them agree, whatever the server does
 /// meanwhile. Short-lived: the store grows while old snapshots are held.
 class Snapshot final {
@@ -29,21 +36,19 @@ class Snapshot final {
   /// The configuration before the last commit; equal to Running() after a settle or bulk commit.
   [[nodiscard]] View PreCommit() const { return {*schema_, txn_.get(), env_->pre_commit}; }
   [[nodiscard]] DiffView Diff() const { return {*schema_, txn_.get(), env_->diff}; }
-  [[nodiscard]] const Txid& txid() const noexcept { return txid_; }
+  [[nodiscard]] const Txid& txid() const noexcept { return identity_.txid; }
   /// Number of the commit whose difference Diff() shows; 0 when it is settled.
-  [[nodiscard]] uint64_t diff_of() const noexcept { return diff_of_; }
+  [[nodiscard]] uint64_t diff_of() const noexcept { return identity_.diff_of; }
   [[nodiscard]] const Schema& schema() const noexcept { return *schema_; }
   [[nodiscard]] MDB_txn* txn() const noexcept { return txn_.get(); }
 
  private:
   friend class StoreReader;
-  void ReadIdentity();
 
   const Environment* env_;
   const Schema* schema_;
   TxnHandle txn_;
-  Txid txid_;
-  uint64_t diff_of_ = 0;
+  Identity identity_;
 };
 
 /// Reads a store written by another process. One per process and store; never used after fork(2).
@@ -58,7 +63,8 @@ class StoreReader final {
   /// Name of the server that wrote the store.
   [[nodiscard]] const std::string& primary() const noexcept { return primary_; }
   [[nodiscard]] const std::string& path() const noexcept { return env_->path(); }
-  /// The state of this moment. The snapshot must not outlive the reader.
+  /// The state of this moment. The snapshot must not outlive the reader. Fails when the server has changed to another
+  /// data model since Open().
   common::Result<std::shared_ptr<Snapshot>> Take();
 
  private:
@@ -66,6 +72,7 @@ class StoreReader final {
 
   std::unique_ptr<Environment> env_;
   Schema schema_;
+  uint64_t fingerprint_ = 0;
   std::string primary_;
   std::shared_ptr<std::vector<TxnHandle>> idle_;  ///< reset transactions, for renewal
 };

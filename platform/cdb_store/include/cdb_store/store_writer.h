@@ -17,7 +17,6 @@ enum class CommitKind {
 };
 
 class StoreWriter;
-struct Identity;
 
 /// One transaction of the server: changes running and remembers what changed. Aborted by its destructor unless
 /// committed. Only one at a time. Errors leave it usable only for being dropped.
@@ -80,15 +79,19 @@ class WriteTxn final {
 /// The server's side of the store. One per directory, held by a lock file.
 class StoreWriter final {
  public:
-  /// Opens or creates the store for `schema`. A store written for a schema that stores data otherwise fails and is left
-  /// as it is. `primary` is the server's name for clients.
+  /// Opens or creates the store for `schema`. Rows written for another schema are carried over when all their nodes
+  /// exist in the new one with the same kind, type and keys (the restrictions of the new model are not checked here);
+  /// else it fails, naming the first that does not, and the store is left as it is. `primary` is the server's name for
+  /// clients.
   static common::Result<std::unique_ptr<StoreWriter>> Open(const StoreOptions& options, Schema schema,
                                                            const std::string& primary);
 
   [[nodiscard]] const Schema& schema() const noexcept { return schema_; }
   [[nodiscard]] const std::string& path() const noexcept { return env_->path(); }
   [[nodiscard]] bool created() const noexcept { return env_->created(); }
-  [[nodiscard]] const Txid& txid() const noexcept { return txid_; }
+  [[nodiscard]] const Txid& txid() const noexcept { return identity_.txid; }
+  /// The rows were stored for another schema and have been carried over to this one. The log was not touched.
+  [[nodiscard]] bool migrated() const noexcept { return migrated_; }
   common::Result<std::shared_ptr<Snapshot>> Take();
   common::Result<WriteTxn> Begin();
 
@@ -110,8 +113,8 @@ class StoreWriter final {
 
   std::unique_ptr<Environment> env_;
   Schema schema_;
-  Txid txid_;
-  uint64_t diff_of_ = 0;
+  Identity identity_;
+  bool migrated_ = false;
 };
 
 }  // namespace cdb_store

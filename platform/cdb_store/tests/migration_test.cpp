@@ -1,0 +1,137 @@
+// A store whose data model has changed between two starts of the server.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "cdb_store/path.h"
+#include "cdb_store/schema_builder.h"
+#include "cdb_store/store_writer.h"
+#include "cdb_store_testing/models.h"
+#include "cdb_store_testing/temp_dir.h"
+#include "cdb_store_testing/tree.h"
+
+namespace cdb_store {
+namespace {
+
+using testing::PathValue;
+
+/// What differs between two versions of a small model.
+struct Version {
+  bool more_before = false;  ///< nodes in front, so that every number moves
+  bool has_note = true;
+  ValueType size_type = ValueType::kInt32;
+  std::vector<EnumName> colours = {{"red", 1}, {"blue", 2}};
+  NodeKind box_kind = NodeKind::kContainer;
+  std::vector<std::string> keys = {"id", "part"};
+  bool operational = false;
+};
+
+Schema Build(const Version& version) {
+  SchemaBuilder builder;
+  const uint16_t ns = builder.AddNamespace({1, "p", "m", "urn:m"});
+  if (version.more_before) {
+    const NodeId front = builder.Add(kRootId, ns, {.kind = NodeKind::kList, .name = "front", .keys = {"k"}});
+    builder.Add(front, ns, {.name = "k", .type = ValueType::kUint8});
+  }
+  const NodeId box = builder.Add(kRootId, ns, {.kind = version.box_kind, .name = "box"});
+  if (version.more_before) builder.Add(box, ns, {.name = "first", .type = ValueType::kString});
+  builder.Add(box, ns, {.name = "size", .type = version.size_type});
+  builder.Add(box, ns, {.name = "colour", .type = ValueType::kEnum, .enums = version.colours});
+  if (version.has_note) builder.Add(box, ns, {.name = "note", .type = ValueType::kString});
+  const NodeId item = builder.Add(box, ns, {.kind = NodeKind::kList, .name = "item", .keys = version.keys});
+  builder.Add(item, ns, {.name = "id", .type = ValueType::kString});
+  builder.Add(item, ns, {.name = "part", .type = ValueType::kInt8});
+  if (version.more_before) builder.Add(item, ns, {.name = "extra", .type = ValueType::kEmpty});
+  builder.Add(item, ns, {.name = "weight", .type = ValueType::kUint16});
+  builder.Add(item, ns, {.kind = NodeKind::kLeafList, .name = "tag", .type = ValueType::kString});
+  if (version.operational) {
+    builder.Add(box, ns, {.name = "load", .config = false, .type = ValueType::kInt8});
+  }
+  return builder.Build().value();
+}
+
+const std::vector<PathValue> kTree = {{"/p:box/size", "7"},
+                                      {"/p:box/colour", "blue"},
+                                      {"/p:box/item{a 1}/weight", "3"},
+                                      {"/p:box/item{a 1}/tag{t}", ""},
+                                      {"/p:box/item{a 2}", ""}};
+
+struct MigrationCase {
+  const char* name;
+  Version version;
+  std::vector<PathValue> tree;
+  const char* problem;  ///< null: carried over
+};
+
+class Migration : public ::testing::TestWithParam<MigrationCase> {};
+
+TEST_P(Migration, CarriesTheRowsOverOrLeavesThem) {
+  const testing::TempDir dir;
+  std::vector<std::string> before;
+  Txid txid;
+  {
+    auto store = StoreWriter::Open({.path = dir.path(), .durable = false}, Build({}), "server").value();
+    testing::CommitTree(*store, {{"/p:box/size", "1"}});
+    txid = testing::CommitTree(*store, GetParam().tree);
+    before = testing::Dump(store->Take().value()->Running());
+  }
+  {
+    auto opened = StoreWriter::Open({.path = dir.path(), .durable = false}, Build(GetParam().version), "server");
+    ASSERT_EQ(opened.ok(), GetParam().problem == nullptr) << (opened.ok() ? "" : opened.error().Text());
+    if (!opened.ok()) {
+      EXPECT_EQ(opened.error().reason, GetParam().problem);
+    } else {
+      StoreWriter& store = *opened.value();
+      const auto snapshot = store.Take().value();
+      EXPECT_EQ(testing::Dump(snapshot->Running()), before);
+      EXPECT_EQ(store.txid(), txid) << "the configuration is the same";
+      const bool moved = store.migrated();
+      EXPECT_EQ(moved, store.schema().Fingerprint() != Build({}).Fingerprint());
+      if (moved) {
+        EXPECT_EQ(testing::Dump(snapshot->PreCommit()), before);
+        EXPECT_EQ(snapshot->diff_of(), 0U);
+      }
+      const Node& item = *store.schema().FindPath("/p:box/item");
+      EXPECT_EQ(snapshot->Running().Count(item, ""), GetParam().tree.size() > 2 ? 2U : 0U);
+      testing::CommitTree(store, {{"/p:box/size", "9"}});
+      EXPECT_EQ(testing::Dump(store.Take().value()->PreCommit()), before);
+      return;
+    }
+  }
+  auto store = StoreWriter::Open({.path = dir.path(), .durable = false}, Build({}), "server").value();
+  EXPECT_EQ(testing::Dump(store->Take().value()->Running()), before) << "left as it was";
+}
+
+#define GONE(path) "holds " path ", which the data model no longer has or stores in another way; nothing was changed"
+
+INSTANTIATE_TEST_SUITE_P(
+    All, Migration,
+    ::testing::Values(
+        MigrationCase{"Same", {}, kTree, nullptr}, MigrationCase{"NodesAdded", {.more_before = true}, kTree, nullptr},
+        MigrationCase{"OperationalNodeAdded", {.operational = true}, kTree, nullptr},
+        MigrationCase{"UnusedNodeRemoved", {.has_note = false}, kTree, nullptr},
+        MigrationCase{"UsedNodeRemoved", {.has_note = false}, {{"/p:box/note", "x"}}, GONE("/p:box/note")},
+        MigrationCase{"TypeChanged", {.size_type = ValueType::kInt64}, kTree, GONE("/p:box/size")},
+        MigrationCase{"EnumerationGrew", {.colours = {{"red", 1}, {"green", 3}, {"blue", 2}}}, kTree, nullptr},
+        MigrationCase{"EnumerationRenumbered", {.colours = {{"red", 2}, {"blue", 1}}}, kTree, GONE("/p:box/colour")},
+        MigrationCase{"ContainerGotPresence", {.box_kind = NodeKind::kPresenceContainer}, kTree, GONE("/p:box/size")},
+        MigrationCase{"KeysReordered", {.keys = {"part", "id"}}, kTree, GONE("/p:box/item{a 1}")}),
+    [](const auto& row) { return row.param.name; });
+
+TEST(MigrationOfAReader, AReaderWithTheOldModelIsTold) {
+  const testing::TempDir dir;
+  const auto open_once = [&](const Version& version) {
+    return StoreWriter::Open({.path = dir.path(), .durable = false}, Build(version), "server").ok();
+  };
+  ASSERT_TRUE(open_once({}));
+  const auto reader = StoreReader::Open(dir.path()).value();
+  ASSERT_TRUE(reader->Take().ok());
+  ASSERT_TRUE(open_once({.more_before = true}));
+  const auto snapshot = reader->Take();
+  ASSERT_FALSE(snapshot.ok());
+  EXPECT_EQ(snapshot.error().reason, "the server has another data model now: connect anew");
+}
+
+}  // namespace
+}  // namespace cdb_store
