@@ -7,13 +7,14 @@
 #include <cerrno>
 #include <utility>
 
+#include "meta_records.h"
+
 namespace cdb_store {
 namespace {
 
 constexpr mdb_mode_t kFileMode = 0660;
 constexpr unsigned kMaxReaders = 510;
 constexpr unsigned kTables = 5;
-constexpr const char* kFormatKey = "format";
 
 common::Error Foreign(const std::string& path, std::string reason) {
   return {"open configuration store", path, std::move(reason)};
@@ -87,7 +88,9 @@ common::Status Environment::OpenTables(bool writable) {
   } else {
     code = mdb_get(raw, meta, &key, &format);
     if (code == MDB_NOTFOUND) return Foreign(path_, "data.mdb holds something else; nothing was changed");
-    if (code == 0 && FromVal(format) != kStoreFormat) {
+    const bool known =
+        code != 0 || FromVal(format) == kStoreFormat || (writable && FromVal(format) == kFirstStoreFormat);
+    if (!known) {
       return Foreign(path_,
                      "was written by another version (\"" + std::string(FromVal(format)) + "\"); nothing was changed");
     }

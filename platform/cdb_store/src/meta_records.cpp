@@ -11,17 +11,20 @@ std::optional<std::string> ReadMeta(MDB_txn* txn, MDB_dbi meta, std::string_view
   return std::string(FromVal(data));
 }
 
-Identity ReadIdentityRecord(MDB_txn* txn, MDB_dbi meta) {
-  MDB_val key = ToVal(kIdentityKey);
-  MDB_val data{};
+std::optional<Identity> UnpackIdentity(std::string_view bytes) {
+  constexpr size_t kFirstSize = 20;
+  if (bytes.size() != kFirstSize && bytes.size() != kFirstSize + sizeof(uint64_t)) return std::nullopt;
   Identity identity;
-  if (mdb_get(txn, meta, &key, &data) != 0 || data.mv_size != 28) return identity;
-  const std::string_view bytes = FromVal(data);
   identity.txid.store = LoadInt<uint32_t>(bytes);
   identity.txid.number = LoadInt<uint64_t>(bytes.substr(4));
   identity.diff_of = LoadInt<uint64_t>(bytes.substr(12));
-  identity.fingerprint = LoadInt<uint64_t>(bytes.substr(20));
+  if (bytes.size() > kFirstSize) identity.fingerprint = LoadInt<uint64_t>(bytes.substr(kFirstSize));
   return identity;
+}
+
+Identity ReadIdentityRecord(MDB_txn* txn, MDB_dbi meta) {
+  const std::optional<std::string> bytes = ReadMeta(txn, meta, kIdentityKey);
+  return bytes ? UnpackIdentity(*bytes).value_or(Identity{}) : Identity{};
 }
 
 std::string PackIdentity(const Identity& identity) {

@@ -11,12 +11,17 @@
 /// The records of the meta table that both sides of the store use.
 namespace cdb_store {
 
+inline constexpr const char* kFormatKey = "format";
 inline constexpr const char* kSchemaKey = "schema";
 inline constexpr const char* kPrimaryKey = "primary";
 inline constexpr const char* kIdentityKey = "identity";
+inline constexpr const char* kModelKey = "model";
+inline constexpr const char* kOldFingerprintKey = "fingerprint";  ///< of the first format; part of the identity since
 
 std::optional<std::string> ReadMeta(MDB_txn* txn, MDB_dbi meta, std::string_view key);
-/// All zero when there is none.
+/// Nothing when the bytes are none. The record of the first format has no fingerprint.
+std::optional<Identity> UnpackIdentity(std::string_view bytes);
+/// All zero when there is none, or no whole one.
 Identity ReadIdentityRecord(MDB_txn* txn, MDB_dbi meta);
 std::string PackIdentity(const Identity& identity);
 

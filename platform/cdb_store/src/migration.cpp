@@ -16,12 +16,20 @@ namespace {
 
 using Records = std::vector<std::pair<std::string, std::string>>;
 
+/// A stored value of `from` says the same as one of `to`: by the type and, of an enumeration, by the name.
+bool SameType(const Node& from, const Node& to) {
+  return from.type == to.type && from.fraction_digits == to.fraction_digits;
+}
+
+bool SameName(const Node& from, const Node& to, std::string_view stored) {
+  return from.type != ValueType::kEnum || ValueToText(from, stored) == ValueToText(to, stored);
+}
+
+/// Every value of `from` says the same as one of `to`.
 bool SameValues(const Node& from, const Node& to) {
-  const auto is_kept = [&](const EnumName& name) {
-    return std::ranges::any_of(
-        to.enums, [&](const EnumName& other) { return other.name == name.name && other.value == name.value; });
-  };
-  return from.type == to.type && from.fraction_digits == to.fraction_digits && std::ranges::all_of(from.enums, is_kept);
+  return SameType(from, to) && std::ranges::all_of(from.enums, [&](const EnumName& name) {
+           return SameName(from, to, StoreInt(name.value));
+         });
 }
 
 /// Where the nodes of one schema are in another one.
@@ -46,9 +54,8 @@ class NodeMap final {
     return nullptr;
   }
   bool IsSame(const Node& node, const Node& other) const {
-    if (other.kind != node.kind || !other.config || other.key_index != node.key_index || !SameValues(node, other)) {
-      return false;
-    }
+    if (other.kind != node.kind || !other.config || other.key_index != node.key_index) return false;
+    if (node.kind == NodeKind::kLeafList ? !SameValues(node, other) : !SameType(node, other)) return false;
     const auto same_key = [&](NodeId a, NodeId b) {
       return from_.node(a).name == to_.node(b).name && SameValues(from_.node(a), to_.node(b));
     };
@@ -69,6 +76,8 @@ class Migration final {
     const std::optional<RecordKey> record = ParseRecordKey(record_key);
     if (!record || record->node >= from_.size()) return MDB_CORRUPTED;
     const Node& node = from_.node(record->node);
+    const Node& keyed = record->is_count ? from_.node(node.parent) : node;
+    if (KeysSizeAt(from_, keyed, record->keys) != record->keys.size()) return MDB_CORRUPTED;
     const Node* const target = map_[record->node];
     if (target == nullptr) return Refuse(node, record->keys);
     InstanceKey key(record->keys);
@@ -79,8 +88,12 @@ class Migration final {
     std::string row;
     PackedRowReader reader(value);
     while (const std::optional<PackedLeaf> leaf = reader.Next()) {
-      const Node* const target_leaf = leaf->id < from_.size() ? map_[leaf->id] : nullptr;
-      if (target_leaf == nullptr) return Refuse(from_.node(leaf->id), record->keys);
+      if (leaf->id >= from_.size()) return MDB_CORRUPTED;
+      const Node& leaf_node = from_.node(leaf->id);
+      const Node* const target_leaf = map_[leaf->id];
+      if (target_leaf == nullptr || !SameName(leaf_node, *target_leaf, leaf->value)) {
+        return Refuse(leaf_node, record->keys);
+      }
       row = WithLeaf(row, target_leaf->id, leaf->value);
     }
     records.emplace_back(key.Row(target->id), std::move(row));
@@ -115,6 +128,9 @@ common::Status Migrate(MDB_txn* txn, const Environment& env, const Schema& to) {
     return migration.Take(key, value);
   });
   if (!migration.problem().empty()) return common::Error{kOperation, env.path(), migration.problem()};
+  if (code == MDB_CORRUPTED) {
+    return common::Error{kOperation, env.path(), "data.mdb is damaged (a record is malformed); nothing was changed"};
+  }
   for (const MDB_dbi table : {env.running, env.pre_commit, env.diff}) {
     if (code == 0) code = mdb_drop(txn, table, 0);
   }

@@ -65,6 +65,12 @@ uint32_t NameHash(std::string_view name) {
   return hash == 0 ? 1 : hash;
 }
 
+uint64_t TextHash(std::string_view text) {
+  uint64_t hash = 14695981039346656037U;
+  for (const char c : text) hash = (hash ^ static_cast<uint8_t>(c)) * 1099511628211U;
+  return hash;
+}
+
 int Schema::FindNamespace(uint32_t hash) const {
   const auto it = std::ranges::find(namespaces_, hash, &Namespace::hash);
   return it == namespaces_.end() ? -1 : static_cast<int>(it - namespaces_.begin());
@@ -194,9 +200,7 @@ uint64_t Schema::Fingerprint() const {
       out.Put(name.value);
     }
   }
-  uint64_t hash = 14695981039346656037U;
-  for (const char c : out.data()) hash = (hash ^ static_cast<uint8_t>(c)) * 1099511628211U;
-  return hash;
+  return TextHash(out.data());
 }
 
 common::Status Schema::Complete() {

@@ -6,6 +6,7 @@
 
 #include "meta_records.h"
 #include "migration.h"
+#include "table.h"
 
 namespace cdb_store {
 namespace {
@@ -21,38 +22,56 @@ uint32_t NewStoreNumber() {
 }  // namespace
 
 common::Result<std::unique_ptr<StoreWriter>> StoreWriter::Open(const StoreOptions& options, Schema schema,
-                                                               const std::string& primary) {
+                                                               const std::string& primary, const ModelCheck& check) {
   auto env = Environment::OpenForWriting(options);
   if (!env) return env.error();
   std::unique_ptr<StoreWriter> store(new StoreWriter(std::move(env).value()));
   store->schema_ = std::move(schema);
-  if (auto status = store->AdoptOrCreate(primary); !status) return status.error();
+  if (auto status = store->AdoptOrCreate(primary, check); !status) return status.error();
   return store;
 }
 
-common::Status StoreWriter::AdoptOrCreate(const std::string& primary) {
+common::Status StoreWriter::AdoptOrCreate(const std::string& primary, const ModelCheck& check) {
+  constexpr const char* kOperation = "open configuration store";
   auto begun = env_->BeginWrite();
   if (!begun) return begun.error();
   TxnHandle txn = std::move(begun).value();
-  Identity identity = ReadIdentityRecord(txn.get(), env_->meta);
+  const std::optional<std::string> stored = ReadMeta(txn.get(), env_->meta, kIdentityKey);
+  const std::optional<Identity> known = stored ? UnpackIdentity(*stored) : Identity{};
+  MDB_stat rows{};
+  if (const int code = mdb_stat(txn.get(), env_->running, &rows); code != 0) {
+    return StoreError(kOperation, path(), code);
+  }
+  if (!known || (!stored && rows.ms_entries > 0)) {
+    return common::Error{kOperation, path(), "data.mdb is damaged (what names its state is gone); nothing was changed"};
+  }
+  Identity identity = *known;
   const uint64_t fingerprint = schema_.Fingerprint();
   if (identity.txid.store == 0) {
     identity.txid.store = NewStoreNumber();
-  } else if (identity.fingerprint != fingerprint) {
-    if (auto status = Migrate(txn.get(), *env_, schema_); !status) return status;
-    identity.diff_of = 0;
-    migrated_ = true;
+  } else {
+    if (identity.fingerprint != fingerprint) {
+      if (auto status = Migrate(txn.get(), *env_, schema_); !status) return status;
+      identity.diff_of = 0;
+      migrated_ = true;
+    }
+    if (check.allows && ReadMeta(txn.get(), env_->meta, kModelKey) != check.version) {
+      if (auto allowed = check.allows(View(schema_, txn.get(), env_->running)); !allowed) {
+        return common::Error{kOperation, path(),
+                             "holds what the data model does not allow: " + allowed.error().object + ": " +
+                                 allowed.error().reason + "; nothing was changed"};
+      }
+    }
   }
   identity.fingerprint = fingerprint;
-  const std::pair<const char*, std::string> records[] = {
-      {kSchemaKey, schema_.Serialise()}, {kPrimaryKey, primary}, {kIdentityKey, PackIdentity(identity)}};
+  const std::pair<const char*, std::optional<std::string>> records[] = {
+      {kFormatKey, kStoreFormat}, {kOldFingerprintKey, std::nullopt}, {kSchemaKey, schema_.Serialise()},
+      {kPrimaryKey, primary},     {kModelKey, check.version},         {kIdentityKey, PackIdentity(identity)}};
   bool changed = false;
   for (const auto& [name, value] : records) {
     if (ReadMeta(txn.get(), env_->meta, name) == value) continue;
     changed = true;
-    MDB_val key = ToVal(name);
-    MDB_val data = ToVal(value);
-    if (const int code = mdb_put(txn.get(), env_->meta, &key, &data, 0); code != 0) {
+    if (const int code = SetRecord(txn.get(), env_->meta, name, value); code != 0) {
       return StoreError("write configuration store", path(), code);
     }
   }

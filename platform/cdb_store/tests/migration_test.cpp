@@ -114,10 +114,114 @@ INSTANTIATE_TEST_SUITE_P(
         MigrationCase{"UsedNodeRemoved", {.has_note = false}, {{"/p:box/note", "x"}}, GONE("/p:box/note")},
         MigrationCase{"TypeChanged", {.size_type = ValueType::kInt64}, kTree, GONE("/p:box/size")},
         MigrationCase{"EnumerationGrew", {.colours = {{"red", 1}, {"green", 3}, {"blue", 2}}}, kTree, nullptr},
+        MigrationCase{"UnusedNameRemoved", {.colours = {{"blue", 2}}}, kTree, nullptr},
+        MigrationCase{"UsedNameRemoved", {.colours = {{"red", 1}}}, kTree, GONE("/p:box/colour")},
+        MigrationCase{"NameReplaced", {.colours = {{"red", 1}, {"green", 2}}}, kTree, GONE("/p:box/colour")},
         MigrationCase{"EnumerationRenumbered", {.colours = {{"red", 2}, {"blue", 1}}}, kTree, GONE("/p:box/colour")},
         MigrationCase{"ContainerGotPresence", {.box_kind = NodeKind::kPresenceContainer}, kTree, GONE("/p:box/size")},
         MigrationCase{"KeysReordered", {.keys = {"part", "id"}}, kTree, GONE("/p:box/item{a 1}")}),
     [](const auto& row) { return row.param.name; });
+
+/// A store that the first version of the software wrote.
+void WriteInFirstFormat(const std::string& path, bool with_identity = true) {
+  const auto env = Environment::OpenForWriting({.path = path}).value();
+  auto txn = env->BeginWrite().value();
+  const auto put = [&](std::string_view key, std::string_view value) {
+    MDB_val key_val = ToVal(key);
+    MDB_val data = ToVal(value);
+    ASSERT_EQ(mdb_put(txn.get(), env->meta, &key_val, &data, 0), 0);
+  };
+  MDB_val key = ToVal("identity");
+  MDB_val data{};
+  ASSERT_EQ(mdb_get(txn.get(), env->meta, &key, &data), 0);
+  put("identity", std::string(FromVal(data).substr(0, with_identity ? 20 : 19)));
+  put("format", "cdb-store 1");
+  put("fingerprint", "8 bytes.");
+  ASSERT_EQ(mdb_txn_commit(txn.release()), 0);
+}
+
+class FirstFormat : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    auto store = Open().value();
+    testing::CommitTree(*store, {{"/p:box/size", "1"}});
+    txid_ = testing::CommitTree(*store, kTree);
+    before_ = testing::Dump(store->Take().value()->Running());
+  }
+  common::Result<std::unique_ptr<StoreWriter>> Open() {
+    return StoreWriter::Open({.path = dir_.path(), .durable = false}, Build({}), "server");
+  }
+
+  testing::TempDir dir_;
+  Txid txid_;
+  std::vector<std::string> before_;
+};
+
+TEST_F(FirstFormat, IsCarriedOver) {
+  WriteInFirstFormat(dir_.path());
+  const auto early = StoreReader::Open(dir_.path());
+  ASSERT_FALSE(early.ok());
+  EXPECT_EQ(early.error().reason, "was written by another version (\"cdb-store 1\"); nothing was changed");
+  {
+    const auto store = Open().value();
+    EXPECT_TRUE(store->migrated());
+    EXPECT_EQ(store->txid(), txid_);
+    EXPECT_EQ(store->GetMeta("fingerprint"), std::nullopt);
+    EXPECT_EQ(store->GetMeta("format"), "cdb-store 2");
+    EXPECT_EQ(testing::Dump(store->Take().value()->Running()), before_);
+    EXPECT_EQ(testing::Dump(store->Take().value()->PreCommit()), before_);
+  }
+  EXPECT_FALSE(Open().value()->migrated());
+  EXPECT_TRUE(StoreReader::Open(dir_.path()).ok());
+}
+
+TEST_F(FirstFormat, WithoutAWholeIdentityItIsRefused) {
+  WriteInFirstFormat(dir_.path(), false);
+  const auto store = Open();
+  ASSERT_FALSE(store.ok());
+  EXPECT_EQ(store.error().reason, "data.mdb is damaged (what names its state is gone); nothing was changed");
+}
+
+class ChecksModel : public FirstFormat {
+ protected:
+  auto Open(const std::string& version, const Version& model = {}) {
+    const auto allows = [this](const View& running) -> common::Status {
+      asked_.push_back(testing::Dump(running));
+      if (refuses_) return common::Error{"", "/p:box/size", "too large"};
+      return common::Ok();
+    };
+    return StoreWriter::Open({.path = dir_.path(), .durable = false}, Build(model), "server", {version, allows});
+  }
+  using Dumps = std::vector<std::vector<std::string>>;
+  Dumps asked_;
+  bool refuses_ = false;
+};
+
+TEST_F(ChecksModel, TheModelIsAskedOncePerVersion) {
+  for (const char* version : {"1", "1", "2", "2", "1"}) ASSERT_TRUE(Open(version).ok());
+  ASSERT_TRUE(Open("1", {.more_before = true}).ok());
+  EXPECT_EQ(asked_, Dumps(3, before_)) << "1, 2 and 1 again; not when only its numbers moved";
+}
+
+TEST_F(ChecksModel, WhatTheModelRefusesIsLeftAsItIs) {
+  refuses_ = true;
+  const auto refused = Open("2", {.more_before = true});
+  ASSERT_FALSE(refused.ok());
+  EXPECT_EQ(refused.error().Text(), "open configuration store " + dir_.path() +
+                                        ": holds what the data model does not allow: /p:box/size: too large; nothing "
+                                        "was changed");
+  EXPECT_EQ(asked_, Dumps{before_}) << "asked of what was carried over";
+  refuses_ = false;
+  const auto store = FirstFormat::Open().value();
+  EXPECT_FALSE(store->migrated());
+  EXPECT_EQ(testing::Dump(store->Take().value()->Running()), before_);
+}
+
+TEST_F(ChecksModel, AnEmptyStoreIsNotAsked) {
+  const testing::TempDir fresh;
+  const auto allows = [](const View&) -> common::Status { return common::Error{"", "/", "asked"}; };
+  EXPECT_TRUE(StoreWriter::Open({.path = fresh.path(), .durable = false}, Build({}), "server", {"1", allows}).ok());
+}
 
 TEST(MigrationOfAReader, AReaderWithTheOldModelIsTold) {
   const testing::TempDir dir;

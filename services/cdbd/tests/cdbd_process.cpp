@@ -26,8 +26,8 @@ CdbdProcess::~CdbdProcess() {
 }
 
 void CdbdProcess::Spawn() {
-  std::vector<std::string> command{CDBD_EXECUTABLE, "--run-dir", RunDir(),       "--state-dir",
-                                   StateDir(),      "--models",  CDBD_MODELS_DIR};
+  std::vector<std::string> command{CDBD_EXECUTABLE, "--run-dir", RunDir(), "--state-dir",
+                                   StateDir(),      "--models",  models_};
   command.insert(command.end(), options_.begin(), options_.end());
   process_ = std::make_unique<ChildProcess>(command, ChildProcess::Environment{}, root_ + "/cdbd");
 }

@@ -25,6 +25,8 @@ class CdbdProcess final {
   CdbdProcess& operator=(const CdbdProcess&) = delete;
   ~CdbdProcess();
 
+  /// Where the next start finds its modules; CDBD_MODELS_DIR without it.
+  void SetModels(std::string directory) { models_ = std::move(directory); }
   /// Starts it and waits until it listens.
   void Start();
   /// Starts it, expecting that it ends by itself: its exit status, or -1 when it does not end.
@@ -47,6 +49,7 @@ class CdbdProcess final {
   void Spawn();
 
   std::vector<std::string> options_;
+  std::string models_ = CDBD_MODELS_DIR;
   std::string root_;
   std::unique_ptr<ChildProcess> process_;
 };

@@ -12,7 +12,8 @@
 namespace cdb_store {
 
 inline constexpr size_t kDefaultMapSize = size_t{1} << 30;
-inline constexpr const char* kStoreFormat = "cdb-store 1";
+inline constexpr const char* kStoreFormat = "cdb-store 2";
+inline constexpr const char* kFirstStoreFormat = "cdb-store 1";  ///< the server carries it over
 
 /// An LMDB read or write transaction; aborted unless committed. Wraps `mdb_txn_abort`.
 struct AbortTxn {

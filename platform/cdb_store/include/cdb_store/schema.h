@@ -121,4 +121,7 @@ class Schema final {
 /// Hash for nodes and namespaces that are given no number of their own (32-bit FNV-1a).
 uint32_t NameHash(std::string_view name);
 
+/// Hash for telling long texts apart (64-bit FNV-1a).
+uint64_t TextHash(std::string_view text);
+
 }  // namespace cdb_store

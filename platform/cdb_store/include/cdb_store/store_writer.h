@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -76,15 +77,22 @@ class WriteTxn final {
   bool other_changes_ = false;                                          ///< of meta or log
 };
 
+/// What the server says of its data model beyond what the schema has of it.
+struct ModelCheck {
+  std::string version;  ///< another one whenever a word of the model changes
+  /// Whether the model allows the configuration; the error names the node in `object`. Asked when the configuration was
+  /// stored under another version; null: not asked.
+  std::function<common::Status(const View&)> allows;
+};
+
 /// The server's side of the store. One per directory, held by a lock file.
 class StoreWriter final {
  public:
-  /// Opens or creates the store for `schema`. Rows written for another schema are carried over when all their nodes
-  /// exist in the new one with the same kind, type and keys (the restrictions of the new model are not checked here);
-  /// else it fails, naming the first that does not, and the store is left as it is. `primary` is the server's name for
-  /// clients.
+  /// Opens or creates the store for `schema`. Rows written for another schema are carried over, in one transaction,
+  /// when all their nodes exist in the new one with the same kind, type and keys and `check` allows the whole; else it
+  /// fails, naming the first that does not, and the store is left as it is. `primary` is the server's name for clients.
   static common::Result<std::unique_ptr<StoreWriter>> Open(const StoreOptions& options, Schema schema,
-                                                           const std::string& primary);
+                                                           const std::string& primary, const ModelCheck& check = {});
 
   [[nodiscard]] const Schema& schema() const noexcept { return schema_; }
   [[nodiscard]] const std::string& path() const noexcept { return env_->path(); }
@@ -109,7 +117,7 @@ class StoreWriter final {
  private:
   friend class WriteTxn;
   explicit StoreWriter(std::unique_ptr<Environment> env) : env_{std::move(env)} {}
-  common::Status AdoptOrCreate(const std::string& primary);
+  common::Status AdoptOrCreate(const std::string& primary, const ModelCheck& check);
 
   std::unique_ptr<Environment> env_;
   Schema schema_;

@@ -3,6 +3,7 @@
 #include <spdlog/spdlog.h>
 
 #include "common/paths.h"
+#include "edit/stored_check.h"
 #include "netconf/server.h"
 #include "ops/operations.h"
 #include "programs/program_server.h"
@@ -46,8 +47,12 @@ common::Result<std::unique_ptr<DatabaseServer>> DatabaseServer::Start(common::Ev
   store_options.path = options.state_dir + "/cdb";
   store_options.map_size = options.map_size;
   store_options.durable = options.durable;
-  auto store = cdb_store::StoreWriter::Open(store_options, model.value()->schema(), "cdbd");
+  const cdb_store::ModelCheck check{
+      model.value()->version(),
+      [&model](const cdb_store::View& running) { return CheckStored(*model.value(), running); }};
+  auto store = cdb_store::StoreWriter::Open(store_options, model.value()->schema(), "cdbd", check);
   if (!store) return store.error();
+  if (store.value()->migrated()) spdlog::info("carried {} over to this data model", store.value()->path());
 
   auto parts = std::make_unique<Parts>(loop, options, std::move(model).value(), std::move(store).value());
   Core& core = *parts->core;

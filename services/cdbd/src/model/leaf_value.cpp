@@ -52,6 +52,23 @@ std::string MapPrefixes(std::string_view text, Replace with) {
 
 }  // namespace
 
+std::optional<std::string> CanonicalValue(const Model& model, const Node& leaf, std::string_view text,
+                                          RpcError* error) {
+  ly_err_clean(const_cast<ly_ctx*>(model.context()), nullptr);
+  const char* canonical = nullptr;
+  const LY_ERR valid = lyd_value_validate(model.context(), model.extras(leaf).schema, text.data(), text.size(), nullptr,
+                                          nullptr, &canonical);
+  if (valid != LY_SUCCESS && valid != LY_EINCOMPLETE) {
+    const Complaint complaint = LastComplaint(model.context());
+    error->message = complaint.message;
+    error->app_tag = complaint.app_tag;
+    return std::nullopt;
+  }
+  std::string value = canonical != nullptr ? canonical : "";
+  lydict_remove(model.context(), canonical);
+  return value;
+}
+
 std::optional<std::string> StoredValue(const Model& model, const Node& leaf, const netconf::XmlElement& element,
                                        RpcError* error) {
   error->tag = "invalid-value";
@@ -72,18 +89,9 @@ std::optional<std::string> StoredValue(const Model& model, const Node& leaf, con
     });
     text = mapped;
   }
-  ly_err_clean(const_cast<ly_ctx*>(model.context()), nullptr);
-  const char* canonical = nullptr;
-  const LY_ERR valid =
-      lyd_value_validate(model.context(), schema, text.data(), text.size(), nullptr, nullptr, &canonical);
-  if (valid != LY_SUCCESS && valid != LY_EINCOMPLETE) {
-    const Complaint complaint = LastComplaint(model.context());
-    error->message = complaint.message;
-    error->app_tag = complaint.app_tag;
-    return std::nullopt;
-  }
-  auto stored = cdb_store::ValueFromText(leaf, canonical != nullptr ? canonical : "");
-  lydict_remove(model.context(), canonical);
+  const std::optional<std::string> canonical = CanonicalValue(model, leaf, text, error);
+  if (!canonical) return std::nullopt;
+  auto stored = cdb_store::ValueFromText(leaf, *canonical);
   if (!stored) {
     error->message = stored.error().Text();
     return std::nullopt;

@@ -14,6 +14,11 @@ namespace cdbd {
 std::optional<std::string> StoredValue(const Model& model, const cdb_store::Node& leaf,
                                        const netconf::XmlElement& element, RpcError* error);
 
+/// The canonical form of `text`, in which prefixes are names of modules, when it is a value of `leaf`; a reference is not
+/// followed. On failure nothing, and app-tag and message of `error` say why.
+std::optional<std::string> CanonicalValue(const Model& model, const cdb_store::Node& leaf, std::string_view text,
+                                          RpcError* error);
+
 /// Appends `text`, the canonical value of `leaf`, as the content of its element: "<name", what namespaces the value
 /// needs, ">", the text. The element's own namespace declaration is `xmlns` ("" or " xmlns=...").
 void AppendLeafElement(const Model& model, const cdb_store::Node& leaf, std::string_view xmlns, std::string_view text,

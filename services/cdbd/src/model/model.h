@@ -55,6 +55,8 @@ class Model final {
   [[nodiscard]] bool KnowsNamespace(std::string_view uri) const;
   /// Changes whenever the set of modules does.
   [[nodiscard]] const std::string& content_id() const noexcept { return content_id_; }
+  /// Changes whenever anything does that a module says of its data, restrictions and rules included.
+  [[nodiscard]] const std::string& version() const noexcept { return version_; }
 
  private:
   friend class SchemaCompiler;
@@ -65,6 +67,7 @@ class Model final {
   std::vector<NodeExtras> extras_;
   bool has_constraints_ = false;
   std::string content_id_;
+  std::string version_;
 };
 
 /// libyang's last complaint; what it does not say is empty.

@@ -122,6 +122,22 @@ common::Status SchemaCompiler::Run() {
                (module->implemented != 0 ? "+" : "") + "\n";
   model_.content_id_ = std::to_string(cdb_store::NameHash(modules));
   FindRivals();
+  return SetVersion();
+}
+
+// The compiled form has what augments, deviations, features and typedefs of other modules make of a module.
+common::Status SchemaCompiler::SetVersion() {
+  std::string text;
+  uint32_t index = 0;
+  while (const lys_module* module = ly_ctx_get_module_iter(model_.context_.get(), &index)) {
+    if (module->implemented == 0 || module->compiled == nullptr || module->compiled->data == nullptr) continue;
+    char* printed = nullptr;
+    if (lys_print_mem(&printed, module, LYS_OUT_YANG_COMPILED, 0) != LY_SUCCESS)
+      return Error{"read data model", module->name, LastComplaint(model_.context_.get()).message};
+    text += printed;
+    std::free(printed);
+  }
+  model_.version_ = std::to_string(cdb_store::TextHash(text));
   return common::Ok();
 }
 

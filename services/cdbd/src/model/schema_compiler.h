@@ -24,6 +24,7 @@ class SchemaCompiler final {
   uint16_t NamespaceOf(const lys_module& module);
   void NoteConstraints(const lysc_node& node);
   void FindRivals();
+  common::Status SetVersion();
 
   Model& model_;
   cdb_store::SchemaBuilder builder_;
