@@ -47,9 +47,9 @@ common::Result<std::unique_ptr<DatabaseServer>> DatabaseServer::Start(common::Ev
   store_options.path = options.state_dir + "/cdb";
   store_options.map_size = options.map_size;
   store_options.durable = options.durable;
-  const cdb_store::ModelCheck check{
-      model.value()->version(),
-      [&model](const cdb_store::View& running) { return CheckStored(*model.value(), running); }};
+  const cdb_store::ModelCheck check{model.value()->version(), [&model](const cdb_store::View& running) {
+                                      return CheckStored(*model.value(), running);
+                                    }};
   auto store = cdb_store::StoreWriter::Open(store_options, model.value()->schema(), "cdbd", check);
   if (!store) return store.error();
   if (store.value()->migrated()) spdlog::info("carried {} over to this data model", store.value()->path());

@@ -14,8 +14,8 @@ namespace cdbd {
 std::optional<std::string> StoredValue(const Model& model, const cdb_store::Node& leaf,
                                        const netconf::XmlElement& element, RpcError* error);
 
-/// The canonical form of `text`, in which prefixes are names of modules, when it is a value of `leaf`; a reference is not
-/// followed. On failure nothing, and app-tag and message of `error` say why.
+/// The canonical form of `text`, in which prefixes are names of modules, when it is a value of `leaf`; a reference is
+/// not followed. On failure nothing, and app-tag and message of `error` say why.
 std::optional<std::string> CanonicalValue(const Model& model, const cdb_store::Node& leaf, std::string_view text,
                                           RpcError* error);
 
