@@ -42,6 +42,7 @@ struct EventLoop::State {
   std::map<std::pair<Clock::time_point, TimerId>, Task> timers;
   std::unordered_map<TimerId, Clock::time_point> deadline_of_timer;
   std::deque<Task> deferred;
+  std::vector<epoll_event> ready;  // the last turn's memory
   bool stopped = false;
   bool destroyed = false;
 
@@ -173,7 +174,8 @@ int EventLoop::RunOnce(std::chrono::milliseconds timeout) {
 int EventLoop::Turn(std::shared_ptr<State> state, std::chrono::milliseconds timeout, const bool* running) {
   state->RunDeferred();
   if (state->destroyed) return 0;
-  std::vector<epoll_event> ready(state->sources.size() + 1);
+  std::vector<epoll_event> ready = std::move(state->ready);  // a callback may come here
+  ready.resize(state->sources.size() + 1);
   const int count =
       ::epoll_wait(state->epoll.get(), ready.data(), static_cast<int>(ready.size()), state->WaitTime(timeout));
   if (count < 0) return errno == EINTR ? 0 : errno;
@@ -192,6 +194,7 @@ int EventLoop::Turn(std::shared_ptr<State> state, std::chrono::milliseconds time
     source->callback(event.events);
     state->RunDeferred();
   }
+  state->ready = std::move(ready);
   state->DispatchTimers(running);
   return 0;
 }

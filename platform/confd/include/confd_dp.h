@@ -62,7 +62,8 @@ int confd_register_trans_cb(struct confd_daemon_ctx* dctx, const struct confd_tr
 int confd_register_data_cb(struct confd_daemon_ctx* dctx, const struct confd_data_cbs* cbs);
 int confd_register_done(struct confd_daemon_ctx* dctx);
 
-/// Reads one message from a control or worker socket and runs one callback. CONFD_EOF when the peer is gone.
+/// Reads one packet from a control or worker socket and runs the callbacks that it asks for: that of a transaction, or
+/// those of a row and of the rows after it, for at most some ten milliseconds. CONFD_EOF when the peer is gone.
 int confd_fd_ready(struct confd_daemon_ctx* dctx, int fd);
 
 /// Assigns the transaction to a worker socket; called from the `init` callback.

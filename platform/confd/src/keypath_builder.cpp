@@ -21,11 +21,11 @@ void KeypathBuilder::PushNode(const Node& node) {
 void KeypathBuilder::PushKeys(const Node& node, std::string_view keys) {
   assert(size_ < MAXDEPTH);
   Element& element = elements_[size_++];
-  std::vector<std::string> own = cdb_store::OwnKeys(*schema_, node, keys);
+  element.strings = cdb_store::OwnKeys(*schema_, node, keys);
+  const std::vector<std::string>& own = element.strings;
   for (size_t i = 0; i < own.size(); ++i) {
     const Node& leaf = node.kind == cdb_store::NodeKind::kLeafList ? node : schema_->node(node.keys[i]);
-    element.strings[i] = std::move(own[i]);
-    element.values[i] = BorrowValue(*schema_, leaf, element.strings[i]);
+    element.values[i] = BorrowValue(*schema_, leaf, own[i]);
   }
   CONFD_SET_NOEXISTS(&element.values[own.size()]);
   element.count = own.size() + 1;

@@ -3,6 +3,7 @@
 #include <array>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "cdb_store/schema.h"
 #include "confd_lib.h"
@@ -27,7 +28,7 @@ class KeypathBuilder final {
   struct Element {
     size_t count = 0;  ///< values in use
     std::array<confd_value_t, MAXKEYLEN> values;
-    std::array<std::string, MAXKEYLEN> strings;  ///< what C_BUF and C_BINARY values point at
+    std::vector<std::string> strings;  ///< what C_BUF and C_BINARY values point at
   };
 
   const cdb_store::Schema* schema_;

@@ -16,6 +16,20 @@ std::shared_ptr<Worker> Daemon::FindWorker(int fd) const {
   return found == workers.end() ? nullptr : *found;
 }
 
+int Worker::Send(const std::string& message) {
+  if (!answers) return connection->Send(message);
+  if (!answers->empty() && answers->SizeWith(message.size()) > confd_wire::kMaxMessage) {
+    if (const int result = connection->Send(answers->Take()); result != CONFD_OK) return result;
+  }
+  answers->AddEncoded(message);
+  return CONFD_OK;
+}
+
+int AnswersTogether::Send() const {
+  if (!outermost_ || worker_.answers->empty()) return CONFD_OK;
+  return worker_.connection->Send(worker_.answers->Take());
+}
+
 Provider& Provider::Get() {
   static auto* const provider = new Provider;
   return *provider;
@@ -77,6 +91,7 @@ void Provider::End(const std::shared_ptr<Transaction>& transaction, Transaction:
   transaction->is_owed = is_owed(transaction->next_key) || is_owed(transaction->object);
   transaction->next_key.reset();
   transaction->object.reset();
+  transaction->next_row.reset();
   transaction->worker.reset();
   if (!transaction->is_owed) Quarantine(transaction);
 }

@@ -25,6 +25,30 @@ namespace confd {
 struct Worker {
   std::shared_ptr<Connection> connection;
   uint64_t id = 0;
+  /// While a packet of requests is handled: the answers so far, which go back together.
+  std::optional<confd_wire::PacketOfSeveral> answers;
+
+  /// Sends one message, or keeps it with the other answers.
+  int Send(const std::string& message);
+};
+
+/// Keeps the answers of a worker for one packet as long as it lives; one within another changes nothing. What was not
+/// sent is dropped: its callback did not come to its end.
+class AnswersTogether final {
+ public:
+  explicit AnswersTogether(Worker& worker) : worker_{worker}, outermost_{!worker.answers} {
+    if (outermost_) worker_.answers.emplace();
+  }
+  ~AnswersTogether() {
+    if (outermost_) worker_.answers.reset();
+  }
+  AnswersTogether(const AnswersTogether&) = delete;
+  AnswersTogether& operator=(const AnswersTogether&) = delete;
+  [[nodiscard]] int Send() const;
+
+ private:
+  Worker& worker_;
+  const bool outermost_;
 };
 
 struct Daemon {
@@ -46,6 +70,13 @@ struct OpenRequest {
   uint64_t id = 0;
   const cdb_store::Node* node = nullptr;
   bool delayed = false;  ///< the callback has returned CONFD_DELAYED_RESPONSE
+  uint16_t ahead = 0;    ///< get_next: pairs that may follow without being asked for
+};
+
+/// The key of a row with which the library goes on by itself.
+struct NextRow {
+  std::vector<confd_wire::Value> keys;
+  int64_t next = -1;
 };
 
 struct Transaction {
@@ -58,6 +89,7 @@ struct Transaction {
   std::optional<OpenRequest> next_key;            ///< a get_next
   std::optional<OpenRequest> object;              ///< a get_object
   std::optional<OpenRequest>* current = nullptr;  ///< the one whose callback runs
+  std::optional<NextRow> next_row;                ///< promised to the server by the get_next whose callback runs
   bool is_owed = false;  ///< ended with a delayed request unanswered: the application may still come with it
 };
 

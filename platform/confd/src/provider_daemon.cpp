@@ -42,7 +42,7 @@ int confd_connect(confd_daemon_ctx* dctx, int sock, confd_sock_type type, const 
     daemon->id = reply.id;
   } else {
     std::erase_if(daemon->workers, [sock](const auto& old) { return old->connection->fd() == sock; });
-    daemon->workers.push_back(std::make_shared<confd::Worker>(confd::Worker{std::move(connection), reply.id}));
+    daemon->workers.push_back(std::make_shared<confd::Worker>(confd::Worker{std::move(connection), reply.id, {}}));
   }
   return CONFD_OK;
 }

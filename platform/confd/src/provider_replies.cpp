@@ -43,7 +43,7 @@ int Answer(const std::shared_ptr<Transaction>& transaction, std::optional<OpenRe
   }
   open.reset();
   const std::shared_ptr<confd::Worker> worker = transaction->worker;
-  const int result = worker->connection->Send(packet);
+  const int result = worker->Send(packet);
   if (result != CONFD_EOF) return result;
   Provider::Get().EndAll(*transaction->daemon, worker.get(), Transaction::State::kConnectionGone);
   return Fail(CONFD_ERR_BADSTATE,
@@ -86,7 +86,15 @@ int confd_data_reply_next_key(confd_trans_ctx* tctx, const confd_value_t* keys, 
     const cdb_store::Schema& schema = *confd::Client::Get().schema();
     if (const int result = ToKeys(schema, *(*open)->node, keys, n, reply.keys); result != CONFD_OK) return result;
   }
-  return Answer(transaction, *open, std::move(reply));
+  // On with the row by itself: only from within the callback, and not while its row's object is still owed, which would
+  // stand in the way of the next one's.
+  if (!reply.end && (*open)->ahead > 0 && transaction->current == open && !transaction->object) {
+    reply.goes_on = true;
+    transaction->next_row = confd::NextRow{reply.keys, next};
+  }
+  const int result = Answer(transaction, *open, std::move(reply));
+  if (result != CONFD_OK) transaction->next_row.reset();
+  return result;
 }
 
 int confd_data_reply_tag_value_array(confd_trans_ctx* tctx, const confd_tag_value_t* values, int n) {

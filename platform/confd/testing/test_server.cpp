@@ -78,12 +78,7 @@ std::string TestServer::Answer(char wanted) {
   while (true) {
     std::string packet = ReadInTime(control_.get());
     if (packet[0] == wanted) return packet;
-    common::ByteReader in(packet);
-    in.Get<char>();
-    Packet received;
-    received.connection = in.Get<uint64_t>();
-    received.bytes = in.GetString();
-    packets_.push_back(std::move(received));
+    Keep(packet);
   }
 }
 
@@ -131,15 +126,22 @@ void TestServer::Close(uint64_t connection) {
   Answer('B');
 }
 
+void TestServer::Keep(std::string_view received) {
+  common::ByteReader in(received);
+  in.Get<char>();
+  const auto connection = in.Get<uint64_t>();
+  ++received_;
+  confd_wire::ForEachMessage(in.GetString(), [&](std::string_view message) {
+    packets_.push_back({connection, std::string{message}, received_});
+    return true;
+  });
+}
+
 Packet TestServer::Receive() {
   while (packets_.empty()) {
     const std::string packet = ReadInTime(control_.get());
-    common::ByteReader in(packet);
-    if (in.Get<char>() != 'M') Die("unexpected answer");
-    Packet received;
-    received.connection = in.Get<uint64_t>();
-    received.bytes = in.GetString();
-    packets_.push_back(std::move(received));
+    if (packet[0] != 'M') Die("unexpected answer");
+    Keep(packet);
   }
   Packet packet = std::move(packets_.front());
   packets_.pop_front();

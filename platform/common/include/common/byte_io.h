@@ -20,6 +20,10 @@ class ByteWriter final {
     Put(static_cast<uint32_t>(text.size()));
     buffer_.append(text);
   }
+  /// Overwrites what was put `offset` bytes from the start.
+  template <class T>
+  requires std::is_integral_v<T>
+  void PutAt(size_t offset, T value) { std::memcpy(buffer_.data() + offset, &value, sizeof value); }
   [[nodiscard]] const std::string& data() const noexcept { return buffer_; }
   [[nodiscard]] std::string Take() { return std::move(buffer_); }
 

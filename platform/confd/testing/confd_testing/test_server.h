@@ -31,9 +31,11 @@ inline Edit Put(std::string path, std::string value = "") {
 }
 inline Edit Remove(std::string path) { return {Edit::Kind::kRemove, std::move(path), ""}; }
 
+/// A message, alone in its packet or not.
 struct Packet {
   uint64_t connection = 0;
-  std::string bytes;  ///< empty: the connection was closed
+  std::string bytes;    ///< empty: the connection was closed
+  uint64_t number = 0;  ///< messages of one packet share it
 };
 
 /// Every wait ends the test process with a message after this long.
@@ -63,7 +65,7 @@ class TestServer final {
     SendBytes(connection, confd_wire::Encode(message));
   }
   void Close(uint64_t connection);
-  /// The next packet of any client, in order of arrival.
+  /// The next message of any client, in order of arrival.
   Packet Receive();
   /// The next message of this type; others are skipped. Its connection in `connection`.
   template <class M>
@@ -86,12 +88,14 @@ class TestServer final {
   void Start();
   void Command(const std::string& command);
   std::string Answer(char wanted);
+  void Keep(std::string_view received);
 
   cdb_store::Schema schema_;
   cdb_store::testing::TempDir dir_;
   common::UniqueFd control_;
   pid_t pid_ = -1;
   std::deque<Packet> packets_;
+  uint64_t received_ = 0;  ///< packets
   std::vector<int32_t> triggered_;
 };
 

@@ -124,4 +124,16 @@ void AppendLeafElement(const Model& model, const Node& leaf, std::string_view xm
   out->append("</").append(leaf.name).append(">");
 }
 
+std::string Xmlns(const cdb_store::Schema& schema, const Node& node) {
+  const Node& parent = schema.node(node.parent);
+  if (parent.id != cdb_store::kRootId && parent.ns == node.ns) return {};
+  return " xmlns=\"" + netconf::EscapedAttribute(schema.ns(node).uri) + "\"";
+}
+
+bool SameValue(const Node& leaf, std::string_view canonical, std::string_view asked) {
+  if (canonical == asked) return true;
+  const auto stored = cdb_store::ValueFromText(leaf, asked);
+  return stored.ok() && cdb_store::ValueToText(leaf, stored.value()) == canonical;
+}
+
 }  // namespace cdbd

@@ -6,6 +6,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 namespace cdbd {
 namespace {
@@ -61,14 +62,16 @@ void Connection::Flush() {
     const std::string& packet = unsent_.front();
     if (::send(fd_.get(), packet.data(), packet.size(), MSG_NOSIGNAL) < 0) {
       if (errno == EINTR) continue;
-      if (errno == EAGAIN) {
-        loop_.ModifyFd(fd_.get(), EPOLLIN | EPOLLOUT);
-        return;
-      }
+      if (errno == EAGAIN) return WatchOutput(true);
     }
     unsent_.pop_front();
   }
-  loop_.ModifyFd(fd_.get(), EPOLLIN);
+  WatchOutput(false);
+}
+
+void Connection::WatchOutput(bool watch) {
+  if (std::exchange(watches_output_, watch) == watch) return;
+  loop_.ModifyFd(fd_.get(), watch ? EPOLLIN | EPOLLOUT : EPOLLIN);
 }
 
 }  // namespace cdbd

@@ -45,6 +45,7 @@ class Connection final {
  private:
   void OnEvents(uint32_t events);
   void Flush();
+  void WatchOutput(bool watch);
 
   common::EventLoop& loop_;
   common::UniqueFd fd_;
@@ -52,6 +53,7 @@ class Connection final {
   const pid_t pid_;
   Callbacks callbacks_;
   std::deque<std::string> unsent_;
+  bool watches_output_ = false;
   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };
 

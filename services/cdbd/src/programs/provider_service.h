@@ -27,11 +27,10 @@ struct Daemon {
 };
 
 /// The data providers. Every Fetch() is a transaction with one of them: any number go on at a time, and each is only a
-/// state here. The object of a row and the key after it are asked for together, so that a row costs one round trip.
-/// Loop thread only.
+/// state here. Loop thread only.
 class ProviderService final : public Providers {
  public:
-  /// `limit`: for a provider to answer one request.
+  /// `limit`: for a provider to answer what it was asked for together.
   ProviderService(common::EventLoop& loop, const cdb_store::Schema& schema, std::chrono::milliseconds limit);
   ~ProviderService() override;
 
@@ -52,22 +51,16 @@ class ProviderService final : public Providers {
   bool OnRegister(Connection& connection, std::string_view packet);
   void OnInit(Connection& connection, std::string_view packet, bool* understood);
   bool OnReply(Connection& connection, std::string_view packet);
-  void OnNextKey(Transaction& transaction, std::string_view packet);
-  void OnObject(Transaction& transaction, uint64_t request, std::string_view packet);
-  void AskNextKey(Transaction& transaction, int64_t next);
-  void CheckEnd(Transaction& transaction);
+  void GoOn(int32_t thandle);
   void OnTimer(int32_t thandle);
   void End(int32_t thandle, std::optional<std::string> error);
-  [[nodiscard]] Transaction* ByRequest(const Connection& worker, uint64_t request);
 
   common::EventLoop& loop_;
   const cdb_store::Schema& schema_;
   const std::chrono::milliseconds limit_;
   std::map<uint64_t, Daemon> daemons_;  ///< by control connection
   std::map<int32_t, std::unique_ptr<Transaction>> transactions_;
-  std::map<uint64_t, int32_t> requests_;  ///< open ones, with their transaction
   int32_t last_thandle_ = 0;
-  uint64_t last_request_ = 0;
 };
 
 }  // namespace cdbd

@@ -14,20 +14,9 @@ using cdb_store::NodeKind;
 
 }  // namespace
 
-const std::string* ProvidedRow::Find(NodeId id) const {
-  const auto found = std::find_if(leaves.begin(), leaves.end(), [id](const auto& leaf) { return leaf.first == id; });
-  return found == leaves.end() ? nullptr : &found->second;
-}
-
-bool SameValue(const Node& leaf, std::string_view canonical, std::string_view asked) {
-  if (canonical == asked) return true;
-  const auto stored = cdb_store::ValueFromText(leaf, asked);
-  return stored.ok() && cdb_store::ValueToText(leaf, stored.value()) == canonical;
-}
-
 void DataWriter::Write(const Selection& selection, std::string* out) {
   const Node& root = schema_.root();
-  WriteChildren(root, {{}, view_.Row(root, {}).value_or(std::string_view{}), nullptr}, selection, out);
+  WriteChildren(root, {{}, view_.Row(root, {}).value_or(std::string_view{})}, selection, out);
 }
 
 bool DataWriter::WriteChildren(const Node& parent, const Holder& holder, const Selection& selection, std::string* out) {
@@ -50,8 +39,8 @@ bool DataWriter::WriteChild(const Node& node, const Holder& holder, const Select
     case NodeKind::kList:
       return WriteList(node, holder, candidates, out);
     case NodeKind::kPresenceContainer: {
-      const auto row = holder.provided != nullptr ? std::nullopt : view_.Row(node, holder.keys);
-      return row.has_value() && WriteInstance(node, {holder.keys, *row, nullptr}, candidates, out);
+      const auto row = view_.Row(node, holder.keys);
+      return row.has_value() && WriteInstance(node, {holder.keys, *row}, candidates, out);
     }
     default:
       return WriteInstance(node, holder, candidates, out);
@@ -65,7 +54,7 @@ bool DataWriter::WriteInstance(const Node& node, const Holder& instance, const S
       SelectInstance(candidates, [&](const auto& element) { return Matches(node, instance, element); });
   if (selection.nothing()) return false;
   const size_t start = out->size();
-  out->append("<").append(node.name).append(Xmlns(node)).append(">");
+  out->append("<").append(node.name).append(Xmlns(schema_, node)).append(">");
   const size_t content = out->size();
   bool wrote = selection.all && node.kind != NodeKind::kContainer;
   for (const NodeId id : node.keys) {
@@ -96,7 +85,7 @@ bool DataWriter::WriteLeaf(const Node& node, const Holder& holder, const Selecti
   const auto text = LeafText(node, holder);
   if (!text || !SelectsLeaf(candidates, [&](std::string_view asked) { return SameValue(node, *text, asked); }))
     return false;
-  AppendLeafElement(model_, node, Xmlns(node), *text, out);
+  AppendLeafElement(model_, node, Xmlns(schema_, node), *text, out);
   return true;
 }
 
@@ -109,7 +98,7 @@ bool DataWriter::WriteLeafList(const Node& node, const Holder& holder, const Sel
     if (value.size() != 1) continue;
     const std::string text = cdb_store::ValueToText(node, value[0]);
     if (!SelectsLeaf(candidates, [&](std::string_view asked) { return SameValue(node, text, asked); })) continue;
-    AppendLeafElement(model_, node, Xmlns(node), text, out);
+    AppendLeafElement(model_, node, Xmlns(schema_, node), text, out);
     wrote = true;
   }
   return wrote;
@@ -118,15 +107,15 @@ bool DataWriter::WriteLeafList(const Node& node, const Holder& holder, const Sel
 bool DataWriter::WriteList(const Node& node, const Holder& holder, const Selection& candidates, std::string* out) {
   bool wrote = false;
   if (!node.config) {
-    const std::vector<ProvidedRow>* rows =
-        node.callpoint.empty() || provided_ == nullptr ? nullptr : provided_->Rows(node, holder.keys);
-    if (rows == nullptr) return false;
-    for (const ProvidedRow& row : *rows) wrote |= WriteInstance(node, {holder.keys, {}, &row}, candidates, out);
-    return wrote;
+    const std::string* entries =
+        node.callpoint.empty() || provided_ == nullptr ? nullptr : provided_->Entries(node, holder.keys, candidates);
+    if (entries == nullptr) return false;
+    out->append(*entries);
+    return !entries->empty();
   }
   if (!candidates.all && WriteNamed(node, holder, candidates, out, &wrote)) return wrote;
   cdb_store::RowCursor cursor{view_, node, holder.keys};
-  while (cursor.Next()) wrote |= WriteInstance(node, {cursor.keys(), cursor.row(), nullptr}, candidates, out);
+  while (cursor.Next()) wrote |= WriteInstance(node, {cursor.keys(), cursor.row()}, candidates, out);
   return wrote;
 }
 
@@ -150,15 +139,11 @@ bool DataWriter::WriteNamed(const Node& list, const Holder& holder, const Select
     if (possible) named.emplace(key.keys());
   }
   for (const std::string& keys : named)
-    if (const auto row = view_.Row(list, keys)) *wrote |= WriteInstance(list, {keys, *row, nullptr}, candidates, out);
+    if (const auto row = view_.Row(list, keys)) *wrote |= WriteInstance(list, {keys, *row}, candidates, out);
   return true;
 }
 
 std::optional<std::string> DataWriter::LeafText(const Node& leaf, const Holder& holder) const {
-  if (holder.provided != nullptr) {
-    const std::string* text = holder.provided->Find(leaf.id);
-    return text == nullptr ? std::nullopt : std::optional{*text};
-  }
   if (leaf.IsKeyLeaf()) {
     const std::vector<std::string> own = cdb_store::OwnKeys(schema_, schema_.node(leaf.row), holder.keys);
     const auto index = static_cast<size_t>(static_cast<uint8_t>(leaf.key_index));  // not negative for a key
@@ -185,12 +170,6 @@ bool DataWriter::Matches(const Node& parent, const Holder& holder, const netconf
     }
   }
   return false;
-}
-
-std::string DataWriter::Xmlns(const Node& node) const {
-  const Node& parent = schema_.node(node.parent);
-  if (parent.id != cdb_store::kRootId && parent.ns == node.ns) return {};
-  return " xmlns=\"" + netconf::EscapedAttribute(schema_.ns(node).uri) + "\"";
 }
 
 }  // namespace cdbd

@@ -3,8 +3,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
-#include <vector>
 
 #include "cdb_store/packed_row.h"
 #include "cdb_store/view.h"
@@ -13,18 +11,14 @@
 
 namespace cdbd {
 
-/// One entry of a list that a data provider serves: the texts of its leaves, keys included.
-struct ProvidedRow {
-  std::vector<std::pair<cdb_store::NodeId, std::string>> leaves;
-  [[nodiscard]] const std::string* Find(cdb_store::NodeId id) const;
-};
-
 /// Where the entries of provided lists come from.
 class ProvidedLists {
  public:
   virtual ~ProvidedLists() = default;
-  /// The entries of `list` below the instance with `parent_keys`; null when there are none (yet).
-  virtual const std::vector<ProvidedRow>* Rows(const cdb_store::Node& list, std::string_view parent_keys) = 0;
+  /// What `candidates` select of the entries of `list` below the instance with `parent_keys`, as XML; null when that is
+  /// not known (yet).
+  virtual const std::string* Entries(const cdb_store::Node& list, std::string_view parent_keys,
+                                     const Selection& candidates) = 0;
 };
 
 /// Writes a configuration as XML: nodes in schema order, list entries in key order, keys first. Only what was set is
@@ -43,7 +37,6 @@ class DataWriter final {
   struct Holder {
     std::string_view keys;
     std::string_view row;
-    const ProvidedRow* provided;
   };
 
   bool WriteChildren(const Node& parent, const Holder& holder, const Selection& selection, std::string* out);
@@ -56,15 +49,11 @@ class DataWriter final {
 
   [[nodiscard]] std::optional<std::string> LeafText(const Node& leaf, const Holder& holder) const;
   [[nodiscard]] bool Matches(const Node& parent, const Holder& holder, const netconf::XmlElement& element) const;
-  [[nodiscard]] std::string Xmlns(const Node& node) const;
 
   const Model& model_;
   const cdb_store::Schema& schema_;
   const cdb_store::View view_;
   ProvidedLists* provided_;
 };
-
-/// Two texts stand for one value of `leaf`.
-bool SameValue(const cdb_store::Node& leaf, std::string_view canonical, std::string_view asked);
 
 }  // namespace cdbd

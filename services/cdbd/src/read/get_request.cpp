@@ -5,6 +5,7 @@
 
 #include "netconf/server.h"
 #include "read/data_writer.h"
+#include "read/entry_writer.h"
 #include "read/providers.h"
 #include "state/state_reader.h"
 
@@ -34,45 +35,51 @@ class GetRequest final : public ProvidedLists, public std::enable_shared_from_th
     rpc_->Content(data);
   }
 
-  const std::vector<ProvidedRow>* Rows(const cdb_store::Node& list, std::string_view parent_keys) override {
-    const auto found = rows_.find({list.id, std::string{parent_keys}});
-    if (found != rows_.end()) return &found->second;
-    needed_.emplace_back(list.id, parent_keys);
+  const std::string* Entries(const cdb_store::Node& list, std::string_view parent_keys,
+                             const Selection& candidates) override {
+    const auto found = entries_.find({list.id, std::string{parent_keys}});
+    if (found != entries_.end()) return &found->second;
+    needed_.push_back({{list.id, std::string{parent_keys}}, candidates});
     return nullptr;
   }
 
  private:
   using Key = std::pair<cdb_store::NodeId, std::string>;
-  using Answer = common::Result<std::vector<ProvidedRow>>;
+  struct Need {
+    Key key;
+    Selection candidates;
+  };
 
   void FetchNext() {
-    const Key key = needed_.back();
+    const Need need = std::move(needed_.back());
     needed_.pop_back();
-    const cdb_store::Node& list = core_.model.schema().node(key.first);
+    const cdb_store::Node& list = core_.model.schema().node(need.key.first);
+    std::string& entries = entries_[need.key];  // stays where it is
     // Who asks for everything gets what there is.
-    if (selection_.all && !core_.providers->Serves(list.callpoint)) return OnRows(key, std::vector<ProvidedRow>{});
+    if (selection_.all && !core_.providers->Serves(list.callpoint)) return OnEntries(common::Ok());
     const SessionInfo* session = core_.netconf->Find(rpc_->session());
     if (session == nullptr) return;
     Providers::Request request;
     request.list = &list;
-    request.parent_keys = key.second;
+    request.parent_keys = need.key.second;
     request.user = session->user;
     request.wanted = [&netconf = *core_.netconf, id = session->id] { return netconf.Find(id) != nullptr; };
+    request.take = [writer = std::make_shared<EntryWriter>(core_.model, list, need.candidates),
+                    &entries](const ProvidedRow& row) { writer->Write(row, &entries); };
     core_.providers->Fetch(std::move(request),
-                           [self = shared_from_this(), key](Answer rows) { self->OnRows(key, std::move(rows)); });
+                           [self = shared_from_this()](const common::Status& status) { self->OnEntries(status); });
   }
 
-  void OnRows(const Key& key, Answer rows) {
-    if (!rows) return rpc_->Fail(RpcError{.message = rows.error().Text()});
-    rows_[key] = std::move(rows).value();
+  void OnEntries(const common::Status& status) {
+    if (!status) return rpc_->Fail(RpcError{.message = status.error().Text()});
     needed_.empty() ? Run() : FetchNext();
   }
 
   Core& core_;
   RpcPtr rpc_;
   const Selection selection_;
-  std::map<Key, std::vector<ProvidedRow>> rows_;
-  std::vector<Key> needed_;
+  std::map<Key, std::string> entries_;  ///< of lists that were fetched, as XML
+  std::vector<Need> needed_;
   int rounds_ = 0;
 };
 

@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "common/byte_io.h"
@@ -11,14 +12,14 @@
 
 namespace confd_wire {
 
-/// Writes a message's fields; the other end is Decoder.
+/// Appends a message's fields to `out`; the other end is Decoder.
 class Encoder final {
  public:
+  explicit Encoder(common::ByteWriter& out) : out_{out} {}
   template <class... T>
   void operator()(T&... fields) {
     (Put(fields), ...);
   }
-  [[nodiscard]] std::string Take() { return out_.Take(); }
 
  private:
   template <class T>
@@ -41,7 +42,7 @@ class Encoder final {
     for (T& element : field) Put(element);
   }
 
-  common::ByteWriter out_;
+  common::ByteWriter& out_;
 };
 
 /// Reads what Encoder wrote. Bytes that end too early make ok() false and leave the rest of the fields empty.
@@ -80,11 +81,39 @@ class Decoder final {
 /// The packet of a message. The caller checks its size against kMaxMessage where a field's size is not bounded.
 template <class M>
 std::string Encode(M message) {
-  Encoder encoder;
+  common::ByteWriter out;
+  Encoder encoder{out};
   MessageType type = M::kType;
   encoder(type, message);
-  return encoder.Take();
+  return out.Take();
 }
+
+/// Gathers messages into one packet, in the order in which they are to be handled (MessageType::kSeveral).
+class PacketOfSeveral final {
+ public:
+  template <class M>
+  void Add(M message) {
+    AddEncoded(Encode(std::move(message)));
+  }
+  void AddEncoded(std::string_view message) {
+    if (count_++ == 0) out_.Put(static_cast<uint16_t>(MessageType::kSeveral));
+    out_.PutString(message);
+  }
+  [[nodiscard]] bool empty() const noexcept { return count_ == 0; }
+  /// Bytes of the packet with one more message of `size` bytes.
+  [[nodiscard]] size_t SizeWith(size_t size) const noexcept { return out_.data().size() + kHead + size; }
+  /// The packet; one message alone is a packet as it is. Empty when there is none. Starts anew.
+  [[nodiscard]] std::string Take() {
+    std::string packet = std::exchange(out_, {}).Take();
+    if (std::exchange(count_, 0) == 1) packet.erase(0, kHead);
+    return packet;
+  }
+
+ private:
+  static constexpr size_t kHead = sizeof(uint16_t) + sizeof(uint32_t);
+  common::ByteWriter out_;
+  size_t count_ = 0;
+};
 
 /// Nothing when the packet is too short to tell.
 inline std::optional<MessageType> TypeOf(std::string_view packet) {
@@ -102,6 +131,20 @@ std::optional<M> Decode(std::string_view packet) {
   decoder(type, message);
   if (type != M::kType || !decoder.AtEnd()) return std::nullopt;
   return message;
+}
+
+/// Calls `handle(message)` for each message of a packet, in their order, until it answers false. False then, and when
+/// the packet is malformed.
+template <class Handle>
+bool ForEachMessage(std::string_view packet, Handle handle) {
+  if (TypeOf(packet) != MessageType::kSeveral) return handle(packet);
+  common::ByteReader reader(packet);
+  reader.Get<uint16_t>();
+  while (reader.ok() && !reader.AtEnd()) {
+    const std::string_view message = reader.GetString();
+    if (!reader.ok() || TypeOf(message) == MessageType::kSeveral || !handle(message)) return false;
+  }
+  return true;
 }
 
 }  // namespace confd_wire

@@ -7,12 +7,12 @@
 #include "cdb_store/value.h"
 
 /// What the client library and the server say to each other: one packet of a unix(7) SOCK_SEQPACKET connection is one
-/// message. Reads never travel; they go to the store. Each struct lists its fields once, for both directions
-/// (codec.h).
+/// message, or several (codec.h). Reads never travel; they go to the store. Each struct lists its fields once, for both
+/// directions (codec.h).
 namespace confd_wire {
 
-inline constexpr uint32_t kProtocolVersion = 1;
-/// Longest message, bytes; well below the default send buffer, which bounds a packet.
+inline constexpr uint32_t kProtocolVersion = 2;
+/// Longest packet, bytes; well below the default send buffer, which bounds a packet.
 inline constexpr size_t kMaxMessage = 128 * 1024;
 
 enum class MessageType : uint16_t {
@@ -34,7 +34,8 @@ enum class MessageType : uint16_t {
   kNextKeyReply,
   kObjectReply,
   kNotFoundReply,
-  kErrorReply
+  kErrorReply,
+  kSeveral  ///< no message: a 32-bit length and the message follow, for each of several
 };
 
 enum class ClientKind : uint8_t { kRead = 1, kSubscription = 2, kControl = 3, kWorker = 4 };
@@ -201,9 +202,13 @@ struct TransFinish {
   }
 };
 
-/* Requests travel on the transaction's worker connection. Several may be under way at once, so that the next key and
- * this row's object are asked for together; replies carry the request's number and may come in any order. A reply to a
- * request that the server no longer waits for is ignored. */
+/* Requests travel on the transaction's worker connection. A row's object and the key after it are asked for together,
+ * in one packet, and answers that are given at once go back in one packet; replies carry the request's number and may
+ * come in any order. A reply to a request that the server no longer waits for is ignored.
+ *
+ * The provider's callbacks run in the order of a server that waits for each answer: the row's object, then the key
+ * after it. A provider that keeps its place in the list, or gives up its list with the key after the last row,
+ * therefore sees nothing new. */
 
 /// Server: the key after position `next` (-1: the first) of a list.
 struct GetNext {
@@ -214,9 +219,10 @@ struct GetNext {
   uint16_t node = 0;
   std::string parent_keys;  ///< encoded keys of the lists above
   int64_t next = -1;
+  uint16_t ahead = 0;  ///< pairs that the client may go on with by itself (NextKeyReply::goes_on)
   template <class A>
   void Fields(A& a) {
-    a(request, thandle, callpoint, node, parent_keys, next);
+    a(request, thandle, callpoint, node, parent_keys, next, ahead);
   }
 };
 
@@ -264,9 +270,12 @@ struct NextKeyReply {
   bool end = false;  ///< no further instance; `keys` is empty
   std::vector<Value> keys;
   int64_t next = -1;  ///< for the following GetNext
+  /// The client goes on as if it had been asked for this key's object (number request + 1) and the key after it
+  /// (request + 2): the server must not ask.
+  bool goes_on = false;
   template <class A>
   void Fields(A& a) {
-    a(request, end, keys, next);
+    a(request, end, keys, next, goes_on);
   }
 };
 
