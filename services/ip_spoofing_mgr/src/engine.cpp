@@ -44,7 +44,7 @@ common::Status Engine::TakeOver() {
   for (const Entry& entry : snapshot.value().entries) {
     Port* port = table_.Find(entry.key.port);
     if (port == nullptr) continue;
-    EntryRow& row = table_.entries()[entry.key];
+    EntryRow& row = table_.entries().FindOrMake(entry.key)->second;
     row.installed = true;
     row.installed_mac = row.wanted_mac = entry.mac;
     SetWanted(port, &row, true);
@@ -68,7 +68,7 @@ Engine::Ticket Engine::Submit(std::span<const Request> requests, bool full, Cloc
       TouchPort(&port, &touched);
     }
   }
-  if (requests.size() > table_.entries().size()) table_.entries().reserve(requests.size());
+  if (requests.size() > table_.entries().size()) table_.entries().Reserve(requests.size());
   for (const Request& request : requests) Want(request, &touched);
   if (full) WantNothingElse(&touched);
   Objects narrowing = Make(touched, Phase::kWiden);
@@ -158,11 +158,11 @@ void Engine::WantEntry(const Request& request, Port* port, Objects* touched) {
     return;
   }
   const EntryKey key{.port = port->id, .vlan = request.vlan, .address_be = AddressBe(request)};
-  const auto it = put ? table_.entries().try_emplace(key).first : table_.entries().find(key);
-  if (it == table_.entries().end()) return;
-  TouchEntry(&*it, touched);
-  if (put) it->second.wanted_mac = MacOf(request);
-  SetWanted(port, &it->second, put);
+  Node* node = put ? table_.entries().FindOrMake(key) : table_.entries().Find(key);
+  if (node == nullptr) return;
+  TouchEntry(node, touched);
+  if (put) node->second.wanted_mac = MacOf(request);
+  SetWanted(port, &node->second, put);
 }
 
 void Engine::WantNothingElse(Objects* touched) {

@@ -135,9 +135,9 @@ void Engine::SettleHeld(Ticket but) {
 void Engine::FillRoom() {
   Plan plan;
   while (!waiting_.empty() && installed_ + planned_ < dataplane_.Capacity()) {
-    const auto it = table_.entries().find(waiting_.front());
+    Node* node = table_.entries().Find(waiting_.front());
     waiting_.pop_front();
-    if (it != table_.entries().end() && it->second.waiting) PlanEntry(&*it, Phase::kWiden, &plan);
+    if (node != nullptr && node->second.waiting) PlanEntry(node, Phase::kWiden, &plan);
   }
   Apply(plan);
 }
@@ -148,9 +148,9 @@ void Engine::Retry() {
     if (const Port* port = table_.Find(id); port != nullptr && !port->held) again.ports.push_back(id);
   }
   for (const auto& [key, text] : std::exchange(failed_entries_, {})) {
-    Node& node = *table_.entries().find(key);
-    node.second.failed = false;
-    if (!node.second.held) again.entries.push_back(&node);
+    Node* node = table_.entries().Find(key);
+    node->second.failed = false;
+    if (!node->second.held) again.entries.push_back(node);
   }
   retrying_ = true;
   Make(again, Phase::kFinal);
@@ -167,9 +167,9 @@ void Engine::Forget(const Objects& objects) {
     const EntryRow& row = node->second;
     if (row.wanted || row.installed || row.held) continue;
     EntryMade(node);
-    const EntryKey key = node->first;
-    table_.entries().erase(key);
-    forget_port(key.port);
+    const PortId port = node->first.port;
+    table_.entries().Erase(node);
+    forget_port(port);
   }
   for (const PortId id : objects.ports) forget_port(id);
 }
@@ -255,8 +255,8 @@ void Engine::SetWaiting(Node* node, bool waiting) {
   if (!waiting) return;
   if (waiting_.size() > 2 * waiting_count_ + 1024) {
     std::erase_if(waiting_, [&](const EntryKey& old) {
-      const auto it = table_.entries().find(old);
-      return it == table_.entries().end() || !it->second.waiting;
+      const Node* known = table_.entries().Find(old);
+      return known == nullptr || !known->second.waiting;
     });
   }
   waiting_.push_back(node->first);

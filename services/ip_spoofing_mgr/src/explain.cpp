@@ -95,9 +95,9 @@ json Explain(const Table& table, const std::string& name, const std::vector<uint
   const PortConfig config = port != nullptr && port->installed ? *port->installed : PortConfig{};
   const Judgement judgement = Judge(frame, std::nullopt, ToVerdictPort(config),
                                     [&](uint16_t vlan, uint32_t source_be) -> std::optional<MacAddress> {
-                                      const auto it = table.entries().find({config.id, vlan, source_be});
-                                      if (it == table.entries().end() || !it->second.installed) return std::nullopt;
-                                      return it->second.installed_mac;
+                                      const auto* node = table.entries().Find({config.id, vlan, source_be});
+                                      if (node == nullptr || !node->second.installed) return std::nullopt;
+                                      return node->second.installed_mac;
                                     });
   const auto& [result, keys, entry] = judgement;
   json entry_text = nullptr;

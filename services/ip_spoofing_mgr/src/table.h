@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "dataplane/dataplane.h"
-#include "dataplane/memory_dataplane.h"
+#include "entry_table.h"
 #include "ip_spoofing_mgr_wire/messages.h"
 
 namespace mgr {
@@ -51,18 +51,6 @@ struct Port {
   }
 };
 
-/// One IPv4 source of a port.
-struct EntryRow {
-  MacAddress wanted_mac{};
-  MacAddress installed_mac{};
-  uint64_t batch = 0;
-  bool wanted : 1 = false;
-  bool installed : 1 = false;
-  bool waiting : 1 = false;  ///< beyond the capacity
-  bool failed : 1 = false;   ///< the dataplane refused it
-  bool held : 1 = false;     ///< its narrowing waits
-};
-
 /// An entry that no dataplane can hold: an IPv6 address, or a VLAN above 4094. Kept so that it is seen.
 struct OddKey {
   PortId port = 0;
@@ -82,8 +70,7 @@ inline constexpr uint16_t kMaxVlan = 4094;
 /// other. Loop thread only.
 class Table final {
  public:
-  using Entries = std::unordered_map<EntryKey, EntryRow, EntryKeyHash>;
-  using Node = Entries::value_type;  ///< stays where it is until it is erased
+  using Node = EntryTable::Node;
 
   explicit Table(PortNames& names) : names_{names} {}
 
@@ -98,8 +85,8 @@ class Table final {
 
   [[nodiscard]] const std::map<PortId, Port>& ports() const noexcept { return ports_; }
   std::map<PortId, Port>& ports() noexcept { return ports_; }
-  [[nodiscard]] const Entries& entries() const noexcept { return entries_; }
-  Entries& entries() noexcept { return entries_; }
+  [[nodiscard]] const EntryTable& entries() const noexcept { return entries_; }
+  EntryTable& entries() noexcept { return entries_; }
   [[nodiscard]] const std::map<OddKey, OddRow>& odd_entries() const noexcept { return odd_entries_; }
   std::map<OddKey, OddRow>& odd_entries() noexcept { return odd_entries_; }
 
@@ -112,7 +99,7 @@ class Table final {
   std::unordered_map<uint32_t, PortId> id_of_limid_;
   std::unordered_map<std::string, PortId> id_of_name_;
   PortId last_id_ = 0;
-  Entries entries_;
+  EntryTable entries_;
   std::map<OddKey, OddRow> odd_entries_;
 };
 

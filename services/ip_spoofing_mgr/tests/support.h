@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "dataplane/memory_dataplane.h"
 #include "engine.h"
 #include "status.h"
 
