@@ -7,8 +7,6 @@
 namespace cdbd::test {
 namespace {
 
-using netconf::Client;
-using netconf::Framing;
 using testing::HasSubstr;
 using testing::Not;
 

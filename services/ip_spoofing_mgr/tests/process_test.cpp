@@ -24,7 +24,6 @@ using std::chrono::seconds;
 using ::test::ChildProcess;
 using ::test::Eventually;
 using ::test::Finished;
-using testing::AllOf;
 using testing::HasSubstr;
 using testing::IsEmpty;
 

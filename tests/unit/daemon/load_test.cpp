@@ -8,6 +8,9 @@ namespace {
 
 const std::string kNew = "log 10 LoadConfDCfg: Received new configuration. Loading config...";
 const std::string kDone = "log 11 LoadConfDCfg: All LoadConfDCfg executed successfully!";
+const std::string kNoNumber =
+    "log 12 LoadConfdIpSpoofAllowedIpIPv4: Failed getting number of anti-ip-spoofing allowed-ip ipv4 instances from "
+    "ConfD database (error -1)";
 const std::string kNotLoaded = "log 12 LoadConfDCfg: Could not load anti-ip-spoofing from CDB configuration.";
 
 std::string Enable(const std::string& name) {
@@ -189,9 +192,7 @@ const LoadCase kFailures[] = {
      -1,
      NotLoaded({Enable("eth1"), "SendIpSpoofing eth1 true", AddLog("[eth1] ip[10.0.0.1] vlan[1]"),
                 "SendAddEntry eth1 10.0.0.1 vlan 1 mac 00:00:00:00:00:00", Omitting("eth1"), Enable("eth2"),
-                "SendIpSpoofing eth2 true",
-                "log 12 LoadConfdIpSpoofAllowedIpIPv4: Failed getting number of anti-ip-spoofing allowed-ip ipv4 "
-                "instances from ConfD database (error -1)"})},
+                "SendIpSpoofing eth2 true", kNoNumber})},
     {"ListTestThatFailsIsAbsence",
      [] {
        Put(Ipv4("eth1", "10.0.0.1 1"));

@@ -22,7 +22,6 @@
 namespace {
 
 using frames::VerdictRow;
-using mgr::ReasonName;
 
 constexpr uint32_t kPort = 7;
 constexpr uint32_t kLoopback = 1;
