@@ -35,6 +35,7 @@ class ManagerUnderTest final {
   void Kill();  ///< SIGKILL
   int Stop();   ///< SIGTERM; the exit status
   [[nodiscard]] std::string Log() const;
+  [[nodiscard]] std::string run_dir() const { return root_ + "/run"; }
 
   /// Sends the requests as one batch and waits until the manager says that it is in force.
   [[nodiscard]] bool Submit(const std::vector<Request>& requests, bool full = false);

@@ -5,7 +5,7 @@
 
 #include "manager_under_test.h"
 #include "netns/netns.h"
-#include "traffic.h"
+#include "under_traffic.h"
 
 /// Traffic at full rate, allowed and spoofed frames in turn, while the manager does what managers do. In every case:
 /// not one spoofed frame passes, not one allowed frame is lost.
@@ -14,9 +14,6 @@ namespace {
 
 using frames::Ip;
 
-constexpr frames::Mac kStation = {2, 0, 0, 0, 0, 0x0a};
-constexpr uint32_t kAllowedNet = 0x0A000000;  // 10.0.0.0
-constexpr uint64_t kRoundsBetween = 2000;
 constexpr size_t kCapacity = 24'576;
 
 struct Plane {
@@ -34,49 +31,15 @@ class Survival : public testing::TestWithParam<Plane> {
     wire_.emplace("port0");
     ASSERT_TRUE(manager_->Submit(Configuration(0), true));
     ASSERT_TRUE(manager_->WaitForPorts("\"state\": 1")) << manager_->Log();
-    allowed_.emplace("port0", 10);
-    spoofed_.emplace("port0", 192);
-    using frames::FrameBuilder, frames::Ipv4;
-    const auto from = [](const char* source) {
-      return FrameBuilder{kStation}.With(Ipv4{.source_be = Ip(source)}).Pad(60).Build();
-    };
-    traffic_.emplace(wire_->station(), std::vector{from("10.0.0.1"), from("192.0.2.66"), from("10.0.0.2"),
-                                                   from("192.0.2.67"), from("10.0.0.3"), from("192.0.2.68")});
-    WaitForRounds(*traffic_, kRoundsBetween);
+    traffic_.emplace(*wire_);
   }
-
-  /// Ends the traffic and counts.
   void TearDown() override {
-    if (!traffic_) return;
-    WaitForRounds(*traffic_, kRoundsBetween);
-    traffic_->Stop();
-    const uint64_t sent = 3 * traffic_->Rounds();
-    EXPECT_EQ(LostOnWire(wire_->station()), 0U) << "the wire itself lost frames";
-    EXPECT_EQ(spoofed_->Count(), 0U) << "of " << sent << " spoofed frames";
-    EXPECT_EQ(allowed_->Count(), sent) << "allowed frames";
-    RecordProperty("frames", std::to_string(2 * sent));
-    std::printf("  %lu frames: spoofed passed %lu, allowed lost %ld\n", 2 * sent, spoofed_->Count(),
-                static_cast<long>(sent - allowed_->Count()));
-  }
-
-  /// The allowed sources 10.0.0.1 to 10.0.0.3 and `others` more, which differ from one `generation` to the next.
-  static std::vector<Request> Configuration(size_t others, uint32_t generation = 0) {
-    std::vector<Request> requests = {EnablePort("port0")};
-    for (uint32_t i = 1; i <= 3; ++i) requests.push_back(Put("port0", 0, htonl(kAllowedNet + i)));
-    for (const Request& request : Others(others, generation)) requests.push_back(request);
-    return requests;
-  }
-  static std::vector<Request> Others(size_t count, uint32_t generation) {
-    std::vector<Request> requests;
-    for (uint32_t i = 0; i < count; ++i)
-      requests.push_back(Put("port0", static_cast<uint16_t>(i % 100), htonl(0x0B000000 + (generation << 16) + i)));
-    return requests;
+    if (traffic_) traffic_->ExpectAllAndOnlyAllowed();
   }
 
   std::optional<ManagerUnderTest> manager_;
   std::optional<netns::Wire> wire_;
-  std::optional<PassedFrames> allowed_, spoofed_;
-  std::optional<Traffic> traffic_;
+  std::optional<UnderTraffic> traffic_;
 };
 
 TEST_P(Survival, OfBatchesOfAThousandChanges) {
@@ -87,7 +50,7 @@ TEST_P(Survival, OfBatchesOfAThousandChanges) {
       batch.push_back(request);
     }
     // The sources of the traffic are asked for again, as a client may.
-    for (uint32_t i = 1; i <= 3; ++i) batch.push_back(Put("port0", 0, htonl(kAllowedNet + i)));
+    for (uint32_t i = 1; i <= 3; ++i) batch.push_back(Put("port0", 0, htonl(0x0A000000 + i)));
     ASSERT_TRUE(manager_->Submit(batch));
   }
 }
@@ -104,7 +67,7 @@ TEST_P(Survival, OfModesThatComeAndGo) {
   for (int i = 0; i < 20; ++i) {
     ASSERT_TRUE(manager_->Submit({PortMode("port0", 2)}));
     ASSERT_TRUE(manager_->Submit({PortMode("port0", 0)}));
-    ASSERT_TRUE(manager_->Submit({Put("port0", 0, Ip("10.0.0.2"), kStation)}));
+    ASSERT_TRUE(manager_->Submit({Put("port0", 0, Ip("10.0.0.2"), UnderTraffic::kStation)}));
     ASSERT_TRUE(manager_->Submit({Put("port0", 0, Ip("10.0.0.2"))}));
   }
 }
@@ -113,9 +76,9 @@ TEST_P(Survival, OfTenKillsAndRestarts) {
   ASSERT_TRUE(manager_->Submit(Configuration(1000), true));
   for (int i = 0; i < 10; ++i) {
     manager_->Kill();
-    WaitForRounds(*traffic_, kRoundsBetween);
+    traffic_->Flow();
     ASSERT_TRUE(manager_->Start());
-    WaitForRounds(*traffic_, kRoundsBetween);
+    traffic_->Flow();
     ASSERT_TRUE(manager_->Submit(Configuration(1000), true));
   }
 }
@@ -124,7 +87,7 @@ TEST_P(Survival, OfKillsInTheMiddleOfFullSends) {
   for (uint32_t generation = 0; generation < 8; ++generation) {
     // The answer is not waited for: the kill comes while the batch is applied, or before, or behind it.
     std::thread send{[&] { (void)manager_->Submit(Configuration(kCapacity - 3, generation), true); }};
-    WaitForRounds(*traffic_, 200 * (generation + 1));
+    WaitForRounds(traffic_->traffic(), 200 * (generation + 1));
     manager_->Kill();
     send.join();
     ASSERT_TRUE(manager_->Start());
@@ -136,7 +99,7 @@ TEST_P(Survival, OfAnUpgradeToAnotherLayout) {
   for (const char* capacity : {"30000", "60000", "90000"}) {
     manager_->Kill();
     ASSERT_TRUE(manager_->Start({"--capacity", capacity}));
-    WaitForRounds(*traffic_, kRoundsBetween);
+    traffic_->Flow();
     const std::string status = manager_->Ctl({"show", "status"});
     EXPECT_NE(status.find("1003 of 1003 entries in force"), std::string::npos) << status;
     ASSERT_TRUE(manager_->Submit(Configuration(1000), true));
@@ -145,7 +108,7 @@ TEST_P(Survival, OfAnUpgradeToAnotherLayout) {
 
 TEST_P(Survival, OfAnOrderlyEnd) {
   EXPECT_EQ(manager_->Stop(), 0);
-  WaitForRounds(*traffic_, kRoundsBetween);
+  traffic_->Flow();
 }
 
 INSTANTIATE_TEST_SUITE_P(Planes, Survival,

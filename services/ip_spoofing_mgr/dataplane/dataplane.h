@@ -72,6 +72,10 @@ struct Failure {
 struct Snapshot {
   std::vector<PortConfig> ports;
   std::vector<Entry> entries;
+  /// What an earlier process left behind and this one cannot read, with the reason: "/run/../v2-64: another layout".
+  std::vector<std::string> unreadable{};
+  /// Filters among it stay in force until ReleaseHeld().
+  bool held = false;
 };
 
 struct PortCounter {
@@ -116,6 +120,9 @@ class Dataplane {
   /// names go on under their ids; their interface indexes are those of the earlier process and may be stale.
   /// An empty snapshot when there is nothing.
   virtual common::Result<Snapshot> TakeOver() = 0;
+
+  /// Ends what TakeOver() has left `held`. Called when the complete configuration is in force beside it.
+  virtual common::Status ReleaseHeld() { return common::Ok(); }
 
   /// Makes the changes. Empty when all are in force; a change to a port counts as in force when its interface is
   /// absent.

@@ -31,6 +31,11 @@ Engine::Engine(Table& table, Dataplane& dataplane, const Interfaces& interfaces,
 common::Status Engine::TakeOver() {
   auto snapshot = dataplane_.TakeOver();
   if (!snapshot) return snapshot.error();
+  for (const std::string& text : snapshot.value().unreadable) spdlog::warn("not read and not trusted: {}", text);
+  if (snapshot.value().held) {
+    spdlog::warn("it stays in force until a client has sent its complete configuration");
+    inherited_ = Held::kUntilFullBatch;
+  }
   for (const PortConfig& config : snapshot.value().ports) {
     Port* port = table_.Adopt(config);
     if (port == nullptr) {
@@ -70,11 +75,14 @@ Engine::Ticket Engine::Submit(std::span<const Request> requests, bool full, Cloc
   }
   if (requests.size() > table_.entries().size()) table_.entries().Reserve(requests.size());
   for (const Request& request : requests) Want(request, &touched);
+  if (inherited_ == Held::kUntilFullBatch && !full) return batch_;
+  if (inherited_ == Held::kUntilFullBatch) inherited_ = Held::kUntilInForce;
   if (full) WantNothingElse(&touched);
   Objects narrowing = Make(touched, Phase::kWiden);
   SettleHeld(batch_);
   Hold(std::move(narrowing), now);
   FillRoom();
+  ReleaseHeld();
   if (HasFailures()) retry_at_ = now + kRetry;
   if (hold_.count() == 0) Advance(now);
   return batch_;
@@ -89,9 +97,11 @@ void Engine::Advance(Clock::time_point now) {
   if (Holding() && now >= held_until_) {
     SettleHeld(0);
     FillRoom();
+    ReleaseHeld();
   }
   if (HasFailures() && now >= retry_at_) {
     Retry();
+    ReleaseHeld();
     retry_at_ = now + kRetry;
   }
 }
@@ -105,6 +115,7 @@ void Engine::InterfacesChanged(std::span<const std::string> names, Clock::time_p
     port->ifindex = interfaces_.IndexOf(name);
     (port->held ? held : steady).ports.push_back(port->id);
   }
+  if (inherited_ == Held::kUntilFullBatch) return;
   Make(steady, Phase::kFinal);
   Make(held, Phase::kWiden);
   if (HasFailures()) retry_at_ = now + kRetry;
@@ -114,6 +125,7 @@ bool Engine::SetMonitor(const std::string& name, bool on, Clock::time_point now)
   Port* port = table_.FindByName(name);
   if (port == nullptr) return false;
   port->monitor = on;
+  if (inherited_ == Held::kUntilFullBatch) return true;
   Make({.ports = {port->id}, .entries = {}}, port->held ? Phase::kWiden : Phase::kFinal);
   if (HasFailures()) retry_at_ = now + kRetry;
   return true;

@@ -40,7 +40,8 @@ class Engine final {
   /// All are borrowed.
   Engine(Table& table, Dataplane& dataplane, const Interfaces& interfaces, std::chrono::milliseconds hold);
 
-  /// Takes what an earlier process left in force as what is wanted, until a client says otherwise.
+  /// Takes what an earlier process left in force as what is wanted, until a client says otherwise. What the dataplane
+  /// cannot read of it stays in force, and nothing else is made, until a full batch is.
   common::Status TakeOver();
 
   /// `full`: the requests are the complete configuration; everything that they do not name narrows to nothing.
@@ -67,6 +68,8 @@ class Engine final {
  private:
   using Node = Table::Node;
   enum class Phase : uint8_t { kWiden, kFinal };
+  /// What the dataplane has of an earlier process and cannot read.
+  enum class Held : uint8_t { kNothing, kUntilFullBatch, kUntilInForce };
   struct Objects {
     std::vector<PortId> ports;
     std::vector<Table::Node*> entries;  ///< rows that are held, failed or being worked on are never erased
@@ -74,7 +77,9 @@ class Engine final {
   };
 
   [[nodiscard]] bool Holding() const noexcept { return !held_.empty(); }
-  [[nodiscard]] bool HasFailures() const noexcept { return !failed_entries_.empty() || !failed_ports_.empty(); }
+  [[nodiscard]] bool HasFailures() const noexcept {
+    return !failed_entries_.empty() || !failed_ports_.empty() || release_failed_;
+  }
 
   // What is wanted.
   void Want(const Request& request, Objects* touched);
@@ -101,6 +106,8 @@ class Engine final {
   void SettleHeld(Ticket but);
   void FillRoom();
   void Retry();
+  /// Ends what an earlier process enforces, once what is wanted is in force.
+  void ReleaseHeld();
   void Forget(const Objects& objects);
 
   // What the dataplane said.
@@ -128,6 +135,8 @@ class Engine final {
   std::map<EntryKey, std::string> failed_entries_;
   std::set<PortId> failed_ports_;
   Clock::time_point retry_at_{};
+  Held inherited_ = Held::kNothing;
+  bool release_failed_ = false;
   bool retrying_ = false;  ///< what fails again is not logged again
 };
 

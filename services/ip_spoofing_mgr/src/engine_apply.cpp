@@ -158,6 +158,16 @@ void Engine::Retry() {
   FillRoom();
 }
 
+void Engine::ReleaseHeld() {
+  if (inherited_ != Held::kUntilInForce || Holding() || !failed_ports_.empty()) return;
+  const common::Status released = dataplane_.ReleaseHeld();
+  if (!released && !release_failed_) spdlog::warn("an earlier manager's filters: {}", released.error().Text());
+  release_failed_ = !released;
+  if (release_failed_) return;
+  inherited_ = Held::kNothing;
+  spdlog::info("the complete configuration is in force, and nothing of earlier managers any more");
+}
+
 void Engine::Forget(const Objects& objects) {
   const auto forget_port = [this](PortId id) {
     const Port* port = table_.Find(id);

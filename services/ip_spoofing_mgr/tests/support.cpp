@@ -79,6 +79,11 @@ std::string RecordingDataplane::KeyText(const EntryKey& key) const {
   return names_.at(key.port) + "/" + std::to_string(key.vlan) + "/" + AddressText(key.address_be);
 }
 
+common::Status RecordingDataplane::ReleaseHeld() {
+  calls.emplace_back("release held");
+  return refused.contains(calls.back()) ? common::Error{"release", "", "refused"} : common::Ok();
+}
+
 std::vector<Failure> RecordingDataplane::Apply(const Changes& changes) {
   for (const PortConfig& port : left_behind.ports) names_.emplace(port.id, port.name);
   for (const PortConfig& port : changes.ports) names_[port.id] = port.name;

@@ -37,13 +37,14 @@ Request Remove(const std::string& port, uint16_t vlan, const std::string& addres
 
 /// The memory dataplane, which writes down what it is told: "put eth1/100/10.0.0.1", "put eth1/0/10.0.0.1 mac 7",
 /// "port eth1 on ipv4-all", "port eth1 off none absent", "remove eth1/100/10.0.0.1", "drop eth1". One call is one line,
-/// its changes joined by ", " in the order of Changes. Entries and ports in `refused` fail.
+/// its changes joined by ", " in the order of Changes. "release held" is a line too. What is in `refused` fails.
 class RecordingDataplane final : public Dataplane {
  public:
   explicit RecordingDataplane(size_t capacity = 1000) : memory{capacity} {}
   [[nodiscard]] std::string_view Name() const override { return "recording"; }
   [[nodiscard]] size_t Capacity() const override { return memory.Capacity(); }
   common::Result<Snapshot> TakeOver() override { return left_behind; }
+  common::Status ReleaseHeld() override;
   std::vector<Failure> Apply(const Changes& changes) override;
   common::Status RemoveEverything() override { return memory.RemoveEverything(); }
 
@@ -52,7 +53,7 @@ class RecordingDataplane final : public Dataplane {
 
   MemoryDataplane memory;
   Snapshot left_behind;
-  std::set<std::string> refused;  ///< "eth1/100/10.0.0.1" or "eth1"
+  std::set<std::string> refused;  ///< "eth1/100/10.0.0.1", "eth1" or "release held"
   std::vector<std::string> calls;
 
  private:

@@ -7,16 +7,20 @@
 #include <sys/statfs.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdio>
+#include <filesystem>
 #include <memory>
+#include <string_view>
 
 #include "common/paths.h"
 
 namespace mgr::tcx {
 namespace {
 
-constexpr const char* kUnfinished = "-new";
+constexpr std::array<const char*, 3> kSuffixes = {"", "-new", "-blind"};
 
 bool IsBpfFs(const std::string& path) {
   struct statfs info {};
@@ -38,15 +42,17 @@ void UnmountBpfFs(const std::string& mount) {
 }
 
 std::string MapDir::Name() const {
-  return "v" + std::to_string(layout) + "-" + std::to_string(slots) + (complete ? "" : kUnfinished);
+  return "v" + std::to_string(layout) + "-" + std::to_string(slots) + kSuffixes.at(static_cast<size_t>(state));
 }
 
 std::optional<MapDir> ParseMapDir(const std::string& name) {
   MapDir dir;
   if (std::sscanf(name.c_str(), "v%u-%u", &dir.layout, &dir.slots) != 2) return std::nullopt;
-  dir.complete = !name.ends_with(kUnfinished);
-  if (dir.Name() != name) return std::nullopt;
-  return dir;
+  for (const MapDir::State state : {MapDir::State::kComplete, MapDir::State::kNew, MapDir::State::kBlind}) {
+    dir.state = state;
+    if (dir.Name() == name) return dir;
+  }
+  return std::nullopt;
 }
 
 std::vector<std::string> ListNames(const std::string& dir) {
@@ -55,21 +61,25 @@ std::vector<std::string> ListNames(const std::string& dir) {
   if (handle == nullptr) return names;
   while (const dirent* entry = readdir(handle.get())) {
     const std::string name = entry->d_name;
-    if (name != "." && name != "..") names.push_back(name);
+    if (!name.starts_with('.') && name != "maps.debug" && name != "progs.debug") names.push_back(name);
   }
+  std::sort(names.begin(), names.end());
   return names;
 }
 
-std::vector<MapDir> ListMapDirs(const std::string& mount) {
-  std::vector<MapDir> dirs;
-  for (const std::string& name : ListNames(mount))
-    if (const auto dir = ParseMapDir(name)) dirs.push_back(*dir);
-  return dirs;
+void RemovePins(const std::string& path) {
+  std::error_code ignored;  // what cannot be removed now is found again by the next process
+  std::filesystem::remove_all(path, ignored);
 }
 
-void RemovePins(const std::string& dir) {
-  for (const std::string& name : ListNames(dir)) unlink((dir + "/" + name).c_str());
-  rmdir(dir.c_str());
+PinKind KindOf(int object) {
+  std::array<char, 64> text{};
+  const std::string descriptor = "/proc/self/fd/" + std::to_string(object);
+  if (readlink(descriptor.c_str(), text.data(), text.size() - 1) < 0) return PinKind::kOther;
+  const std::string_view kind{text.data()};
+  if (kind == "anon_inode:bpf-map") return PinKind::kMap;
+  // The kernel writes it in two ways: of a link that was made here, and of one that was pinned.
+  return kind == "anon_inode:bpf_link" || kind == "anon_inode:bpf-link" ? PinKind::kLink : PinKind::kOther;
 }
 
 }  // namespace mgr::tcx

@@ -10,7 +10,7 @@
 /// The bpffs in which a manager keeps its maps and links while no process holds them.
 ///
 ///     <run directory>/bpf                     a mount of its own
-///         v<layout>-<slots>/<map>             the maps; "-new" behind the name until they are complete
+///         v<layout>-<slots>/<map>             the maps; "-new" or "-blind" behind the name until they are complete
 ///         links/if-<interface index>          the attachments
 namespace mgr::tcx {
 
@@ -21,16 +21,25 @@ void UnmountBpfFs(const std::string& mount);
 
 /// A directory of maps.
 struct MapDir {
+  enum class State : uint8_t {
+    kComplete,
+    kNew,   ///< everything of the earlier ones is copied here; complete in fact when there is no other any more
+    kBlind  ///< made beside what cannot be read; never taken over before it is complete
+  };
   uint32_t layout = 0;
-  uint32_t slots = 0;     ///< size of the entry map
-  bool complete = false;  ///< holds everything; an incomplete one may be thrown away while a complete one is there
+  uint32_t slots = 0;  ///< size of the entry map
+  State state = State::kNew;
+  [[nodiscard]] bool complete() const noexcept { return state == State::kComplete; }
   [[nodiscard]] std::string Name() const;
 };
 std::optional<MapDir> ParseMapDir(const std::string& name);
-std::vector<MapDir> ListMapDirs(const std::string& mount);
 
+/// What is pinned in `dir`, sorted; not the files that the kernel puts into every bpffs.
 std::vector<std::string> ListNames(const std::string& dir);
-/// Removes the directory and the pins in it; absent is no error.
-void RemovePins(const std::string& dir);
+/// Removes a pin, or a directory and all that is in it; absent is no error.
+void RemovePins(const std::string& path);
+
+enum class PinKind : uint8_t { kMap, kLink, kOther };
+PinKind KindOf(int object);
 
 }  // namespace mgr::tcx

@@ -8,6 +8,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <utility>
 #include <vector>
 
 #include "dataplane/tcx/bpf_fs.h"
@@ -45,22 +46,42 @@ bool IsAttachedHere(int link, uint32_t ifindex) {
 
 }  // namespace
 
-common::Status Links::TakeOver(int program) {
+common::Status Links::Open() {
   if (mkdir(dir_.c_str(), 0700) != 0 && errno != EEXIST) return common::SystemError("mkdir", dir_, errno);
   for (const std::string& name : ListNames(dir_)) {
     const std::string path = dir_ + "/" + name;
     uint32_t ifindex = 0;
     common::UniqueFd link{bpf_obj_get(path.c_str())};
-    if (std::sscanf(name.c_str(), "if-%u", &ifindex) != 1 || !link) continue;
-    if (InterfaceOf(link.get()) != ifindex) {
+    const bool is_link = link && KindOf(link.get()) == PinKind::kLink;
+    if (!is_link || std::sscanf(name.c_str(), "if-%u", &ifindex) != 1 || path != Pin(ifindex)) {
+      unreadable_.push_back(path + ": not an attachment");
+      unreadable_pins_.push_back(path);
+    } else if (InterfaceOf(link.get()) != ifindex) {
       unlink(path.c_str());
-      continue;
+    } else {
+      links_.emplace(ifindex, std::move(link));
     }
-    if (program >= 0 && bpf_link_update(link.get(), program, nullptr) != 0)
-      return common::SystemError("bpf_link_update", path, errno);
-    links_.emplace(ifindex, std::move(link));
   }
   return common::Ok();
+}
+
+common::Status Links::RunAll(int program) {
+  for (const auto& [ifindex, link] : links_) {
+    if (bpf_link_update(link.get(), program, nullptr) != 0)
+      return common::SystemError("bpf_link_update", Pin(ifindex), errno);
+  }
+  return common::Ok();
+}
+
+void Links::EndOthers(int program) {
+  bpf_prog_info info{};
+  uint32_t size = sizeof info;
+  if (bpf_obj_get_info_by_fd(program, &info, &size) != 0) return;
+  std::vector<uint32_t> others;
+  for (const auto& [ifindex, link] : links_)
+    if (ProgramOf(link.get()) != info.id) others.push_back(ifindex);
+  for (const uint32_t ifindex : others) Detach(ifindex);
+  for (const std::string& path : std::exchange(unreadable_pins_, {})) RemovePins(path);
 }
 
 int Links::Attach(int program, uint32_t ifindex) {
@@ -72,6 +93,7 @@ int Links::Attach(int program, uint32_t ifindex) {
   common::UniqueFd link{bpf_link_create(program, static_cast<int>(ifindex), kTcxIngress, nullptr)};
   if (!link) return errno;
   unlink(Pin(ifindex).c_str());
+  std::erase(unreadable_pins_, Pin(ifindex));
   if (bpf_obj_pin(link.get(), Pin(ifindex).c_str()) != 0) return errno;
   links_.insert_or_assign(ifindex, std::move(link));
   return 0;
@@ -83,14 +105,6 @@ void Links::Detach(uint32_t ifindex) {
   unlink(Pin(ifindex).c_str());
   bpf_link_detach(known->second.get());
   links_.erase(known);
-}
-
-bool Links::AllRun(int program) const {
-  bpf_prog_info info{};
-  uint32_t size = sizeof info;
-  if (bpf_obj_get_info_by_fd(program, &info, &size) != 0) return false;
-  return std::all_of(links_.begin(), links_.end(),
-                     [&info](const auto& link) { return ProgramOf(link.second.get()) == info.id; });
 }
 
 bool TcxSupported() {

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "common/result.h"
 #include "common/unique_fd.h"
@@ -15,21 +16,27 @@ class Links final {
  public:
   explicit Links(std::string dir) : dir_{std::move(dir)} {}
 
-  /// Opens what is pinned and makes it run `program` from the next frame on, or leaves it as it is when `program` is
-  /// -1. Attachments whose interface is gone are removed.
-  common::Status TakeOver(int program);
+  /// Opens what is pinned, which goes on as it is. Attachments whose interface is gone are removed.
+  common::Status Open();
+  /// What is pinned and is no attachment of this layout, with the reasons.
+  [[nodiscard]] const std::vector<std::string>& unreadable() const noexcept { return unreadable_; }
+  /// Makes every attachment run `program` from the next frame on.
+  common::Status RunAll(int program);
+  /// Ends all attachments but those that run `program`, and removes what is not readable.
+  void EndOthers(int program);
   /// After this, and while the interface lives, the filter sees every frame that enters it. ENODEV when there is no
   /// such interface. Costs some milliseconds when it was not attached before.
   int Attach(int program, uint32_t ifindex);
   void Detach(uint32_t ifindex);
-  /// True when no attachment runs another program.
-  [[nodiscard]] bool AllRun(int program) const;
+  [[nodiscard]] bool Has(uint32_t ifindex) const { return links_.contains(ifindex); }
   [[nodiscard]] const std::map<uint32_t, common::UniqueFd>& all() const noexcept { return links_; }
 
  private:
   [[nodiscard]] std::string Pin(uint32_t ifindex) const { return dir_ + "/if-" + std::to_string(ifindex); }
   const std::string dir_;
   std::map<uint32_t, common::UniqueFd> links_;
+  std::vector<std::string> unreadable_;
+  std::vector<std::string> unreadable_pins_;
 };
 
 /// True when this kernel has the tcx hook.

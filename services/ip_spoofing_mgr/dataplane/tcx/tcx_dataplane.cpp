@@ -46,6 +46,7 @@ class TcxDataplane final : public Dataplane {
   [[nodiscard]] size_t MaxPorts() const override { return PLANE_MAX_PORTS - 1; }
 
   common::Result<Snapshot> TakeOver() override;
+  common::Status ReleaseHeld() override;
   std::vector<Failure> Apply(const Changes& changes) override;
   common::Status RemoveEverything() override;
   common::Result<std::vector<PortCounter>> Counters() override;
@@ -63,7 +64,10 @@ class TcxDataplane final : public Dataplane {
   /// Ends the filtering of interfaces that no port is any more.
   void ReleaseInterfaces();
   [[nodiscard]] bool IsOurs(uint32_t ifindex) const;
-  void AdoptUnreadable(Snapshot& snapshot) const;
+  /// Attaches the filters of ports that an earlier process had, and whose attachments are lost.
+  common::Status AttachMissing();
+  /// Takes away every trace of earlier processes.
+  void EndEarlier();
 
   const std::string mount_;
   const size_t capacity_;
@@ -99,15 +103,35 @@ common::Result<Snapshot> TcxDataplane::TakeOver() {
     snapshot.entries.push_back({FromKey(keys[i]), EntryMac(values[i])});
     generation_ = std::max<uint8_t>(generation_, static_cast<uint8_t>(values[i].generation + 1));
   }
-  if (object_.found_unreadable()) {
-    // Their filters go on as they are until their ports are configured again.
-    if (common::Status opened = links_.TakeOver(-1); !opened.ok()) return opened.error();
-    AdoptUnreadable(snapshot);
-    return snapshot;
-  }
-  if (common::Status taken = links_.TakeOver(object_.program()); !taken.ok()) return taken.error();
-  object_.Finish();
+  if (common::Status opened = links_.Open(); !opened.ok()) return opened.error();
+  snapshot.unreadable = object_.unreadable();
+  snapshot.unreadable.insert(snapshot.unreadable.end(), links_.unreadable().begin(), links_.unreadable().end());
+  snapshot.held = object_.starts_blind();
+  if (snapshot.held) return snapshot;
+  if (common::Status run = links_.RunAll(object_.program()); !run.ok()) return run.error();
+  if (common::Status attached = AttachMissing(); !attached.ok()) return attached.error();
+  EndEarlier();
   return snapshot;
+}
+
+common::Status TcxDataplane::AttachMissing() {
+  for (const auto& [id, port] : ports_) {
+    if (!port.enabled || port.ifindex == 0 || links_.Has(port.ifindex)) continue;
+    if (if_nametoindex(port.name.c_str()) != port.ifindex) continue;  // it has come and gone; the table knows
+    const int error = links_.Attach(object_.program(), port.ifindex);
+    if (error != 0 && error != ENODEV) return common::SystemError("attach the filter", port.name, error);
+  }
+  return common::Ok();
+}
+
+void TcxDataplane::EndEarlier() {
+  links_.EndOthers(object_.program());
+  object_.Finish();
+}
+
+common::Status TcxDataplane::ReleaseHeld() {
+  EndEarlier();
+  return common::Ok();
 }
 
 std::vector<Failure> TcxDataplane::Apply(const Changes& changes) {
@@ -118,7 +142,6 @@ std::vector<Failure> TcxDataplane::Apply(const Changes& changes) {
       failures.push_back({Failure::Of::kPort, i, set.error()});
   }
   if (!changes.ports.empty()) ReleaseInterfaces();
-  if (object_.found_unreadable() && links_.AllRun(object_.program())) object_.Finish();
   Remove(changes.removes, failures);
   if (!changes.drop_ports.empty()) Forget(changes.drop_ports);
   return failures;
@@ -215,8 +238,7 @@ common::Status TcxDataplane::RemoveEverything() {
   std::vector<uint32_t> attached;
   for (const auto& [ifindex, link] : links_.all()) attached.push_back(ifindex);
   for (const uint32_t ifindex : attached) links_.Detach(ifindex);
-  for (const tcx::MapDir& dir : tcx::ListMapDirs(mount_)) tcx::RemovePins(mount_ + "/" + dir.Name());
-  tcx::RemovePins(mount_ + "/links");
+  for (const std::string& name : tcx::ListNames(mount_)) tcx::RemovePins(mount_ + "/" + name);
   tcx::UnmountBpfFs(mount_);
   return common::Ok();
 }
@@ -251,15 +273,6 @@ common::Result<std::vector<Drop>> TcxDataplane::Violators() {
                                clock.At(values[i].last_ns)));
   }
   return rows;
-}
-
-void TcxDataplane::AdoptUnreadable(Snapshot& snapshot) const {
-  PortId id = 0;
-  for (const auto& [ifindex, link] : links_.all()) {
-    std::array<char, IF_NAMESIZE> name{};
-    if (if_indextoname(ifindex, name.data()) == nullptr) continue;
-    snapshot.ports.push_back({++id, name.data(), ifindex, true, AllowAll::kNone, false});
-  }
 }
 
 }  // namespace

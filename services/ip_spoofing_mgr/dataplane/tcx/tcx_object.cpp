@@ -8,10 +8,10 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdio>
 #include <iterator>
 
 #include "common/unique_fd.h"
+#include "dataplane/tcx/inventory.h"
 #include "dataplane/tcx/layout.h"
 #include "dataplane/tcx/maps.h"
 #include "filter.skel.h"
@@ -40,30 +40,30 @@ common::Result<Object> Object::Load(const std::string& mount, uint32_t slots) {
   libbpf_set_print(Silent);  // what fails comes back as an error
   Object object;
   object.mount_ = mount;
-  const std::vector<MapDir> found = ListMapDirs(mount);
-  const auto usable = std::find_if(found.begin(), found.end(), [slots](const MapDir& dir) {
-    return dir.complete && dir.layout == PLANE_LAYOUT && dir.slots >= slots;
-  });
-  const bool any_complete = std::any_of(found.begin(), found.end(), [](const MapDir& dir) { return dir.complete; });
+  Inventory inventory = TakeInventory(mount);
+  const std::vector<MapDir>& found = inventory.readable;
+  object.unreadable_ = std::move(inventory.unreadable);
+  const auto usable = std::find_if(found.begin(), found.end(),
+                                   [slots](const MapDir& dir) { return dir.complete() && dir.slots >= slots; });
   if (usable != found.end()) {
     common::Status loaded = object.LoadAt(*usable, usable->slots);
     if (!loaded.ok()) return loaded.error();
     return object;
   }
-  // An incomplete directory is complete in fact when there is no other: the earlier ones had been removed already.
-  for (const MapDir& dir : found) {
-    if (dir.complete || !any_complete) continue;
-    RemovePins(mount + "/" + dir.Name());
-  }
-  const MapDir fresh{PLANE_LAYOUT, slots, false};
+  // A new directory is complete in fact when there is no other: the earlier ones had been removed already.
+  const bool alone = found.size() == 1 && object.unreadable_.empty();
+  std::vector<MapDir> sources;
+  std::copy_if(found.begin(), found.end(), std::back_inserter(sources),
+               [alone](const MapDir& dir) { return alone || dir.complete(); });
+  object.starts_blind_ = sources.empty() && (inventory.attached || !object.unreadable_.empty());
+  const MapDir fresh{PLANE_LAYOUT, slots, object.starts_blind_ ? MapDir::State::kBlind : MapDir::State::kNew};
+  const auto is_fresh = [&fresh](const MapDir& dir) { return dir.Name() == fresh.Name(); };
+  // What attached filters use lives as long as they do, with or without a pin.
+  if (std::none_of(sources.begin(), sources.end(), is_fresh)) RemovePins(mount + "/" + fresh.Name());
   common::Status loaded = object.LoadAt(fresh, slots);
   if (!loaded.ok()) return loaded.error();
-  for (const MapDir& dir : found) {
-    if (dir.Name() == fresh.Name() || (!dir.complete && any_complete)) continue;
-    if (dir.layout != PLANE_LAYOUT) {
-      object.found_unreadable_ = true;
-      continue;
-    }
+  for (const MapDir& dir : sources) {
+    if (is_fresh(dir)) continue;
     if (common::Status copied = object.CopyFrom(dir); !copied.ok()) return copied.error();
   }
   return object;
@@ -108,12 +108,12 @@ common::Status Object::CopyFrom(const MapDir& dir) {
 }
 
 void Object::Finish() {
-  found_unreadable_ = false;
-  for (const MapDir& dir : ListMapDirs(mount_))
-    if (dir.Name() != dir_.Name()) RemovePins(mount_ + "/" + dir.Name());
-  if (!dir_.complete) {
+  starts_blind_ = false;
+  for (const std::string& name : ListNames(mount_))
+    if (name != dir_.Name() && name != "links") RemovePins(mount_ + "/" + name);
+  if (!dir_.complete()) {
     MapDir finished = dir_;
-    finished.complete = true;
+    finished.state = MapDir::State::kComplete;
     if (rename((mount_ + "/" + dir_.Name()).c_str(), (mount_ + "/" + finished.Name()).c_str()) == 0) dir_ = finished;
   }
 }

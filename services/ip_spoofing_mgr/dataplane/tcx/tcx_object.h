@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "common/result.h"
 #include "dataplane/tcx/bpf_fs.h"
@@ -13,11 +14,11 @@ namespace mgr::tcx {
 /// The loaded program and its maps.
 class Object final {
  public:
-  /// Loads the program on the maps pinned below `mount`: those of an earlier process when they are of this layout and
-  /// have room for `slots` entries, else new ones into which everything of the earlier ones is copied. The earlier ones
-  /// stay what attached filters use until Finish().
+  /// Loads the program on the maps pinned below `mount`: those of an earlier process when they are readable and have
+  /// room for `slots` entries, else new ones into which everything of the earlier ones is copied. The earlier ones stay
+  /// what attached filters use until Finish().
   static common::Result<Object> Load(const std::string& mount, uint32_t slots);
-  /// Every attached filter uses the maps of this object now: earlier ones are removed.
+  /// Every attached filter uses the maps of this object now: all earlier pins but the attachments are removed.
   void Finish();
 
   [[nodiscard]] int program() const;
@@ -27,8 +28,10 @@ class Object final {
   [[nodiscard]] int violators() const;
   [[nodiscard]] int events() const;
   [[nodiscard]] int records() const;
-  /// Maps of another layout were found, which cannot be read: attached filters enforce them until Finish().
-  [[nodiscard]] bool found_unreadable() const noexcept { return found_unreadable_; }
+  /// What was found and cannot be read, with the reasons.
+  [[nodiscard]] const std::vector<std::string>& unreadable() const noexcept { return unreadable_; }
+  /// The maps are new and empty, although attached filters enforce something that cannot be read.
+  [[nodiscard]] bool starts_blind() const noexcept { return starts_blind_; }
 
  private:
   struct Destroy {
@@ -40,7 +43,8 @@ class Object final {
 
   std::string mount_;
   MapDir dir_;
-  bool found_unreadable_ = false;
+  std::vector<std::string> unreadable_;
+  bool starts_blind_ = false;
   std::unique_ptr<filter_bpf, Destroy> skeleton_;
 };
 

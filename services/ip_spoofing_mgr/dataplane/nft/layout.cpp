@@ -1,0 +1,168 @@
+#include "dataplane/nft/layout.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "dataplane/nft/port_rules.h"
+#include "dataplane/verdict.h"
+
+namespace mgr::nft {
+namespace {
+
+constexpr size_t kPortBytes = 4, kKeyBytes = 12, kBoundBytes = 20;
+
+/// What is kept of a port beside its id.
+struct Record {
+  uint32_t ifindex;
+  uint8_t enabled, mode, monitor, reserved;
+  std::array<char, 16> name;
+};
+static_assert(sizeof(Record) == 24);
+
+void Append(Data& data, const void* bytes, size_t size) {
+  const auto* begin = static_cast<const uint8_t*>(bytes);
+  data.insert(data.end(), begin, begin + size);
+}
+
+EntryKey FromKey(const Data& data) {
+  EntryKey key;
+  std::memcpy(&key.port, data.data(), sizeof key.port);
+  key.vlan = static_cast<uint16_t>(data[4] << 8 | data[5]);
+  std::memcpy(&key.address_be, data.data() + 8, sizeof key.address_be);
+  return key;
+}
+
+/// True when every key, and the data beside it, has that size.
+bool HaveForm(const std::vector<Element>& elements, size_t key, size_t user_data) {
+  return std::all_of(elements.begin(), elements.end(), [key, user_data](const Element& element) {
+    return element.key.size() == key && element.user_data.size() == user_data;
+  });
+}
+
+PortConfig PortOf(const Element& element) {
+  Record record{};
+  std::memcpy(&record, element.user_data.data(), sizeof record);
+  PortConfig port;
+  std::memcpy(&port.id, element.key.data(), sizeof port.id);
+  port.name.assign(record.name.data(), strnlen(record.name.data(), record.name.size()));
+  port.ifindex = record.ifindex;
+  port.enabled = record.enabled != 0;
+  port.mode = static_cast<AllowAll>(record.mode);
+  port.monitor = record.monitor != 0;
+  return port;
+}
+
+}  // namespace
+
+std::string TablePrefix(const std::string& run_dir) {
+  uint32_t hash = 2166136261U;  // FNV-1a
+  for (const char c : run_dir) hash = (hash ^ static_cast<uint8_t>(c)) * 16777619U;
+  std::array<char, 32> text{};
+  std::snprintf(text.data(), text.size(), "ip_spoofing_%08x_", hash);
+  return text.data();
+}
+
+std::string TableName(const std::string& prefix, size_t room) {
+  return prefix + "v" + std::to_string(kLayout) + "_" + std::to_string(room);
+}
+
+std::optional<size_t> RoomOf(const std::string& prefix, const std::string& name) {
+  size_t room = 0;
+  unsigned layout = 0;
+  if (!name.starts_with(prefix)) return std::nullopt;
+  if (std::sscanf(name.c_str() + prefix.size(), "v%u_%zu", &layout, &room) != 2) return std::nullopt;
+  return TableName(prefix, room) == name ? std::optional{room} : std::nullopt;
+}
+
+/// Three words: port, VLAN in network order and padding, source.
+Element KeyElement(const EntryKey& key) {
+  Element element{Host32(key.port)};
+  const Data vlan = Net16(key.vlan);
+  Append(element.key, vlan.data(), vlan.size());
+  element.key.resize(8);
+  Append(element.key, &key.address_be, sizeof key.address_be);
+  return element;
+}
+
+Element BoundElement(const EntryKey& key, const MacAddress& mac) {
+  Element element = KeyElement(key);
+  Append(element.key, mac.data(), mac.size());
+  element.key.resize(20);
+  return element;
+}
+
+Element RecordElement(const PortConfig& port) {
+  Record record{port.ifindex,
+                static_cast<uint8_t>(port.enabled),
+                static_cast<uint8_t>(port.mode),
+                static_cast<uint8_t>(port.monitor),
+                0,
+                {}};
+  std::strncpy(record.name.data(), port.name.c_str(), record.name.size() - 1);
+  Element element{Host32(port.id)};
+  Append(element.user_data, &record, sizeof record);
+  return element;
+}
+
+int SetUp(Socket& socket, const Table& table, size_t room) {
+  const auto size = static_cast<uint32_t>(room);
+  Batch batch;
+  table.Create(batch);
+  table.AddSet(batch, kPorts, 4, 0);
+  table.AddSet(batch, kAnyMac, 12, size);
+  table.AddSet(batch, kBound, 20, size);
+  table.AddSet(batch, kBoundKeys, 12, size);
+  table.AddSet(batch, kSameBytes, 8, 256);
+  table.AddSet(batch, kTags, 2, 0);
+  table.AddSet(batch, kEncapsulations, 2, 0);
+  table.AddSet(batch, kIpOverLlc, 1, 0);
+  table.AddSet(batch, kNoRoomForUdp, 8, 0);
+
+  std::vector<Element> same, short_udp;
+  for (unsigned byte = 0; byte < 256; ++byte) {
+    const auto value = static_cast<uint8_t>(byte);
+    same.push_back({{value, 0, 0, 0, value, 0, 0, 0}});
+  }
+  for (unsigned words = 5; words <= 15; ++words) {
+    for (unsigned beyond = 0; beyond < 8; ++beyond) {
+      const unsigned total = words * 4 + beyond;
+      short_udp.push_back({{static_cast<uint8_t>(words), 0, 0, 0, static_cast<uint8_t>(total >> 8),
+                            static_cast<uint8_t>(total & 0xff), 0, 0}});
+    }
+  }
+  std::vector<Element> encapsulations;
+  for (unsigned type = 0; type <= 0xffff; ++type) {
+    if (verdict_is_encapsulation(static_cast<uint16_t>(type)) != 0)
+      encapsulations.push_back({Net16(static_cast<uint16_t>(type))});
+  }
+  table.AddElements(batch, kSameBytes, same);
+  table.AddElements(batch, kNoRoomForUdp, short_udp);
+  table.AddElements(batch, kEncapsulations, encapsulations);
+  table.AddElements(batch, kTags, {{{0x81, 0x00}}, {{0x88, 0xa8}}});
+  table.AddElements(batch, kIpOverLlc, {{{0xaa}}, {{0x06}}});
+  return socket.Commit(std::move(batch));
+}
+
+common::Result<Snapshot> Read(const Table& table) {
+  const auto ports = table.Elements(kPorts), any_mac = table.Elements(kAnyMac), bound = table.Elements(kBound);
+  for (const auto* read : {&ports, &any_mac, &bound})
+    if (!read->ok()) return read->error();
+  if (!HaveForm(ports.value(), kPortBytes, sizeof(Record)) || !HaveForm(any_mac.value(), kKeyBytes, 0) ||
+      !HaveForm(bound.value(), kBoundBytes, 0)) {
+    return common::Error{"read", table.name(), "sets of another form"};
+  }
+  Snapshot snapshot;
+  for (const Element& element : ports.value()) snapshot.ports.push_back(PortOf(element));
+  for (const Element& element : any_mac.value()) snapshot.entries.push_back({FromKey(element.key), {}});
+  for (const Element& element : bound.value()) {
+    Entry entry{FromKey(element.key), {}};
+    std::memcpy(entry.mac.data(), element.key.data() + kKeyBytes, entry.mac.size());
+    snapshot.entries.push_back(entry);
+  }
+  return snapshot;
+}
+
+}  // namespace mgr::nft
