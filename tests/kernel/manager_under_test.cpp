@@ -150,11 +150,18 @@ bool ManagerUnderTest::Submit(const std::vector<Request>& requests, bool full) {
   return false;
 }
 
-std::string ManagerUnderTest::Ctl(const std::vector<std::string>& arguments) const {
+std::unique_ptr<test::ChildProcess> ManagerUnderTest::Watch(const std::vector<std::string>& arguments) const {
   std::vector<std::string> command = {CTL_EXECUTABLE};
   command.insert(command.end(), arguments.begin(), arguments.end());
   static int run = 0;
-  return test::Run(command, {}, root_ + "/ctl" + std::to_string(++run)).output;
+  return std::make_unique<test::ChildProcess>(command, test::ChildProcess::Environment{},
+                                              root_ + "/ctl" + std::to_string(++run));
+}
+
+std::string ManagerUnderTest::Ctl(const std::vector<std::string>& arguments) const {
+  const auto process = Watch(arguments);
+  process->Wait(kLimit);
+  return process->Output();
 }
 
 bool ManagerUnderTest::WaitForPorts(const std::string& text) const {

@@ -41,6 +41,9 @@ class ManagerUnderTest final {
   [[nodiscard]] bool Submit(const std::vector<Request>& requests, bool full = false);
   /// Runs ip-spoofing-ctl; its standard output.
   [[nodiscard]] std::string Ctl(const std::vector<std::string>& arguments) const;
+  /// Starts ip-spoofing-ctl and leaves it running.
+  [[nodiscard]] std::unique_ptr<test::ChildProcess> Watch(const std::vector<std::string>& arguments) const;
+  [[nodiscard]] pid_t pid() const { return process_->pid(); }
   /// Waits until `ip-spoofing-ctl show ports` has `text` in it.
   [[nodiscard]] bool WaitForPorts(const std::string& text) const;
 

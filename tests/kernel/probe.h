@@ -12,7 +12,10 @@ class Probe final {
  public:
   /// `station` is the other end of the wire that leads to the interface `port`.
   Probe(const std::string& port, const std::string& station)
-      : sender_{station}, passed_{port, 0x0800}, follower_{port, kFollower} {}
+      : sender_{station}, passed_{port, 0x0800}, follower_{port, kFollower} {
+    netns::WaitUntilRunning(station);
+    netns::WaitUntilRunning(port);
+  }
 
   /// True when the IPv4 frame passed the filter. A frame that always passes is sent behind it and waited for, so that
   /// "not passed" is not "not yet". Fails, as nothing, when that one does not come through either.

@@ -7,6 +7,7 @@
 #include <poll.h>
 #include <sched.h>
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
@@ -15,6 +16,7 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -97,6 +99,20 @@ Wire::Wire(std::string port) : port_{std::move(port)}, station_{"s-" + port_} {
   const std::string size = " mtu 3000 arp off";
   MustRun("ip link add " + port_ + size + " type veth peer name " + station_ + size);
   MustRun("ip link set " + station_ + " up && ip link set " + port_ + " up");
+  WaitUntilRunning(station_);
+  WaitUntilRunning(port_);
+}
+
+void WaitUntilRunning(const std::string& interface) {
+  const common::UniqueFd socket{::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
+  ifreq request{};
+  std::strncpy(request.ifr_name, interface.c_str(), sizeof request.ifr_name - 1);
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds{10};
+  while (std::chrono::steady_clock::now() < deadline) {
+    if (ioctl(socket.get(), SIOCGIFFLAGS, &request) != 0) return;
+    if ((request.ifr_flags & IFF_RUNNING) != 0) return;
+    poll(nullptr, 0, 1);
+  }
 }
 
 uint32_t Wire::ifindex() const { return if_nametoindex(port_.c_str()); }

@@ -58,6 +58,9 @@ class Wire final {
   std::string station_;
 };
 
+/// Waits until an interface that is up can send: the kernel gets it ready a little later. Up to ten seconds.
+void WaitUntilRunning(const std::string& interface);
+
 /// Sends frames out of an interface. The first tag of a frame that has it in metadata goes into the bytes: what
 /// receives it takes the tag out again.
 class Sender final {
