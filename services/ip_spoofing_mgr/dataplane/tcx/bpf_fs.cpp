@@ -1,5 +1,6 @@
 #include "dataplane/tcx/bpf_fs.h"
 
+#include <bpf/bpf.h>
 #include <dirent.h>
 #include <linux/magic.h>
 #include <sys/mount.h>
@@ -11,11 +12,11 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
-#include <filesystem>
 #include <memory>
 #include <string_view>
 
 #include "common/paths.h"
+#include "common/unique_fd.h"
 
 namespace mgr::tcx {
 namespace {
@@ -68,8 +69,11 @@ std::vector<std::string> ListNames(const std::string& dir) {
 }
 
 void RemovePins(const std::string& path) {
-  std::error_code ignored;  // what cannot be removed now is found again by the next process
-  std::filesystem::remove_all(path, ignored);
+  for (const std::string& name : ListNames(path)) RemovePins(path + "/" + name);
+  // An attachment that is only not pinned any more would go on for a while.
+  if (const common::UniqueFd link{bpf_obj_get(path.c_str())}; link && KindOf(link.get()) == PinKind::kLink)
+    bpf_link_detach(link.get());
+  std::remove(path.c_str());  // what cannot be removed now is found again by the next process
 }
 
 PinKind KindOf(int object) {

@@ -36,7 +36,7 @@ std::optional<MapDir> ParseMapDir(const std::string& name);
 
 /// What is pinned in `dir`, sorted; not the files that the kernel puts into every bpffs.
 std::vector<std::string> ListNames(const std::string& dir);
-/// Removes a pin, or a directory and all that is in it; absent is no error.
+/// Removes a pin, or a directory and all that is in it; attachments among it end at once. Absent is no error.
 void RemovePins(const std::string& path);
 
 enum class PinKind : uint8_t { kMap, kLink, kOther };
