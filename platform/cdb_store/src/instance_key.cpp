@@ -136,6 +136,21 @@ std::vector<std::string> OwnKeys(const Schema& schema, const Node& node, std::st
   return values;
 }
 
+std::string_view OwnKey(const Schema& schema, const Node& node, std::string_view own_keys, size_t index,
+                        std::string& buffer) {
+  const auto type_of = [&](size_t key) {
+    return node.kind == NodeKind::kLeafList ? node.type : schema.node(node.keys[key]).type;
+  };
+  for (size_t key = 0; key < index; ++key) own_keys.remove_prefix(EncodedKeySize(type_of(key), own_keys));
+  const ValueType type = type_of(index);
+  const std::string_view encoded = own_keys.substr(0, EncodedKeySize(type, own_keys));
+  if (FixedSize(type) >= 0 || encoded.empty()) return encoded;
+  const std::string_view plain = encoded.substr(0, encoded.size() - 2);
+  if (plain.find('\0') == std::string_view::npos) return plain;
+  buffer = DecodeKey(type, encoded);
+  return buffer;
+}
+
 std::string Successor(std::string_view prefix) {
   std::string next(prefix);
   while (!next.empty() && next.back() == '\xff') next.pop_back();

@@ -18,7 +18,7 @@ bool IsAmbiguous(const Schema& schema, std::string_view name) {
 
 }  // namespace
 
-PathReader::PathReader(std::string_view path) : rest_{path} {
+PathReader::PathReader(std::string_view path) : rest_{path}, path_size_{path.size()} {
   if (rest_.empty()) {
     problem_ = "is empty";
   } else if (rest_.front() == '/') {
@@ -27,24 +27,35 @@ PathReader::PathReader(std::string_view path) : rest_{path} {
   }
 }
 
+PathReader::PathReader(std::string_view path, size_t from) : PathReader{path} {
+  if (from == 0) return;
+  rest_ = path.substr(from);
+  end_ = from;
+  if (!rest_.empty()) SkipSlash();
+}
+
 bool PathReader::Fail(const char* problem) {
   problem_ = problem;
   return false;
 }
 
+bool PathReader::SkipSlash() {
+  if (rest_.front() != '/') return Fail("has something other than '/' after a node");
+  rest_.remove_prefix(1);
+  return rest_.empty() ? Fail("ends in '/'") : true;
+}
+
 bool PathReader::Next(PathStep& step) {
   if (problem_ != nullptr || rest_.empty()) return false;
-  unescaped_count_ = 0;
+  unescaped_.clear();
   step.prefix = {};
   step.selector = PathStep::Selector::kNone;
   step.key_count = 0;
   if (!ReadName(step)) return false;
   if (!rest_.empty() && rest_.front() == '{' && !ReadKeys(step)) return false;
   if (!rest_.empty() && rest_.front() == '[' && !ReadPosition(step)) return false;
-  if (rest_.empty()) return true;
-  if (rest_.front() != '/') return Fail("has something other than '/' after a node");
-  rest_.remove_prefix(1);
-  return rest_.empty() ? Fail("ends in '/'") : true;
+  end_ = path_size_ - rest_.size();
+  return rest_.empty() || SkipSlash();
 }
 
 bool PathReader::ReadName(PathStep& step) {
@@ -97,8 +108,8 @@ bool PathReader::ReadQuotedKey(std::string_view& key) {
     key = rest_.substr(0, stop);
     rest_.remove_prefix(stop + 1);
   } else {
-    std::string& text = unescaped_[unescaped_count_++];
-    text.clear();
+    unescaped_.reserve(path_size_);  // more than all keys take: earlier ones stay where they are
+    const size_t start = unescaped_.size();
     size_t at = 0;
     for (; at < rest_.size() && rest_[at] != '"'; ++at) {
       char c = rest_[at];
@@ -125,11 +136,11 @@ bool PathReader::ReadQuotedKey(std::string_view& key) {
             return Fail("has an unknown escape in a key");
         }
       }
-      text.push_back(c);
+      unescaped_.push_back(c);
     }
     if (at == rest_.size()) return Fail(kOpen);
     rest_.remove_prefix(at + 1);
-    key = text;
+    key = std::string_view(unescaped_).substr(start);
   }
   if (!rest_.empty() && rest_.front() != '}' && !IsBlank(rest_.front())) {
     return Fail("has something after a key's closing quote");

@@ -35,6 +35,49 @@ TEST(InstanceKey, StringsOrderAndDecodeWhateverBytesTheyHold) {
   }
 }
 
+TEST(InstanceKey, OneOwnKeyIsWhatAllOwnKeysSay) {
+  const Schema schema = testing::BoxSchema();
+  const std::string zero("a\0\1b", 4);
+  struct Case {
+    const char* node;
+    std::vector<std::pair<ValueType, std::string>> above, own;
+  };
+  const std::vector<Case> cases = {
+      {"/tb:box/site", {}, {{ValueType::kString, "north"}}},
+      {"/tb:box/site", {}, {{ValueType::kString, zero}}},
+      {"/tb:box/site", {}, {{ValueType::kString, ""}}},
+      {"/tb:box/site/where/floor/room",
+       {{ValueType::kString, zero}, {ValueType::kInt8, StoreInt<int8_t>(-3)}},
+       {{ValueType::kUint16, StoreInt<uint16_t>(0)}, {ValueType::kEnum, StoreInt<int32_t>(-2)}}},
+      {"/tb:box/other",
+       {},
+       {{ValueType::kBool, StoreInt<uint8_t>(1)},
+        {ValueType::kEnum, StoreInt<int32_t>(30)},
+        {ValueType::kBinary, std::string("\0\0", 2)},
+        {ValueType::kIpv4, std::string("\0\1\2\3", 4)},
+        {ValueType::kIpv6, std::string(16, '\0')},
+        {ValueType::kDecimal64, StoreInt<int64_t>(5)},
+        {ValueType::kString, "end"}}},
+      {"/tb:box/dns", {}, {{ValueType::kIpv4, std::string("\12\0\0\1", 4)}}},
+  };
+  for (const Case& row : cases) {
+    const Node& node = *schema.FindPath(row.node);
+    InstanceKey key;
+    for (const auto& [type, value] : row.above) ASSERT_TRUE(key.Append(type, value));
+    const size_t own_at = key.size();
+    for (const auto& [type, value] : row.own) ASSERT_TRUE(key.Append(type, value));
+    const std::vector<std::string> all = OwnKeys(schema, node, key.keys());
+    ASSERT_EQ(all.size(), row.own.size());
+    for (size_t i = 0; i < all.size(); ++i) {
+      std::string buffer = "of an earlier read";
+      EXPECT_EQ(OwnKey(schema, node, key.keys().substr(own_at), i, buffer), all[i]) << row.node << " key " << i;
+      EXPECT_EQ(all[i], row.own[i].second);
+    }
+    std::string buffer;
+    EXPECT_EQ(OwnKey(schema, node, "", row.own.size() - 1, buffer), "") << "damaged";
+  }
+}
+
 TEST(InstanceKey, LongKeysAreRefusedAndLeaveTheRest) {
   InstanceKey key;
   ASSERT_TRUE(key.Append(ValueType::kString, std::string(kMaxKeys - 2, 'x')));

@@ -23,9 +23,10 @@ struct Read {
   Session* session = nullptr;
   std::string_view path;
   Target target;
+  std::string buffer;  ///< for a value that is not stored as it is read
 };
 
-/// CONFD_OK, or why there is nothing to read.
+/// Fills `read`. CONFD_OK, or why there is nothing to read.
 int Begin(Read& read, int nargs, int sock, const char* fmt, va_list args) {
   static std::string buffer;
   confd::CdbSocket* const socket = confd::Client::Get().Find(sock, CDB_READ_SOCKET);
@@ -48,19 +49,21 @@ int CheckStore(const Read& read) {
   return confd::Fail(CONFD_ERR_OS, cdb_store::StoreError("read", std::string(read.path), code).Text());
 }
 
-int Exists(const Read& read) {
+int Exists(Read& read) {
   const Target& target = read.target;
   const cdb_store::View& view = read.session->view;
+  const Node& node = *target.node;
   bool exists = false;
-  std::string buffer;
   if (target.is_missing) {
     exists = false;
   } else if (target.names_list) {
-    exists = view.Count(*target.node, target.key.keys()) > 0;
-  } else if (target.node->kind == NodeKind::kLeaf) {
-    exists = target.Leaf(view, buffer).has_value();
+    exists = view.Count(node, target.keys) > 0;
+  } else if (node.IsKeyLeaf()) {
+    exists = target.HasRow(view, view.schema().node(node.parent));
+  } else if (node.kind == NodeKind::kLeaf) {
+    exists = target.Leaf(view, read.buffer).has_value();
   } else {
-    exists = target.row_node == target.node || view.Exists(*target.node, target.key.keys());
+    exists = target.row_node == &node || view.Exists(node, target.keys);
   }
   if (const int result = CheckStore(read); result != CONFD_OK) return result;
   return exists ? 1 : 0;
@@ -70,13 +73,13 @@ int Exists(const Read& read) {
 bool ParentExists(const Read& read) {
   const cdb_store::Schema& schema = read.session->view.schema();
   const Node& holder = schema.node(schema.node(read.target.node->parent).row);
-  return holder.id == cdb_store::kRootId || read.session->view.Row(holder, read.target.key.keys()).has_value();
+  return holder.id == cdb_store::kRootId || read.session->view.Row(holder, read.target.keys).has_value();
 }
 
 int NumInstances(const Read& read) {
   const Target& target = read.target;
   if (!target.names_list) return FailPath(CONFD_ERR_BADPATH, read.path, target.node->name + " is no list");
-  const uint32_t count = target.is_missing ? 0 : read.session->view.Count(*target.node, target.key.keys());
+  const uint32_t count = target.is_missing ? 0 : read.session->view.Count(*target.node, target.keys);
   if (const int result = CheckStore(read); result != CONFD_OK) return result;
   if (count == 0 && (target.is_missing || !ParentExists(read))) {
     return FailPath(CONFD_ERR_NOEXISTS, read.path, "the instance above the list does not exist");
@@ -84,8 +87,8 @@ int NumInstances(const Read& read) {
   return static_cast<int>(count);
 }
 
-/// The stored value of a leaf of `type` (kNone: of any). `buffer` may hold it.
-int Leaf(const Read& read, ValueType type, std::string_view& stored, std::string& buffer) {
+/// The stored value of a leaf of `type` (kNone: of any). The read's buffer may hold it.
+int Leaf(Read& read, ValueType type, std::string_view& stored) {
   const Node& node = *read.target.node;
   if (read.target.names_list || (node.kind != NodeKind::kLeaf && node.kind != NodeKind::kLeafList)) {
     return FailPath(CONFD_ERR_BADTYPE, read.path, node.name + " is no leaf");
@@ -94,7 +97,7 @@ int Leaf(const Read& read, ValueType type, std::string_view& stored, std::string
     return FailPath(CONFD_ERR_BADTYPE, read.path,
                     node.name + " is of type " + TypeName(node.type) + ", not " + TypeName(type));
   }
-  const std::optional<std::string_view> value = read.target.Leaf(read.session->view, buffer);
+  const std::optional<std::string_view> value = read.target.Leaf(read.session->view, read.buffer);
   if (const int result = CheckStore(read); result != CONFD_OK) return result;
   if (!value) return FailPath(CONFD_ERR_NOEXISTS, read.path, "does not exist");
   if (const int size = cdb_store::FixedSize(node.type); size >= 0 && value->size() != static_cast<size_t>(size)) {
@@ -102,6 +105,21 @@ int Leaf(const Read& read, ValueType type, std::string_view& stored, std::string
   }
   stored = *value;
   return CONFD_OK;
+}
+
+/// What every typed read does: hands the stored value of a leaf of `type` to `take`.
+template <class Take>
+int TakeLeaf(ValueType type, int nargs, int sock, const char* fmt, va_list args, Take take) {
+  Read read;
+  std::string_view stored;
+  int result = Begin(read, nargs, sock, fmt, args);
+  if (result == CONFD_OK) result = Leaf(read, type, stored);
+  if (result == CONFD_OK) take(read, stored);
+  return result;
+}
+
+confd_value_t CopyOf(const Read& read, std::string_view stored) {
+  return confd::CopyValue(read.session->view.schema(), *read.target.node, stored);
 }
 
 }  // namespace
@@ -125,17 +143,12 @@ int cdb_num_instances_n(int nargs, int sock, const char* fmt, ...) {
 }
 
 int cdb_get_n(int nargs, int sock, confd_value_t* v, const char* fmt, ...) {
-  Read read;
+  const auto take = [v](const Read& read, std::string_view stored) { *v = CopyOf(read, stored); };
   va_list args;
   va_start(args, fmt);
-  int result = Begin(read, nargs, sock, fmt, args);
+  const int result = TakeLeaf(ValueType::kNone, nargs, sock, fmt, args, take);
   va_end(args);
-  std::string buffer;
-  std::string_view stored;
-  if (result == CONFD_OK) result = Leaf(read, ValueType::kNone, stored, buffer);
-  if (result != CONFD_OK) return result;
-  *v = confd::CopyValue(read.session->view.schema(), *read.target.node, stored);
-  return CONFD_OK;
+  return result;
 }
 
 int cdb_get_str_n(int nargs, int sock, char* buf, int n, const char* fmt, ...) {
@@ -144,12 +157,11 @@ int cdb_get_str_n(int nargs, int sock, char* buf, int n, const char* fmt, ...) {
   va_start(args, fmt);
   int result = Begin(read, nargs, sock, fmt, args);
   va_end(args);
-  std::string buffer;
   std::string_view stored;
   if (result == CONFD_OK && (buf == nullptr || n <= 0)) {
     result = FailPath(CONFD_ERR_PROTOUSAGE, read.path, "the buffer has no room");
   }
-  if (result == CONFD_OK) result = Leaf(read, ValueType::kString, stored, buffer);
+  if (result == CONFD_OK) result = Leaf(read, ValueType::kString, stored);
   if (result != CONFD_OK) return result;
   const size_t size = std::min(stored.size(), static_cast<size_t>(n) - 1);
   std::memcpy(buf, stored.data(), size);
@@ -158,44 +170,33 @@ int cdb_get_str_n(int nargs, int sock, char* buf, int n, const char* fmt, ...) {
 }
 
 int cdb_get_binary_n(int nargs, int sock, unsigned char** data, int* length, const char* fmt, ...) {
-  Read read;
+  const auto take = [&](const Read& read, std::string_view stored) {
+    const confd_value_t copy = CopyOf(read, stored);
+    *data = copy.val.buf.ptr;
+    *length = static_cast<int>(copy.val.buf.size);
+  };
   va_list args;
   va_start(args, fmt);
-  int result = Begin(read, nargs, sock, fmt, args);
+  const int result = TakeLeaf(ValueType::kBinary, nargs, sock, fmt, args, take);
   va_end(args);
-  std::string buffer;
-  std::string_view stored;
-  if (result == CONFD_OK) result = Leaf(read, ValueType::kBinary, stored, buffer);
-  if (result != CONFD_OK) return result;
-  const confd_value_t copy = confd::CopyValue(read.session->view.schema(), *read.target.node, stored);
-  *data = copy.val.buf.ptr;
-  *length = static_cast<int>(copy.val.buf.size);
-  return CONFD_OK;
+  return result;
 }
 
 int cdb_get_int32_n(int nargs, int sock, int32_t* v, const char* fmt, ...) {
-  Read read;
+  const auto take = [v](const Read&, std::string_view stored) { *v = cdb_store::LoadInt<int32_t>(stored); };
   va_list args;
   va_start(args, fmt);
-  int result = Begin(read, nargs, sock, fmt, args);
+  const int result = TakeLeaf(ValueType::kInt32, nargs, sock, fmt, args, take);
   va_end(args);
-  std::string buffer;
-  std::string_view stored;
-  if (result == CONFD_OK) result = Leaf(read, ValueType::kInt32, stored, buffer);
-  if (result == CONFD_OK) *v = cdb_store::LoadInt<int32_t>(stored);
   return result;
 }
 
 int cdb_get_ipv4_n(int nargs, int sock, in_addr* v, const char* fmt, ...) {
-  Read read;
+  const auto take = [v](const Read&, std::string_view stored) { std::memcpy(v, stored.data(), sizeof *v); };
   va_list args;
   va_start(args, fmt);
-  int result = Begin(read, nargs, sock, fmt, args);
+  const int result = TakeLeaf(ValueType::kIpv4, nargs, sock, fmt, args, take);
   va_end(args);
-  std::string buffer;
-  std::string_view stored;
-  if (result == CONFD_OK) result = Leaf(read, ValueType::kIpv4, stored, buffer);
-  if (result == CONFD_OK) std::memcpy(v, stored.data(), sizeof *v);
   return result;
 }
 

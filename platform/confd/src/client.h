@@ -8,6 +8,7 @@
 #include "cdb_store/store_reader.h"
 #include "confd_cdb.h"
 #include "connection.h"
+#include "path_memo.h"
 
 /// The CDB side of the process: its sockets, and the store they read.
 namespace confd {
@@ -26,6 +27,7 @@ struct Session {
   cdb_store::View view;
   int ns = -1;                                                 ///< index of the namespace of bare names, -1: none set
   std::vector<std::unique_ptr<cdb_store::RowCursor>> cursors;  ///< positions, one for each list that was walked
+  PathMemo memo;
 };
 
 struct Point {

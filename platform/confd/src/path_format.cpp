@@ -27,12 +27,12 @@ std::optional<std::string_view> FormatPath(std::string& buffer, int nargs, const
     Fail(CONFD_ERR_PROTOUSAGE, "the path is a null pointer");
     return std::nullopt;
   }
-  const char* percent = std::strchr(fmt, '%');
-  if (percent == nullptr) return fmt;
+  const char* percent = strchrnul(fmt, '%');
+  if (*percent == '\0') return std::string_view(fmt, static_cast<size_t>(percent - fmt));
   buffer.clear();
   int left = nargs - 1;
   const char* at = fmt;
-  for (; percent != nullptr; percent = std::strchr(at, '%')) {
+  for (; *percent != '\0'; percent = strchrnul(at, '%')) {
     buffer.append(at, percent);
     const char conversion = percent[1];
     if (conversion == '\0') return Bad(fmt, "ends in a lone '%'");

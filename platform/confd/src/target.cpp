@@ -26,12 +26,51 @@ RowCursor& CursorFor(Session& session, const Node& list, std::string_view parent
   return **found;
 }
 
-bool GoToPosition(Session& session, const Node& list, uint32_t position, Target& target) {
-  RowCursor& cursor = CursorFor(session, list, target.key.keys());
-  if (!cursor.GoTo(position)) return false;
-  target.key.Assign(cursor.keys());
-  target.row = cursor.row();
-  target.row_node = &list;
+/// The instance at `position` of `list`, which the keys in the session's memo lead to.
+void GoToPosition(Session& session, const Node& list, uint32_t position, Place& place) {
+  cdb_store::InstanceKey& keys = session.memo.keys();
+  RowCursor& cursor = CursorFor(session, list, keys.keys());
+  place.is_missing = !cursor.GoTo(position);
+  if (place.is_missing) return;
+  keys.Assign(cursor.keys());
+  place.row = cursor.row();
+  place.row_node = &list;
+}
+
+/// Goes from `place` to what `step` names below it. False, with the reason in `problem`, when there is no such thing.
+bool TakeStep(Session& session, const PathStep& step, Place& place, std::string& problem) {
+  const Schema& schema = session.view.schema();
+  const Node* const parent = place.node;
+  if (place.names_list) {
+    problem = parent->name + " is a list: it needs keys or a position before what is below it";
+    return false;
+  }
+  const Node* const node = cdb_store::ResolveStep(schema, *parent, step, session.ns, problem);
+  if (node == nullptr) return false;
+  if (!node->config) {
+    problem = schema.PathOf(*node) + " is operational data, which is not in the database";
+    return false;
+  }
+  place.node = node;
+  switch (step.selector) {
+    case PathStep::Selector::kNone:
+      place.names_list = node->IsKeyed();
+      return true;
+    case PathStep::Selector::kKeys:
+      place.own_keys_at = place.keys_size;
+      place.row_node = nullptr;
+      if (!cdb_store::AppendStepKeys(schema, *node, step, session.memo.keys(), problem)) return false;
+      break;
+    case PathStep::Selector::kPosition:
+      if (!node->IsKeyed()) {
+        problem = node->name + " is no list and has no positions";
+        return false;
+      }
+      place.own_keys_at = place.keys_size;
+      if (!place.is_missing) GoToPosition(session, *node, step.position, place);
+      break;
+  }
+  place.keys_size = session.memo.keys().size();
   return true;
 }
 
@@ -44,49 +83,33 @@ int FailPath(confd_errno_value code, std::string_view path, const std::string& p
 std::optional<std::string_view> Target::Leaf(const cdb_store::View& view, std::string& buffer) const {
   if (is_missing) return std::nullopt;
   const Schema& schema = view.schema();
-  if (node->IsKeyLeaf()) {
-    const Node& list = schema.node(node->parent);
-    if (row_node != &list && !view.Row(list, key.keys())) return std::nullopt;
-    buffer = std::move(cdb_store::OwnKeys(schema, list, key.keys())[static_cast<size_t>(node->key_index)]);
-    return buffer;
+  if (node->IsKeyLeaf() || node->kind == NodeKind::kLeafList) {
+    const Node& keyed = node->IsKeyLeaf() ? schema.node(node->parent) : *node;
+    const size_t index = node->IsKeyLeaf() ? static_cast<size_t>(node->key_index) : 0;
+    if (!HasRow(view, keyed)) return std::nullopt;
+    return cdb_store::OwnKey(schema, keyed, keys.substr(own_keys_at), index, buffer);
   }
-  if (node->kind == NodeKind::kLeafList) {
-    if (row_node != node && !view.Row(*node, key.keys())) return std::nullopt;
-    buffer = std::move(cdb_store::OwnKeys(schema, *node, key.keys())[0]);
-    return buffer;
-  }
-  if (row_node != nullptr && row_node->id == node->row) return cdb_store::FindLeaf(*row, node->id);
-  return view.Leaf(*node, key.keys());
+  if (row_node != nullptr && row_node->id == node->row) return cdb_store::FindLeaf(row, node->id);
+  return view.Leaf(*node, keys);
 }
 
 int ResolvePath(Session& session, std::string_view path, Target& target) {
-  const Schema& schema = session.view.schema();
-  PathReader reader(path);
-  PathStep step;
-  std::string problem;
-  const Node* node = &schema.root();
-  const auto fail = [&](const std::string& text) { return FailPath(CONFD_ERR_BADPATH, path, text); };
-  while (reader.Next(step)) {
-    if (target.names_list) return fail(node->name + " is a list: it needs keys or a position before what is below it");
-    node = cdb_store::ResolveStep(schema, *node, step, session.ns, problem);
-    if (node == nullptr) return fail(problem);
-    if (!node->config) return fail(schema.PathOf(*node) + " is operational data, which is not in the database");
-    switch (step.selector) {
-      case PathStep::Selector::kNone:
-        target.names_list = node->IsKeyed();
-        break;
-      case PathStep::Selector::kKeys:
-        if (!cdb_store::AppendStepKeys(schema, *node, step, target.key, problem)) return fail(problem);
-        target.row_node = nullptr;
-        break;
-      case PathStep::Selector::kPosition:
-        if (!node->IsKeyed()) return fail(node->name + " is no list and has no positions");
-        if (!target.is_missing) target.is_missing = !GoToPosition(session, *node, step.position, target);
-        break;
+  PathMemo& memo = session.memo;
+  const size_t known = memo.TurnTo(path, session.ns);
+  Place place = memo.last();
+  if (place.node == nullptr) place.node = &session.view.schema().root();
+  if (known < path.size() || path.empty()) {
+    PathReader reader(path, known);
+    PathStep step;
+    std::string problem;
+    while (reader.Next(step)) {
+      if (!TakeStep(session, step, place, problem)) return FailPath(CONFD_ERR_BADPATH, path, problem);
+      memo.Add(reader.end(), place);
     }
+    if (reader.problem() != nullptr) return FailPath(CONFD_ERR_BADPATH, path, reader.problem());
   }
-  if (reader.problem() != nullptr) return fail(reader.problem());
-  target.node = node;
+  static_cast<Place&>(target) = place;
+  target.keys = memo.keys().keys();
   return CONFD_OK;
 }
 

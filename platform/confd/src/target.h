@@ -3,22 +3,20 @@
 #include <optional>
 #include <string_view>
 
-#include "cdb_store/instance_key.h"
 #include "client.h"
+#include "path_memo.h"
 
 namespace confd {
 
 /// The node and instance that a path names in a session.
-struct Target {
-  const cdb_store::Node* node = nullptr;
-  cdb_store::InstanceKey key;
-  bool is_missing = false;  ///< a position beyond the end of its list: nothing is at or below it
-  bool names_list = false;  ///< the path ends in a list (or leaf-list) without saying which instance
-  /// The row that the walk to a position came by, and whose it is: saves reading it again.
-  std::optional<std::string_view> row;
-  const cdb_store::Node* row_node = nullptr;
+struct Target : Place {
+  std::string_view keys;  ///< of the instance; valid until the session's next path is resolved
 
-  /// The leaf's stored value; nothing when it does not exist. `buffer` holds the value of a key leaf.
+  /// The instance of `keyed`, the list or leaf-list that the path came by last, exists.
+  [[nodiscard]] bool HasRow(const cdb_store::View& view, const cdb_store::Node& keyed) const {
+    return row_node == &keyed || view.Row(keyed, keys).has_value();
+  }
+  /// The leaf's stored value; nothing when it does not exist. `buffer` may hold the value of a key leaf.
   std::optional<std::string_view> Leaf(const cdb_store::View& view, std::string& buffer) const;
 };
 

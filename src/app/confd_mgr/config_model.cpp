@@ -1,7 +1,6 @@
 #include "app/confd_mgr/config_model.h"
 
 #include <cassert>
-#include <sstream>
 
 #include "confd_cdb.h"
 
@@ -20,9 +19,11 @@ bool LeafExists(int socket, const std::string& interface_path, const char* leaf)
 std::string InterfacePath(const std::string& name) { return std::string(kInterfacePath) + "{\"" + name + "\"}"; }
 
 std::string InstancePath(const std::string& list_path, int position) {
-  std::ostringstream path;
-  path << list_path << "[" << position << "]";
-  return path.str();
+  const std::string number = std::to_string(position);
+  std::string path;
+  path.reserve(list_path.size() + number.size() + 2);  // one allocation: the load makes a path for every entry
+  path.append(list_path).append("[").append(number).append("]");
+  return path;
 }
 
 std::string KeypathText(const confd_hkeypath_t* kp) {

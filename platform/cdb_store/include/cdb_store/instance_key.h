@@ -69,6 +69,12 @@ std::optional<size_t> KeysSizeAt(const Schema& schema, const Node& node, std::st
 /// Stored values of `node`'s own keys at the end of `keys` (a list's keys, a leaf-list's value).
 std::vector<std::string> OwnKeys(const Schema& schema, const Node& node, std::string_view keys);
 
+/// The stored value of the key `index` of `node` (of a leaf-list: 0, its value), where `own_keys` begins with the
+/// encoded keys of `node` itself. A view into `own_keys`, or into `buffer` where bytes were escaped; empty when
+/// malformed.
+std::string_view OwnKey(const Schema& schema, const Node& node, std::string_view own_keys, size_t index,
+                        std::string& buffer);
+
 /// The smallest string greater than every string that begins with `prefix`; empty when there is none.
 std::string Successor(std::string_view prefix);
 

@@ -28,23 +28,30 @@ struct PathStep {
 class PathReader final {
  public:
   explicit PathReader(std::string_view path);
+  /// Goes on behind the first `from` bytes, which are whole steps read before: the end() of one of them, in this or in
+  /// another path that began with the same bytes. 0 is the beginning.
+  PathReader(std::string_view path, size_t from);
 
   /// The next step. False at the end, and on a mistake, which problem() then tells.
   bool Next(PathStep& step);
+  /// Where in the path the text of the step read last ends: there is a '/' or nothing.
+  [[nodiscard]] size_t end() const noexcept { return end_; }
   /// What is wrong, null when nothing is. A fixed text.
   [[nodiscard]] const char* problem() const noexcept { return problem_; }
 
  private:
   bool Fail(const char* problem);
+  bool SkipSlash();
   bool ReadName(PathStep& step);
   bool ReadKeys(PathStep& step);
   bool ReadQuotedKey(std::string_view& key);
   bool ReadPosition(PathStep& step);
 
   std::string_view rest_;
+  size_t path_size_;
+  size_t end_ = 0;
   const char* problem_ = nullptr;
-  std::array<std::string, PathStep::kMaxKeys> unescaped_;
-  size_t unescaped_count_ = 0;
+  std::string unescaped_;  ///< the step's keys that had an escape, one after the other
 };
 
 /// Which child of `parent` a step means. A bare top name is looked up in `default_ns` (a namespace index); with -1 it
