@@ -12,7 +12,7 @@ size_t PathMemo::TurnTo(std::string_view path, int ns) {
   ns_ = ns;
   while (!steps_.empty() && !IsWholeStepOf(path, steps_.back())) steps_.pop_back();
   const size_t kept = steps_.empty() ? 0 : steps_.back().end;
-  text_.replace(kept, std::string::npos, path.substr(kept));
+  if (kept < path.size()) text_.replace(kept, std::string::npos, path.substr(kept));
   keys_.Truncate(steps_.empty() ? 0 : steps_.back().place.keys_size);
   return kept;
 }

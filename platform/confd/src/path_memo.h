@@ -47,7 +47,7 @@ class PathMemo final {
   };
   [[nodiscard]] bool IsWholeStepOf(std::string_view path, const Step& step) const;
 
-  std::string text_;  ///< the path turned to
+  std::string text_;  ///< the path turned to, at least as far as the steps go
   int ns_ = -1;
   std::vector<Step> steps_;
   cdb_store::InstanceKey keys_;

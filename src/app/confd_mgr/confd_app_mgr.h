@@ -140,7 +140,8 @@ class ConfDAppMgr : public QmConfdInterface {
   std::vector<AllowedIpStatusEntry> entry_list_;
   bool list_received_ = false;  // since the last request to the manager
   zlog_category_t* category_;
-  int32_t max_entries_;  // hardware capacity
+  int32_t max_entries_;    // hardware capacity
+  std::string leaf_path_;  // of the leaf being read; kept for its room, since a load reads every leaf of every entry
 };
 
 /// Order of the status list; true when `a` comes first. No consistent order: rows of one port that differ in type are

@@ -20,9 +20,7 @@ constexpr size_t kMacBufferSize = 256;
 
 int ConfDAppMgr::GetFromConfd(int socket, const std::string& prefix, const std::string& suffix, void* destination,
                               ConfdLeafType kind, bool optional) {
-  std::string path;
-  path.reserve(prefix.size() + suffix.size());  // one allocation: the load reads every leaf this way
-  path.append(prefix).append(suffix);
+  const std::string& path = leaf_path_.assign(prefix).append(suffix);
   const int exists = cdb_exists(socket, path.c_str());
   if (exists == CONFD_EOF) {
     LOG_ERROR_LINE(category_, "path[%s] socket error[%d] %s", path.c_str(), exists, confd_lasterr());
