@@ -97,7 +97,7 @@ class Random final {
     steps_.resize(keep);
     while (steps_.empty() || (!Last().children.empty() && !OneIn(4))) {
       const Node& node = steps_.empty() ? Child(schema_.root()) : Child(Last());
-      steps_.push_back({&node, StepText(node)});
+      steps_.emplace_back(&node, StepText(node));
     }
     std::string path;
     for (const auto& [node, text] : steps_) path += "/" + text;

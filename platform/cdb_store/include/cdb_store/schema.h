@@ -60,7 +60,7 @@ struct Node {
   NodeId row = 0;             ///< the node whose row holds this one: itself for what has rows, else the nearest above
   int8_t key_index = -1;      ///< of a key leaf: its place among the list's keys
   uint8_t path_elements = 0;  ///< elements of the keypath of an instance (a list counts 2)
-  std::vector<NodeId> rows_below;  ///< row nodes (HasRow) in the subtree, this one included
+  std::vector<NodeId> rows_below;        ///< row nodes (HasRow) in the subtree, this one included
   std::vector<NodeId> children_by_name;  ///< ordered for FindChild()
 
   /// Every instance has a row of its own in the store: lists, leaf-lists, presence containers (and the root, for
