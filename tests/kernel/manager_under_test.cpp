@@ -72,7 +72,8 @@ ManagerUnderTest::~ManagerUnderTest() {
 }
 
 void ManagerUnderTest::Launch(const std::vector<std::string>& options) {
-  std::vector<std::string> command = {MANAGER_EXECUTABLE, "--dataplane", dataplane_};
+  std::vector<std::string> command = starter_;
+  command.insert(command.end(), {MANAGER_EXECUTABLE, "--dataplane", dataplane_});
   command.insert(command.end(), options.begin(), options.end());
   socket_.reset();
   process_ = std::make_unique<test::ChildProcess>(command, test::ChildProcess::Environment{}, root_ + "/manager");

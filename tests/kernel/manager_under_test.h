@@ -28,6 +28,8 @@ class ManagerUnderTest final {
   ManagerUnderTest& operator=(const ManagerUnderTest&) = delete;
   ~ManagerUnderTest();
 
+  /// Lets the process be started by another command, which runs what stands behind it.
+  void StartBy(std::vector<std::string> command) { starter_ = std::move(command); }
   /// Starts the process and connects; false when it does not come up, with its log printed.
   [[nodiscard]] bool Start(const std::vector<std::string>& options = {});
   /// Starts the process and waits for its end; the exit status.
@@ -36,6 +38,7 @@ class ManagerUnderTest final {
   int Stop();   ///< SIGTERM; the exit status
   [[nodiscard]] std::string Log() const;
   [[nodiscard]] std::string run_dir() const { return root_ + "/run"; }
+  [[nodiscard]] const std::string& root() const noexcept { return root_; }  ///< of all its directories
 
   /// Sends the requests as one batch and waits until the manager says that it is in force.
   [[nodiscard]] bool Submit(const std::vector<Request>& requests, bool full = false);
@@ -54,6 +57,7 @@ class ManagerUnderTest final {
   [[nodiscard]] std::optional<std::pair<ip_spoofing_mgr::wire::FrameType, std::string>> ReceiveFrame();
 
   const std::string dataplane_;
+  std::vector<std::string> starter_;
   std::string root_;
   std::unique_ptr<test::ChildProcess> process_;
   common::UniqueFd socket_;

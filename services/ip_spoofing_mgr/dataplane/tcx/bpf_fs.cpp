@@ -34,8 +34,9 @@ common::Result<std::string> MountBpfFs(const std::string& run_dir) {
   const std::string path = run_dir + "/bpf";
   if (IsBpfFs(path)) return path;
   if (common::Status made = common::EnsureDir(path); !made.ok()) return made.error();
-  if (mount("bpf", path.c_str(), "bpf", 0, "mode=0700") != 0) return common::SystemError("mount bpf", path, errno);
-  return path;
+  if (mount("bpf", path.c_str(), "bpf", 0, "mode=0700") == 0) return path;
+  if (errno == EPERM) return common::Error{"mount bpf", path, "no permission; mount it there beforehand"};
+  return common::SystemError("mount bpf", path, errno);
 }
 
 void UnmountBpfFs(const std::string& mount) {

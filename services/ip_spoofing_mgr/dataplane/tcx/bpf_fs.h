@@ -14,7 +14,7 @@
 ///         links/if-<interface index>          the attachments
 namespace mgr::tcx {
 
-/// Makes and mounts the bpffs below `run_dir`, or finds it mounted. The path of the mount.
+/// Finds the bpffs below `run_dir` mounted, or makes and mounts it, which needs CAP_SYS_ADMIN. The path of the mount.
 common::Result<std::string> MountBpfFs(const std::string& run_dir);
 /// Unmounts it; a mount that is in use stays until its last user ends.
 void UnmountBpfFs(const std::string& mount);

@@ -107,9 +107,9 @@ void Links::Detach(uint32_t ifindex) {
   links_.erase(known);
 }
 
-bool TcxSupported() {
+int TcxError() {
   uint32_t flags = 0, count = 0;
-  return bpf_prog_query(kLoopback, kTcxIngress, 0, &flags, nullptr, &count) == 0;
+  return bpf_prog_query(kLoopback, kTcxIngress, 0, &flags, nullptr, &count) == 0 ? 0 : errno;
 }
 
 }  // namespace mgr::tcx

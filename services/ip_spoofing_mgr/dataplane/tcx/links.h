@@ -39,7 +39,7 @@ class Links final {
   std::vector<std::string> unreadable_pins_;
 };
 
-/// True when this kernel has the tcx hook.
-bool TcxSupported();
+/// 0 when this kernel has the tcx hook and this process may use it; else an errno, EPERM for want of privileges.
+int TcxError();
 
 }  // namespace mgr::tcx

@@ -278,7 +278,11 @@ common::Result<std::vector<Drop>> TcxDataplane::Violators() {
 }  // namespace
 
 common::Result<std::unique_ptr<Dataplane>> OpenTcx(const DataplaneOptions& options) {
-  if (!tcx::TcxSupported()) return common::Error{"tcx", {}, "no permission, or a kernel older than Linux 6.6"};
+  if (const int error = tcx::TcxError(); error == EPERM) {
+    return common::Error{"tcx", {}, "no permission: it needs CAP_BPF, CAP_NET_ADMIN and CAP_PERFMON"};
+  } else if (error != 0) {
+    return common::Error{"tcx", {}, "this kernel does not have it; Linux 6.6 and later do"};
+  }
   auto mount = tcx::MountBpfFs(options.run_dir);
   if (!mount.ok()) return mount.error();
   // Twice the capacity: a full configuration goes in next to the one that it replaces.
