@@ -113,7 +113,7 @@ TEST_P(DataplaneContract, HoldsItsCapacityAndReplacesItInOneCall) {
 
 TEST_P(DataplaneContract, ReportsTheEntriesBeyondItsRoomAndNoOthers) {
   auto small = options_;
-  small.run_dir += "-small";
+  small.run_dir += "/small";
   small.capacity = 8;
   auto opened = GetParam().open(small);
   ASSERT_TRUE(opened.ok()) << opened.error().Text();
