@@ -241,8 +241,32 @@ VERDICT_INLINE int verdict_parse_payload(const struct verdict_frame* frame, __u1
   return 1;
 }
 
+/// The first step of verdict_parse(), for the frames that most are: IPv4 from a specified address, without options and
+/// without a tag in the bytes. False for every other frame, of which nothing is known then. A straight line of few
+/// instructions, for a caller to whom the size of the common way matters.
+VERDICT_INLINE int verdict_parse_plain(const struct verdict_frame* frame, struct verdict_keys* keys) {
+  const __u8* data = frame->data;
+  const __u8* at = data + 14;
+  if (at + 20 > frame->data_end || verdict_be16(data + 12) != 0x0800 || at[0] != 0x45) return 0;
+  const __u16 vid = frame->tag_present ? frame->tag_tci & 0x0fff : 0;
+  if (frame->tag_present && (frame->tag_protocol != 0x8100 || vid == 0x0fff)) return 0;
+  const __u32 total = verdict_be16(at + 2);
+  const __be32 source_be = verdict_load32(at + 12);
+  if (total < 20 || total > frame->length - 14 || source_be == 0 || verdict_bad_mac(data + 6)) return 0;
+  __builtin_memset(keys, 0, sizeof *keys);
+  keys->mac.word[0] = verdict_load16(data + 6);
+  keys->mac.word[1] = verdict_load16(data + 8);
+  keys->mac.word[2] = verdict_load16(data + 10);
+  keys->vlan = vid;
+  keys->ethertype = 0x0800;
+  keys->source_be = source_be;
+  keys->kind = VERDICT_KIND_IPV4;
+  return 1;
+}
+
 /// Reads `frame` into `keys`, whatever the port allows.
 VERDICT_INLINE void verdict_parse(const struct verdict_frame* frame, struct verdict_keys* keys) {
+  if (verdict_parse_plain(frame, keys)) return;
   const __u8* data = frame->data;
   __builtin_memset(keys, 0, sizeof *keys);
   keys->fault = VERDICT_MALFORMED;

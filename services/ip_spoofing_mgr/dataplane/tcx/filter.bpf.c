@@ -101,44 +101,87 @@ static __attribute__((noinline)) int note_drop(__u32 port_id, const struct verdi
   return 0;
 }
 
-SEC("tc")
-int filter_ingress(struct __sk_buff* skb) {
-  const __u32 ifindex = skb->ifindex;
-  const struct plane_port* found = bpf_map_lookup_elem(&ports, &ifindex);
-  if (!found) return TC_ACT_SHOT;
-  // One load: an update of the port is seen whole or not at all.
-  const union {
-    __u64 word;
-    struct plane_port port;
-  } now = {.word = *(const volatile __u64*)found};
+static __always_inline struct verdict_frame frame_of(struct __sk_buff* skb) {
+  const struct verdict_frame frame = {.data = (const __u8*)(long)skb->data,
+                                      .data_end = (const __u8*)(long)skb->data_end,
+                                      .length = skb->len,
+                                      .tag_present = skb->vlan_present != 0,
+                                      .tag_tci = (__u16)skb->vlan_tci,
+                                      .tag_protocol = bpf_ntohs((__u16)skb->vlan_proto)};
+  return frame;
+}
+
+static __always_inline const struct verdict_entry* find_entry(__u32 port_id, const struct verdict_keys* keys) {
+  const struct plane_entry_key key = {.port_vlan = port_id << 12 | keys->vlan, .source_be = keys->source_be};
+  return bpf_map_lookup_elem(&entries, &key);
+}
+
+static __always_inline void count_frame(__u32 port_id, int monitored, __u32 reason) {
+  const __u32 cell = PLANE_CELL(port_id, monitored, reason);
+  __u64* count = bpf_map_lookup_elem(&counters, &cell);
+  if (count) ++*count;
+}
+
+// A load of both words of a port in one: an update of the port is seen whole or not at all.
+union port_word {
+  __u64 word;
+  struct plane_port port;
+};
+
+// Not inlined, as the next one: the code of the frames that are few stays out of the way of the others.
+static __attribute__((noinline)) int conclude(__u64 port_word, const struct verdict_keys* keys,
+                                              const struct verdict_entry* entry) {
+  if (!keys) return TC_ACT_SHOT;
+  const union port_word now = {.word = port_word};
   const __u32 port_id = now.port.port_id;
   const struct verdict_port state = now.port.state;
-  if (port_id == 0 || !state.enabled) return TC_ACT_UNSPEC;
+  const struct verdict result = verdict_decide(&state, keys, entry);
+  count_frame(port_id, result.drop && state.monitor, result.reason);
+  if (!result.drop) return TC_ACT_UNSPEC;
+  note_drop(port_id, keys, result.reason);
+  return state.monitor ? TC_ACT_UNSPEC : TC_ACT_SHOT;
+}
 
+// The whole verdict table.
+static __attribute__((noinline)) int judge(struct __sk_buff* skb, __u64 port_word) {
+  const union port_word now = {.word = port_word};
+  const struct verdict_port state = now.port.state;
   struct verdict_keys keys = {};
   const struct verdict_entry* entry = 0;
   if (!verdict_is_settled(&state)) {
     __u32 wanted = skb->len < VERDICT_HEADER_BYTES ? skb->len : VERDICT_HEADER_BYTES;
     if ((__u64)(skb->data_end - skb->data) < wanted && bpf_skb_pull_data(skb, wanted)) return TC_ACT_SHOT;
-    struct verdict_frame frame = {.data = (const __u8*)(long)skb->data,
-                                  .data_end = (const __u8*)(long)skb->data_end,
-                                  .length = skb->len,
-                                  .tag_present = skb->vlan_present != 0,
-                                  .tag_tci = (__u16)skb->vlan_tci,
-                                  .tag_protocol = bpf_ntohs((__u16)skb->vlan_proto)};
+    const struct verdict_frame frame = frame_of(skb);
     verdict_parse(&frame, &keys);
-    if (verdict_wants_entry(&state, &keys)) {
-      const struct plane_entry_key key = {.port_vlan = port_id << 12 | keys.vlan, .source_be = keys.source_be};
-      entry = bpf_map_lookup_elem(&entries, &key);
+    if (verdict_wants_entry(&state, &keys)) entry = find_entry(now.port.port_id, &keys);
+  }
+  return conclude(port_word, &keys, entry);
+}
+
+SEC("tc")
+int filter_ingress(struct __sk_buff* skb) {
+  const __u32 ifindex = skb->ifindex;
+  const struct plane_port* found = bpf_map_lookup_elem(&ports, &ifindex);
+  if (!found) return TC_ACT_SHOT;
+  const union port_word now = {.word = *(const volatile __u64*)found};
+  const __u32 port_id = now.port.port_id;
+  const struct verdict_port state = now.port.state;
+  if (port_id == 0 || !state.enabled) return TC_ACT_UNSPEC;
+
+  // The ordinary frame from an allowed source: the same rules, without those that do not concern it.
+  const struct verdict_frame frame = frame_of(skb);
+  struct verdict_keys keys;
+  if (!verdict_parse_plain(&frame, &keys) || !verdict_wants_entry(&state, &keys)) return judge(skb, now.word);
+  const struct verdict_entry* entry = find_entry(port_id, &keys);
+  if (entry) {
+    const struct verdict result = verdict_decide(&state, &keys, entry);
+    if (!result.drop) {
+      count_frame(port_id, 0, result.reason);
+      return TC_ACT_UNSPEC;
     }
   }
-  const struct verdict result = verdict_decide(&state, &keys, entry);
-  const __u32 cell = PLANE_CELL(port_id, result.drop && state.monitor, result.reason);
-  __u64* count = bpf_map_lookup_elem(&counters, &cell);
-  if (count) ++*count;
-  if (!result.drop) return TC_ACT_UNSPEC;
-  note_drop(port_id, &keys, result.reason);
-  return state.monitor ? TC_ACT_UNSPEC : TC_ACT_SHOT;
+  const struct verdict_keys spoofed = keys;  // a copy, so that the others stay in registers
+  return conclude(now.word, &spoofed, entry);
 }
 
 char LICENSE[] SEC("license") = "GPL";
