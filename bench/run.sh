@@ -7,7 +7,7 @@ cd "$(dirname "$0")/.."
 
 require_packages packaging/debian-packages.txt
 build_preset bench benchmarks >&2
-[ $# -gt 0 ] || set -- load commit status dataplane
+[ $# -gt 0 ] || set -- load commit status dataplane ports
 status=0
 for name in "$@"; do
   say "$name"
