@@ -202,6 +202,7 @@ class ProviderPairs : public ProviderTest {
 TEST_F(ProviderPairs, AFinishedOneIsAnsweredByNobodyLater) {
   confd_trans_ctx* const kept = BeginDelayed(5, 1);
   app_.on_object = [](confd_trans_ctx*, confd_hkeypath_t*) { return CONFD_DELAYED_RESPONSE; };
+  app_.on_next = [](confd_trans_ctx*, confd_hkeypath_t*, long) { return CONFD_DELAYED_RESPONSE; };
   EXPECT_EQ(ReplyKey(kept, 0, 1), CONFD_OK);
   EXPECT_FALSE(server_.Expect<NextKeyReply>().goes_on) << "it was not answered by its callback";
   SendPair(5, 2, 8);
