@@ -186,7 +186,7 @@ struct Rates {
 /// Short rounds through the one wire and the other, in turn first. Nothing when most rounds lose frames.
 std::optional<Rates> MeasureRates(LoadedWire& open, LoadedWire& filtered, size_t stations) {
   constexpr int kWarmUp = 5;
-  constexpr int kRounds = 101;
+  constexpr int kRounds = 61;
   const Pinned pinned{kSender};
   Rates rates;
   for (int round = 0; round < kWarmUp + kRounds; ++round) {
