@@ -60,6 +60,13 @@ Node GetNode(common::ByteReader& in) {
   return node;
 }
 
+/// Bytes may hold numbers that no kind or type has.
+bool IsKnown(const Node& node) {
+  const bool kind = node.kind > NodeKind::kRoot && node.kind <= NodeKind::kLeafList;
+  const bool type = node.type <= ValueType::kDecimal64 && node.type != static_cast<ValueType>(2);
+  return kind && type && node.binary_text <= BinaryText::kOctets;
+}
+
 }  // namespace
 
 uint32_t NameHash(std::string_view name) {
@@ -176,7 +183,9 @@ common::Result<Schema> Schema::Parse(std::string_view bytes) {
   schema.nodes_.emplace_back();
   for (uint32_t i = 1; i < count && in.ok(); ++i) {
     Node node = GetNode(in);
-    if (node.parent >= i || node.ns >= schema.namespaces_.size()) return Invalid("", "damaged");
+    if (!in.ok() || !IsKnown(node) || node.parent >= i || node.ns >= schema.namespaces_.size()) {
+      return Invalid("", "damaged");
+    }
     node.id = static_cast<NodeId>(i);
     schema.nodes_[node.parent].children.push_back(node.id);
     schema.nodes_.push_back(std::move(node));
@@ -227,10 +236,12 @@ common::Status Schema::Complete() {
     if (node.kind == NodeKind::kLeafList && node.type == ValueType::kEmpty)
       return Invalid(path, "a leaf-list of empty");
     if (node.kind == NodeKind::kList && node.config && node.keys.empty()) return Invalid(path, "has no key");
+    if (node.kind != NodeKind::kList && !node.keys.empty()) return Invalid(path, "has a key, but is no list");
     if (node.keys.size() > kMaxListKeys) return Invalid(path, "has more than 8 keys");
   }
   for (Node& node : nodes_) {
     for (size_t k = 0; k < node.keys.size(); ++k) {
+      if (node.keys[k] >= nodes_.size()) return Invalid(PathOf(node), "has a key that is no leaf of it");
       Node& key = nodes_[node.keys[k]];
       if (key.parent != node.id || key.kind != NodeKind::kLeaf || key.IsKeyLeaf()) {
         return Invalid(PathOf(node), "has a key that is no leaf of it");

@@ -29,6 +29,48 @@ TEST(Schema, RefusesEveryCutOffForm) {
   EXPECT_FALSE(Schema::Parse(bytes + "x").ok());
 }
 
+TEST(Schema, RefusesNumbersThatNothingHas) {
+  SchemaBuilder builder;
+  const uint16_t ns = builder.AddNamespace({1, "p", "m", "urn:m"});
+  const NodeId list = builder.Add(kRootId, ns, {.kind = NodeKind::kList, .name = "LIST", .keys = {"KEY"}});
+  builder.Add(list, ns, {.name = "KEY", .type = ValueType::kString, .enums = {{"one", 1}}});
+  const std::string good = builder.Build().value().Serialise();
+  const size_t list_at = good.find("LIST");
+  const size_t key_at = good.find("KEY");
+  const size_t after_key = key_at + 3 + sizeof(uint32_t);  // the type follows the name and an empty callpoint
+  struct Row {
+    const char* name;
+    size_t at;
+    std::vector<uint8_t> bad;
+  };
+  const Row rows[] = {
+      {"kind of the list", list_at - 16, {0, 6, 0xff}}, {"namespace", list_at - 12, {0xff}},
+      {"type of the key", after_key, {0, 2, 18, 0xff}}, {"form of a binary", after_key + 1, {2, 0xff}},
+      {"number of names", after_key + 4, {0, 2, 0xff}}, {"kind of the key", key_at - 16, {0, 1, 2, 3, 0xff}},
+      {"parent of the key", key_at - 18, {0, 2, 3}},    {"key of the list", key_at - 20, {0, 1, 3, 0xff}}};
+  ASSERT_TRUE(Schema::Parse(good).ok());
+  for (const Row& row : rows) {
+    for (const uint8_t bad : row.bad) {
+      std::string bytes = good;
+      bytes[row.at] = static_cast<char>(bad);
+      EXPECT_FALSE(Schema::Parse(bytes).ok()) << row.name << " " << int{bad};
+    }
+  }
+}
+
+TEST(Schema, AnyDamageIsRefusedOrHarmless) {
+  const std::string good = testing::BoxSchema().Serialise();
+  for (size_t at = 0; at < good.size(); ++at) {
+    for (const char change : {'\x01', '\x80', '\xff'}) {
+      std::string bytes = good;
+      bytes[at] = static_cast<char>(bytes[at] ^ change);
+      const auto schema = Schema::Parse(bytes);
+      if (!schema) continue;
+      EXPECT_EQ(Schema::Parse(schema.value().Serialise()).value().Serialise(), schema.value().Serialise());
+    }
+  }
+}
+
 TEST(Schema, FindsNodesByPathNameAndTag) {
   const Schema schema = testing::BoxSchema();
   const Node* floor = schema.FindPath("/tb:box/site/where/floor");

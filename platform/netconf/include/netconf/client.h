@@ -23,7 +23,6 @@ class Client final {
   /// Connects and sends nothing yet; the framing is that of a hello.
   static common::Result<Client> ConnectRaw(const std::string& socket_path);
   Client(Client&&) = default;
-  Client& operator=(Client&&) = default;
 
   /// Told while a message is sent how many of its bytes the socket has taken.
   using SendProgress = std::function<void(size_t sent, size_t total)>;

@@ -1,0 +1,74 @@
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+
+#include "cdb_store_testing/models.h"
+#include "confd_wire/codec.h"
+#include "ip_spoofing_mgr_wire/messages.h"
+
+namespace {
+
+std::filesystem::path root;
+
+void Write(const std::string& target, const std::string& name, const std::string& bytes) {
+  const auto directory = root / target / "corpus";
+  std::filesystem::create_directories(directory);
+  std::ofstream{directory / name, std::ios::binary} << bytes;
+}
+
+void WriteConfdMessages() {
+  using namespace confd_wire;
+  const auto write = [](const char* name, auto message) { Write("confd_wire", name, Encode(message)); };
+  const Value number{cdb_store::ValueType::kInt32, cdb_store::StoreInt<int32_t>(17)};
+  write("hello", Hello{.name = "daemon", .daemon_id = 3});
+  write("hello-reply", HelloReply{});
+  write("subscribe", Subscribe{.priority = 3});
+  write("subscribe-reply", SubscribeReply{.error = "no"});
+  write("subscribe-done", SubscribeDone{});
+  write("subscribe-done-reply", SubscribeDoneReply{});
+  write("trigger", Trigger{.priority = 3, .points = {1, 2}});
+  write("sync", Sync{.txid = 4});
+  write("register", Register{.callpoints = {{"point", true, true}, {"other", false, true}}});
+  write("register-reply", RegisterReply{});
+  write("trans-init", TransInit{});
+  write("trans-init-reply", TransInitReply{});
+  write("trans-finish", TransFinish{});
+  write("get-next", GetNext{.callpoint = "point"});
+  write("get-object", GetObject{.callpoint = "point"});
+  write("next-key-reply", NextKeyReply{.keys = {number, number}});
+  write("object-reply", ObjectReply{.values = {{.tag = 1, .value = number}, {.tag = 2, .value = number}}});
+  write("not-found-reply", NotFoundReply{});
+  write("error-reply", ErrorReply{.text = "no"});
+}
+
+void WriteManagerMessages() {
+  using namespace ip_spoofing_mgr::wire;
+  const auto write = [](const char* name, const std::string& bytes) { Write("mgr_wire", name, bytes); };
+  Request put;
+  put.kind = RequestKind::kPut;
+  const Request requests[] = {Request{}, put};
+  const ip_spoofing_mgr::AllowedIpStatusEntry rows[2] = {};
+  write("hello", EncodeHello({.instance = 7, .name = "daemon"}));
+  write("batch", EncodeBatchPart(1, true, false, requests));
+  write("id", EncodeId(5));
+  write("sequence", EncodeSequence(6));
+  write("rows", EncodeRows(5, rows));
+  write("list-end", EncodeListEnd({5, 2}));
+  write("failure", EncodeFailure({ErrorCode::kBusy, "busy"}));
+}
+
+}  // namespace
+
+/// One seed per message and per test schema, for the fuzzer to start from.
+int main(int argc, char** argv) {
+  if (argc != 2) {
+    std::fprintf(stderr, "usage: %s DIRECTORY\n", argv[0]);
+    return 2;
+  }
+  root = argv[1];
+  Write("schema", "anti-spoofing", cdb_store::testing::AntiSpoofingSchema().Serialise());
+  Write("schema", "box", cdb_store::testing::BoxSchema().Serialise());
+  WriteConfdMessages();
+  WriteManagerMessages();
+  return 0;
+}
