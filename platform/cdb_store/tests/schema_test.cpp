@@ -43,11 +43,14 @@ TEST(Schema, RefusesNumbersThatNothingHas) {
     size_t at;
     std::vector<uint8_t> bad;
   };
-  const Row rows[] = {
-      {"kind of the list", list_at - 16, {0, 6, 0xff}}, {"namespace", list_at - 12, {0xff}},
-      {"type of the key", after_key, {0, 2, 18, 0xff}}, {"form of a binary", after_key + 1, {2, 0xff}},
-      {"number of names", after_key + 4, {0, 2, 0xff}}, {"kind of the key", key_at - 16, {0, 1, 2, 3, 0xff}},
-      {"parent of the key", key_at - 18, {0, 2, 3}},    {"key of the list", key_at - 20, {0, 1, 3, 0xff}}};
+  const Row rows[] = {{"kind of the list", list_at - 12, {0, 1, 2, 4, 5, 6, 0xff}},
+                      {"namespace", list_at - 10, {1, 0xff}},
+                      {"type of the key", after_key, {0, 2, 18, 0xff}},
+                      {"form of a binary", after_key + 1, {2, 0xff}},
+                      {"number of names", after_key + 3, {0, 2, 0xff}},
+                      {"kind of the key", key_at - 12, {0, 1, 2, 3, 5, 6, 0xff}},
+                      {"parent of the key", key_at - 14, {0, 2, 3}},
+                      {"key of the list", key_at - 16, {0, 1, 3, 0xff}}};
   ASSERT_TRUE(Schema::Parse(good).ok());
   for (const Row& row : rows) {
     for (const uint8_t bad : row.bad) {

@@ -300,6 +300,47 @@ TEST_F(Delivery, TheAuthorsEndDoesNotStopIt) {
   EXPECT_THAT(next.Reply(), HasSubstr("<ok/>"));
 }
 
+TEST_F(Delivery, WhatCannotBeSubscribedIsRefusedWithTheReason) {
+  const auto reader = cdb_store::StoreReader::Open(server.StateDir() + "/cdb").value();
+  confd_wire::Subscribe good;
+  good.node = reader->schema().FindPath(kInterface)->id;
+  good.schema = reader->schema().Fingerprint();
+  Program program{server.CdbSocket(), ClientKind::kSubscription, "app"};
+  const auto refusal = [&](const confd_wire::Subscribe& request) {
+    program.Send(request);
+    const auto reply = program.Receive<confd_wire::SubscribeReply>();
+    return reply ? reply->error : "no reply";
+  };
+  program.Send(confd_wire::SubscribeDone{});
+  EXPECT_EQ(program.Receive<confd_wire::SubscribeDoneReply>()->error, "there is no subscription");
+  confd_wire::Subscribe bad = good;
+  bad.schema += 1;
+  EXPECT_EQ(refusal(bad), "the data model has changed");
+  bad = good;
+  bad.node = static_cast<uint16_t>(reader->schema().size());
+  EXPECT_EQ(refusal(bad), "there is no such node");
+  const std::string whole = confd_wire::Encode(good);
+  program.SendBytes(whole.substr(0, whole.size() - 1));
+  EXPECT_EQ(program.Receive<confd_wire::SubscribeReply>()->error, "the request cannot be understood");
+  for (int i = 0; i < 256; ++i) ASSERT_EQ(refusal(good), "") << i;
+  EXPECT_EQ(refusal(good), "there are too many subscriptions");
+  EXPECT_TRUE(program.SubscribeDone());
+  EXPECT_EQ(refusal(good), "subscriptions have to be made before cdb_subscribe_done");
+}
+
+TEST_F(PatientDelivery, OfTheLostOnesTheLastAreShown) {
+  std::vector<std::unique_ptr<Program>> programs;
+  for (int i = 0; i < 18; ++i) programs.push_back(Subscriber("app" + std::to_string(i), {{kInterface, 0}}));
+  PendingEdit edit{*patient, Interfaces({"eth0"})};
+  for (const auto& program : programs) ASSERT_TRUE(program->Receive<Trigger>());
+  programs.clear();
+  EXPECT_THAT(edit.Reply(), HasSubstr("subscriber-lost"));
+  const std::string shown = Database();
+  size_t dropped = 0;
+  for (size_t at = 0; (at = shown.find("<state>dropped</state>", at)) != std::string::npos; ++at) ++dropped;
+  EXPECT_EQ(dropped, 16U);
+}
+
 TEST_F(Delivery, TheOperatorSeesWhoIsSubscribed) {
   auto program = Subscriber("app", {{kInterface, 0}, {kIpv4, 1}});
   PendingEdit edit{server, Interfaces({"eth0"})};

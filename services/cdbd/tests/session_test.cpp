@@ -188,6 +188,15 @@ TEST_F(Answers, AValidateOfABadConfigTellsWhyAndChangesNothing) {
   EXPECT_EQ(client.GetConfig(), "");
 }
 
+TEST_F(Answers, AnEditWithAnErrorLeavesNothingOfWhatWasRightInIt) {
+  NetconfClient client = server->Connect();
+  for (const std::string option : {"", "stop-on-error", "rollback-on-error"}) {
+    const std::string element = option.empty() ? "" : "<error-option>" + option + "</error-option>";
+    EXPECT_THAT(client.EditConfig(Interfaces({"eth0", "a/b"}), element), HasSubstr("invalid-value")) << option;
+    EXPECT_EQ(client.GetConfig(), "") << option;
+  }
+}
+
 TEST_F(Answers, ATestOnlyEditChangesNothing) {
   NetconfClient client = server->Connect();
   const std::string test_only = "<test-option>test-only</test-option>";

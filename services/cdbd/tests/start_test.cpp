@@ -189,6 +189,27 @@ INSTANTIATE_TEST_SUITE_P(
                               "/bad:a: stored-as is for strings"}),
     [](const auto& row) { return row.param.name; });
 
+TEST(Start, AKeyTooLongToBeStoredIsRefusedAtTheEdit) {
+  const std::string dir = testing::TempDir() + "/cdbd-model-long-key";
+  fs::create_directories(dir);
+  WriteFile(dir + "/long.yang",
+            "module long { yang-version 1.1; namespace \"urn:long\"; prefix l; list a { key \"k m\"; "
+            "leaf k { type string; } leaf m { type string; } } }");
+  CdbdProcess server{{"--models", dir, "--model", "long"}};
+  server.Start();
+  NetconfClient client = server.Connect();
+  const auto entry = [](size_t size) {
+    return "<a xmlns=\"urn:long\"><k>" + std::string(size, 'x') + "</k><m>y</m></a>";
+  };
+  const std::string refused = client.EditConfig(entry(503));
+  EXPECT_THAT(refused, HasSubstr("<error-tag>invalid-value</error-tag>"));
+  EXPECT_THAT(refused, HasSubstr(">/l:a/l:m<"));
+  EXPECT_THAT(refused, HasSubstr("the keys are too long to be stored"));
+  EXPECT_TRUE(IsOk(client.EditConfig(entry(502))));
+  EXPECT_EQ(client.GetConfig(), entry(502));
+  fs::remove_all(dir);
+}
+
 TEST(Start, AModelThatIsNotThereIsRefused) {
   CdbdProcess server{{"--model", "absent"}};
   ExpectRefusal(server, "load data model absent");
