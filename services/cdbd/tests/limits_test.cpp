@@ -86,7 +86,8 @@ TEST(Limits, ConnectionsBeyondTheSessionsAreClosed) {
     NetconfClient second = server.Connect();
     auto third = Client::ConnectRaw(server.NetconfSocket());
     ASSERT_TRUE(third.ok());
-    EXPECT_TRUE(IsClosed(third.value()));
+    EXPECT_FALSE(third.value().Receive(kLimit).ok()) << "not even a hello";
+    EXPECT_NE(server.Log().find("a connection was refused: there are 2 sessions"), std::string::npos);
     EXPECT_EQ(second.GetConfig(), "");
   }
   EXPECT_TRUE(Eventually([&] { return Client::Connect(server.NetconfSocket(), kLimit).ok(); }, kLimit));
@@ -146,6 +147,13 @@ TEST(Stalls, APeerThatDoesNotReadItsAnswersDelaysNobodyAndIsNotReadForEver) {
   for (int i = 0; i < 20000; ++i) requests += request;
   ASSERT_FALSE(deaf.raw().SendBytes(requests, std::chrono::milliseconds{500}).ok());
   for (int i = 0; i < 20; ++i) EXPECT_EQ(other.GetConfig(), all);
+  // What is sent to it and not read holds the next requests up.
+  const std::string state = other.Get("<netconf-state xmlns=\"\"><sessions/></netconf-state>");
+  const size_t session = state.find("<session-id>" + deaf.raw().session_id() + "<");
+  ASSERT_NE(session, std::string::npos) << state;
+  const size_t counter = state.find("<in-rpcs>", session);
+  ASSERT_NE(counter, std::string::npos) << state;
+  EXPECT_LT(std::stoi(state.substr(counter + std::string{"<in-rpcs>"}.size())), 10);
   // It gets the answers when it reads after all, whole and in order.
   for (int i = 0; i < 50; ++i) {
     const auto reply = deaf.raw().Receive(kLimit);
@@ -169,6 +177,28 @@ TEST(Stalls, APeerThatGoesAwayInTheMiddleOfAnythingLeavesNothingBehind) {
         return sessions.find("<session>") == sessions.rfind("<session>");
       },
       kLimit));
+}
+
+TEST(Stalls, AClosedSessionStillGetsTheAnswersBefore) {
+  CdbdProcess server;
+  server.Start();
+  NetconfClient client = server.Connect();
+  std::string many;
+  for (int i = 0; i < 10000; ++i)
+    many += "<interface><interface-name>eth" + std::to_string(i) + "</interface-name></interface>";
+  ASSERT_TRUE(IsOk(client.EditConfig(AntiSpoofing(many))));
+  const std::string all = client.GetConfig();
+  std::string requests;
+  netconf::AppendFrame(netconf::Framing::kChunked, kGetAll, &requests);
+  netconf::AppendFrame(netconf::Framing::kChunked, "<rpc message-id=\"2\" " + kNc + "><close-session/></rpc>",
+                       &requests);
+  ASSERT_TRUE(client.raw().SendBytes(requests, kLimit).ok());
+  const auto reply = client.raw().Receive(kLimit);
+  ASSERT_TRUE(reply.ok()) << reply.error().Text();
+  EXPECT_THAT(reply.value(), HasSubstr(all));
+  const auto closed = client.raw().Receive(kLimit);
+  ASSERT_TRUE(closed.ok()) << closed.error().Text();
+  EXPECT_THAT(closed.value(), HasSubstr("<ok/>"));
 }
 
 TEST(Stalls, AHalfClosedPeerStillGetsItsAnswers) {
