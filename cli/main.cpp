@@ -3,6 +3,7 @@
 #include "common/paths.h"
 #include "load.h"
 #include "show_allowed_ip.h"
+#include "show_commits.h"
 #include "show_config.h"
 #include "show_subscribers.h"
 
@@ -45,6 +46,8 @@ int main(int argc, char** argv) {
   add_formats(show->add_subcommand("config", "The running configuration; its XML can be loaded again"));
   CLI::App* subscribers = show->add_subcommand("subscribers", "Who is told of commits, and how far each is");
   add_formats(subscribers);
+  CLI::App* commits = show->add_subcommand("commits", "The last commits: when, by whom, and what they did");
+  add_formats(commits);
   CLI::App* allowed_ip = show->add_subcommand("allowed-ip", "The sources that the element knows, and what is in force");
   add_formats(allowed_ip);
   std::string interface;
@@ -60,6 +63,7 @@ int main(int argc, char** argv) {
   target.limit = std::chrono::milliseconds{static_cast<int64_t>(seconds * 1000)};
   const cli::Format format = json ? cli::Format::kJson : xml ? cli::Format::kXml : cli::Format::kTable;
   if (allowed_ip->parsed()) return cli::ShowAllowedIp(target, interface, format);
+  if (commits->parsed()) return cli::ShowCommits(target, format);
   if (subscribers->parsed()) return cli::ShowSubscribers(target, format);
   if (show->parsed()) return cli::ShowConfig(target, format);
   return cli::Load(target, file, replace ? cli::LoadMode::kReplace : cli::LoadMode::kMerge,

@@ -1,5 +1,6 @@
 #include <spdlog/spdlog.h>
 
+#include "commit/journal.h"
 #include "edit/editor.h"
 #include "edit/validator.h"
 #include "netconf/server.h"
@@ -45,24 +46,45 @@ std::optional<cdb_store::WriteTxn> Begin(Core& core, RpcErrors* errors) {
   return std::nullopt;
 }
 
-/// Applies the edit and checks the outcome. The transaction when there is something to commit; `errors` may hold what
-/// was left out.
-std::optional<cdb_store::WriteTxn> Prepare(Core& core, const EditRequest& request, const XmlElement& config,
-                                           RpcErrors* errors) {
+struct Prepared {
+  cdb_store::WriteTxn txn;
+  CommitSummary summary;
+};
+
+/// Applies the edit and checks the outcome. Nothing when there is nothing to commit; `errors` may hold what was left
+/// out.
+std::optional<Prepared> Prepare(Core& core, const EditRequest& request, const XmlElement& config, RpcErrors* errors) {
   auto txn = Begin(core, errors);
   if (!txn) return std::nullopt;
   *errors = Editor{core.model, *txn, request.options}.Apply(config);
   if (!errors->empty() && !request.options.continue_on_error) return std::nullopt;
-  if (!txn->HasChanges()) return std::nullopt;
+  CommitSummary summary = CommitSummary::Of(*txn);
+  if (summary.empty()) return std::nullopt;
   if (core.model.has_constraints()) {
     RpcErrors broken = Validate(core.model, txn->Running(), &*txn);
     if (!broken.empty()) {
       errors->insert(errors->end(), broken.begin(), broken.end());
       return std::nullopt;
     }
-    if (!txn->HasChanges()) return std::nullopt;
+    summary = CommitSummary::Of(*txn);
+    if (summary.empty()) return std::nullopt;
   }
-  return txn;
+  return Prepared{*std::move(txn), std::move(summary)};
+}
+
+/// Ends the transaction and notes it in the journal.
+common::Result<cdb_store::Txid> Commit(Core& core, const SessionInfo& author, Prepared prepared) {
+  JournalEntry entry;
+  entry.txid = prepared.txn.NextTxid().number;
+  entry.time = std::chrono::system_clock::now();
+  entry.user = author.user;
+  entry.session = author.id;
+  entry.fingerprint = core.fingerprint;
+  entry.summary = std::move(prepared.summary);
+  if (const common::Status noted = journal::Note(entry, &prepared.txn); !noted) return noted.error();
+  // Without anybody subscribed the difference has no reader.
+  const bool followed = core.delivery->HasSubscribers();
+  return prepared.txn.Commit(followed ? cdb_store::CommitKind::kNormal : cdb_store::CommitKind::kBulk);
 }
 
 void Answer(const RpcPtr& rpc, const RpcErrors& errors) { errors.empty() ? rpc->Ok() : rpc->Fail(errors); }
@@ -78,16 +100,14 @@ void RunEdit(Core& core, const RpcPtr& rpc, const EditRequest& request, const Co
     return done();
   }
   const XmlElement& config = *rpc->operation().Child(netconf::kBaseNs, "config");
-  auto txn = Prepare(core, request, config, &errors);
-  if (!txn || request.test_only) {
-    txn.reset();
+  auto prepared = Prepare(core, request, config, &errors);
+  if (!prepared || request.test_only) {
+    prepared.reset();
     Answer(rpc, errors);
     return done();
   }
-  // Without anybody subscribed the difference has no reader.
-  const bool followed = core.delivery->HasSubscribers();
-  const auto txid = txn->Commit(followed ? cdb_store::CommitKind::kNormal : cdb_store::CommitKind::kBulk);
-  txn.reset();
+  const auto txid = Commit(core, *author, *std::move(prepared));
+  prepared.reset();
   if (!txid) {
     spdlog::error("commit of session {} (user {}): {}", author->id, author->user, txid.error().Text());
     errors.push_back({.message = txid.error().Text()});

@@ -25,11 +25,12 @@ struct Lock {
 /// What the operations work on. Everything outlives the requests.
 struct Core {
   Core(common::EventLoop& the_loop, const Model& the_model, cdb_store::StoreWriter& the_store)
-      : loop{the_loop}, model{the_model}, store{the_store} {}
+      : loop{the_loop}, model{the_model}, store{the_store}, fingerprint{the_model.schema().Fingerprint()} {}
 
   common::EventLoop& loop;
   const Model& model;
   cdb_store::StoreWriter& store;
+  const uint64_t fingerprint;  ///< of the model's schema
   CommitLine line;
   std::optional<Lock> lock;
   NetconfServer* netconf = nullptr;

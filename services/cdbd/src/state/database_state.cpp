@@ -1,5 +1,7 @@
 #include "state/database_state.h"
 
+#include "cdb_store/instance_key.h"
+#include "commit/journal.h"
 #include "netconf/xml.h"
 
 namespace cdbd {
@@ -52,6 +54,40 @@ void WriteProvider(const Daemon& daemon, std::string* out) {
   out->append("</provider>");
 }
 
+const char* OperationName(CommitSummary::Operation operation) {
+  switch (operation) {
+    case CommitSummary::Operation::kCreated:
+      return "created";
+    case CommitSummary::Operation::kModified:
+      return "modified";
+    case CommitSummary::Operation::kDeleted:
+      return "deleted";
+  }
+  return "";
+}
+
+void WriteCommit(const Core& core, const JournalEntry& entry, std::string* out) {
+  out->append("<commit>");
+  Leaf("transaction", std::to_string(entry.txid), out);
+  Leaf("time", DateAndTime(entry.time), out);
+  Leaf("user", entry.user, out);
+  Leaf("session", std::to_string(entry.session), out);
+  Leaf("created", std::to_string(entry.summary.created), out);
+  Leaf("modified", std::to_string(entry.summary.modified), out);
+  Leaf("deleted", std::to_string(entry.summary.deleted), out);
+  for (const CommitSummary::Change& change : entry.summary.changes) {
+    const auto record = cdb_store::ParseRecordKey(change.record_key);
+    // Keys of another data model mean nothing any more.
+    if (entry.fingerprint != core.fingerprint || !record || record->node >= core.model.schema().size()) continue;
+    const cdb_store::Node& node = core.model.schema().node(record->node);
+    out->append("<change>");
+    Leaf("path", cdb_store::InstanceText(core.model.schema(), node, record->keys), out);
+    Leaf("operation", OperationName(change.operation), out);
+    out->append("</change>");
+  }
+  out->append("</commit>");
+}
+
 }  // namespace
 
 void AddDatabaseState(const Core& core, const SubscriptionService& subscriptions, const ProviderService& providers,
@@ -68,6 +104,13 @@ void AddDatabaseState(const Core& core, const SubscriptionService& subscriptions
     for (const Subscriber* subscriber : subscriptions.Subscribers()) WriteSubscriber(*subscriber, out);
     for (const auto& [id, daemon] : providers.daemons()) WriteProvider(daemon, out);
     out->append("</database>");
+  });
+  reader->Add(kMonitorNs, "commits", [&core](std::string* out) {
+    const std::vector<JournalEntry> entries = journal::Read(core.store);
+    if (entries.empty()) return;
+    out->append("<commits xmlns=\"").append(kMonitorNs).append("\">");
+    for (const JournalEntry& entry : entries) WriteCommit(core, entry, out);
+    out->append("</commits>");
   });
 }
 

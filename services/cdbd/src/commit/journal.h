@@ -1,0 +1,57 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "cdb_store/store_writer.h"
+
+namespace cdbd {
+
+/// What a commit did, in few words. Entries of lists and presence containers are counted.
+struct CommitSummary {
+  enum class Operation : uint8_t { kCreated, kModified, kDeleted };
+  struct Change {
+    Operation operation = Operation::kCreated;
+    std::string record_key;
+  };
+  static constexpr size_t kMaxChanges = 8;        ///< that are named
+  static constexpr size_t kMaxChangeBytes = 512;  ///< of their keys together
+
+  uint32_t created = 0;
+  uint32_t modified = 0;
+  uint32_t deleted = 0;
+  std::vector<Change> changes;  ///< the first ones, in the order of the data model
+
+  /// Of what `txn` has changed so far.
+  static CommitSummary Of(const cdb_store::WriteTxn& txn);
+  [[nodiscard]] bool empty() const noexcept { return created == 0 && modified == 0 && deleted == 0; }
+};
+
+/// One commit of the journal.
+struct JournalEntry {
+  uint64_t txid = 0;
+  std::chrono::system_clock::time_point time;
+  std::string user;
+  uint32_t session = 0;
+  uint64_t fingerprint = 0;  ///< of the schema that the record keys are of
+  CommitSummary summary;
+};
+
+/// The last kKept commits, in the log of the store: when, by whom, and what they did. An entry is written in the
+/// transaction of its commit, over the oldest one, so that it costs one page.
+namespace journal {
+
+inline constexpr uint64_t kKept = 128;
+
+/// Part of the commit that ends `txn`.
+common::Status Note(const JournalEntry& entry, cdb_store::WriteTxn* txn);
+/// The latest first. What cannot be read is passed over.
+std::vector<JournalEntry> Read(const cdb_store::StoreWriter& store);
+
+}  // namespace journal
+
+}  // namespace cdbd

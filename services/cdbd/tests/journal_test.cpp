@@ -1,0 +1,97 @@
+// The journal of commits, read over NETCONF.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <regex>
+
+#include "cdbd_process.h"
+
+namespace cdbd::test {
+namespace {
+
+class Journal : public testing::Test {
+ protected:
+  Journal() { server.Start(); }
+  /// The journal, without what differs from run to run.
+  std::string Commits() {
+    std::string text = server.Connect().Get("<commits xmlns=\"urn:ip-spoofing:cdb-monitor\"/>");
+    text = std::regex_replace(text, std::regex{"<time>[0-9]{4}-[0-9-]{5}T[0-9:]{8}Z</time>"}, "<time/>");
+    return std::regex_replace(text, std::regex{"<user>[^<]+</user>"}, "<user/>");
+  }
+  static std::string Text(const std::string& commits) {
+    return commits.empty() ? "" : "<commits xmlns=\"urn:ip-spoofing:cdb-monitor\">" + commits + "</commits>";
+  }
+  static std::string Commit(int number, int session, int created, int modified, int deleted,
+                            const std::string& changes) {
+    return "<commit><transaction>" + std::to_string(number) + "</transaction><time/><user/><session>" +
+           std::to_string(session) + "</session><created>" + std::to_string(created) + "</created><modified>" +
+           std::to_string(modified) + "</modified><deleted>" + std::to_string(deleted) + "</deleted>" + changes +
+           "</commit>";
+  }
+  static std::string Change(const std::string& keys, const std::string& operation) {
+    return "<change><path>/ais:config/anti-ip-spoofing/interface" + keys + "</path><operation>" + operation +
+           "</operation></change>";
+  }
+  static std::string Source(const std::string& content) {
+    return AntiSpoofing("<interface><interface-name>eth1</interface-name><allowed-ip>" + content +
+                        "</allowed-ip></interface>");
+  }
+  CdbdProcess server;
+};
+
+TEST_F(Journal, SaysWhoDidWhatTheLatestFirst) {
+  EXPECT_EQ(Commits(), Text(""));  // session 1
+  NetconfClient client = server.Connect();
+  ASSERT_TRUE(IsOk(client.EditConfig(Interfaces({"eth1", "eth2"}))));
+  ASSERT_TRUE(IsOk(client.EditConfig(Source("<ipv4><address>10.0.0.1</address><vlan>7</vlan></ipv4>"))));
+  NetconfClient other = server.Connect();
+  ASSERT_TRUE(IsOk(
+      other.EditConfig(Source("<ipv4><address>10.0.0.1</address><vlan>7</vlan><mac>00:11:22:33:44:55</mac></ipv4>"))));
+  ASSERT_TRUE(IsOk(other.EditConfig(AntiSpoofing(
+      "<interface xmlns:nc=\"urn:ietf:params:xml:ns:netconf:base:1.0\" nc:operation=\"delete\"><interface-name>eth1"
+      "</interface-name></interface>"))));
+  const std::string source = "{eth1}/allowed-ip/ipv4{10.0.0.1 7}";
+  const std::string all = Commit(4, 3, 0, 0, 2, Change("{eth1}", "deleted") + Change(source, "deleted")) +
+                          Commit(3, 3, 0, 1, 0, Change(source, "modified")) +
+                          Commit(2, 2, 1, 0, 0, Change(source, "created")) +
+                          Commit(1, 2, 2, 0, 0, Change("{eth1}", "created") + Change("{eth2}", "created"));
+  EXPECT_EQ(Commits(), Text(all));
+  // It is kept with the configuration.
+  server.Kill();
+  server.Start();
+  EXPECT_EQ(Commits(), Text(all));
+}
+
+TEST_F(Journal, HasNothingOfWhatChangedNothing) {
+  NetconfClient client = server.Connect();
+  ASSERT_TRUE(IsOk(client.EditConfig(Interfaces({"eth1"}))));
+  EXPECT_TRUE(IsOk(client.EditConfig(Interfaces({"eth1"})))) << "it is so already";
+  EXPECT_TRUE(IsOk(client.EditConfig(Interfaces({"eth2"}), "<test-option>test-only</test-option>")));
+  EXPECT_FALSE(IsOk(client.EditConfig(Interfaces({"eth2", "a name that is none"}))));
+  EXPECT_EQ(Commits(), Text(Commit(1, 1, 1, 0, 0, Change("{eth1}", "created"))));
+}
+
+TEST_F(Journal, NamesTheFirstOfManyChanges) {
+  std::vector<std::string> names;
+  std::string changes;
+  for (int i = 10; i < 30; ++i) {
+    names.push_back("eth" + std::to_string(i));
+    if (i < 18) changes += Change("{" + names.back() + "}", "created");
+  }
+  ASSERT_TRUE(IsOk(server.Connect().EditConfig(Interfaces(names))));
+  EXPECT_EQ(Commits(), Text(Commit(1, 1, 20, 0, 0, changes)));
+}
+
+TEST_F(Journal, ForgetsTheOldest) {
+  constexpr int kKept = 128;
+  constexpr int kCommits = kKept + 3;
+  NetconfClient client = server.Connect();
+  for (int i = 1; i <= kCommits; ++i) ASSERT_TRUE(IsOk(client.EditConfig(Interfaces({"eth" + std::to_string(i)}))));
+  std::string kept;
+  for (int i = kCommits; i > kCommits - kKept; --i)
+    kept += Commit(i, 1, 1, 0, 0, Change("{eth" + std::to_string(i) + "}", "created"));
+  EXPECT_EQ(Commits(), Text(kept));
+}
+
+}  // namespace
+}  // namespace cdbd::test
