@@ -68,7 +68,7 @@ TEST_F(CliLoad, ABadFileIsNotSent) {
   EXPECT_EQ(bad.status, 3);
   EXPECT_EQ(bad.log, "ip-spoofing-cli: " + file +
                          ":3: /anti-ip-spoofing:config/anti-ip-spoofing/interface/interface-name: an interface name "
-                         "has no blank, quote, brace, bracket, slash, backslash, percent sign or colon\n");
+                         "has no blank, quote, brace, bracket, slash, backslash or percent sign\n");
 }
 
 TEST_F(CliLoad, ProgressIsShownWhenAskedForAndNotOtherwise) {
