@@ -9,6 +9,7 @@
 #include <deque>
 #include <map>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "common/unique_fd.h"
@@ -174,7 +175,7 @@ int EventLoop::RunOnce(std::chrono::milliseconds timeout) {
 int EventLoop::Turn(std::shared_ptr<State> state, std::chrono::milliseconds timeout, const bool* running) {
   state->RunDeferred();
   if (state->destroyed) return 0;
-  std::vector<epoll_event> ready = std::move(state->ready);  // a callback may come here
+  std::vector<epoll_event> ready = std::exchange(state->ready, {});  // a callback may come here
   ready.resize(state->sources.size() + 1);
   const int count =
       ::epoll_wait(state->epoll.get(), ready.data(), static_cast<int>(ready.size()), state->WaitTime(timeout));

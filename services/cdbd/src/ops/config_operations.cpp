@@ -107,7 +107,6 @@ void RunEdit(Core& core, const RpcPtr& rpc, const EditRequest& request, const Co
     return done();
   }
   const auto txid = Commit(core, *author, *std::move(prepared));
-  prepared.reset();
   if (!txid) {
     spdlog::error("commit of session {} (user {}): {}", author->id, author->user, txid.error().Text());
     errors.push_back({.message = txid.error().Text()});

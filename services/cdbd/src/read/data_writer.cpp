@@ -8,7 +8,6 @@
 namespace cdbd {
 namespace {
 
-using cdb_store::Node;
 using cdb_store::NodeId;
 using cdb_store::NodeKind;
 
