@@ -245,34 +245,53 @@ std::string Escaped(std::string_view text) {
   return out;
 }
 
+OpenElement::OpenElement(std::string_view name, std::string_view attributes, std::string* out)
+    : name_{name}, out_{out}, start_{out->size()} {
+  out->append("<").append(name).append(attributes).append(">");
+  content_ = out->size();
+}
+
+void OpenElement::Close() {
+  if (out_->size() == content_) {
+    out_->back() = '/';
+    out_->append(">");
+  } else {
+    out_->append("</").append(name_).append(">");
+  }
+}
+
+bool OpenElement::CloseIf(bool wrote) {
+  if (wrote)
+    Close();
+  else
+    out_->resize(start_);
+  return wrote;
+}
+
+void AppendTextElement(std::string_view name, std::string_view attributes, std::string_view text, std::string* out) {
+  OpenElement element{name, attributes, out};
+  AppendEscaped(text, out);
+  element.Close();
+}
+
 namespace {
 
 void AppendXmlIn(const XmlElement& element, std::string_view outer_ns, std::string* out) {
-  out->append("<").append(element.name->local);
-  if (element.name->ns != outer_ns) out->append(" xmlns=\"").append(EscapedAttribute(element.name->ns)).append("\"");
+  std::string attributes;
+  if (element.name->ns != outer_ns) attributes += " xmlns=\"" + EscapedAttribute(element.name->ns) + "\"";
   std::string declared;
   for (const XmlAttribute* a = element.attributes; a != nullptr; a = a->next) {
     const std::string prefix = a->prefix.empty() ? "" : std::string{a->prefix} + ":";
     const std::string declaration = " xmlns:" + std::string{a->prefix} + "=\"" + EscapedAttribute(a->name->ns) + "\"";
     if (!prefix.empty() && a->prefix != "xml" && declared.find(declaration) == std::string::npos)
       declared += declaration;
-    out->append(" ")
-        .append(prefix)
-        .append(a->name->local)
-        .append("=\"")
-        .append(EscapedAttribute(a->value))
-        .append("\"");
+    attributes += " " + prefix + std::string{a->name->local} + "=\"" + EscapedAttribute(a->value) + "\"";
   }
-  out->append(declared);
-  if (element.text.empty() && element.first_child == nullptr) {
-    out->append("/>");
-    return;
-  }
-  out->append(">");
+  OpenElement open{element.name->local, attributes + declared, out};
   AppendEscaped(element.text, out);
   for (const XmlElement* child = element.first_child; child != nullptr; child = child->next)
     AppendXmlIn(*child, element.name->ns, out);
-  out->append("</").append(element.name->local).append(">");
+  open.Close();
 }
 
 }  // namespace

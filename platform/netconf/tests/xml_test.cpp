@@ -71,5 +71,19 @@ TEST(Escape, LeavesNothingThatAParserWouldChange) {
   EXPECT_EQ(document.value()->root().attributes->value, text);
 }
 
+TEST(OpenElement, EndsWithWhatItsContentNeeds) {
+  std::string out{"<list>"};
+  OpenElement full{"full", " xmlns=\"u\"", &out};
+  OpenElement empty{"empty", {}, &out};
+  empty.Close();
+  OpenElement unwanted{"unwanted", {}, &out};
+  AppendTextElement("in", {}, "it", &out);
+  EXPECT_FALSE(unwanted.CloseIf(false));
+  AppendTextElement("none", " a=\"b\"", "", &out);
+  AppendTextElement("some", {}, "1 < 2", &out);
+  EXPECT_TRUE(full.CloseIf(true));
+  EXPECT_EQ(out, "<list><full xmlns=\"u\"><empty/><none a=\"b\"/><some>1 &lt; 2</some></full>");
+}
+
 }  // namespace
 }  // namespace netconf

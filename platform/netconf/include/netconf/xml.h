@@ -77,6 +77,28 @@ std::string EscapedAttribute(std::string_view text);
 /// Escaped for element content.
 std::string Escaped(std::string_view text);
 
+/// An element that is being appended to a text: its content is what is appended until it is closed.
+class OpenElement final {
+ public:
+  /// Appends the start tag. `attributes`: its text behind the name, "" or with a blank in front. `name` and `out`
+  /// outlive the element.
+  OpenElement(std::string_view name, std::string_view attributes, std::string* out);
+
+  /// Ends it: the end tag, or "/>" in the start tag when nothing was appended since.
+  void Close();
+  /// Closes it, or takes it and its content back unless `wrote`, which is returned.
+  bool CloseIf(bool wrote);
+
+ private:
+  const std::string_view name_;
+  std::string* const out_;
+  const size_t start_;
+  size_t content_ = 0;
+};
+
+/// Appends an element that holds `text`, escaped.
+void AppendTextElement(std::string_view name, std::string_view attributes, std::string_view text, std::string* out);
+
 /// Appends `element` as XML that stands for itself: every namespace in use is declared in it.
 void AppendXml(const XmlElement& element, std::string* out);
 

@@ -101,7 +101,7 @@ std::optional<std::string> StoredValue(const Model& model, const Node& leaf, con
 
 void AppendLeafElement(const Model& model, const Node& leaf, std::string_view xmlns, std::string_view text,
                        std::string* out) {
-  out->append("<").append(leaf.name).append(xmlns);
+  std::string attributes{xmlns};
   const lysc_node* schema = model.extras(leaf).schema;
   if (schema != nullptr && HasPrefixes(TypeOf(*schema))) {
     std::string declared;
@@ -113,15 +113,9 @@ void AppendLeafElement(const Model& model, const Node& leaf, std::string_view xm
       if (declared.find(declaration) == std::string::npos) declared += declaration;
       return std::string{};
     });
-    out->append(declared);
+    attributes += declared;
   }
-  if (text.empty()) {
-    out->append("/>");
-    return;
-  }
-  out->append(">");
-  netconf::AppendEscaped(text, out);
-  out->append("</").append(leaf.name).append(">");
+  netconf::AppendTextElement(leaf.name, attributes, text, out);
 }
 
 std::string Xmlns(const cdb_store::Schema& schema, const Node& node) {

@@ -6,10 +6,7 @@ namespace cdbd {
 namespace {
 
 void AppendLeaf(const char* name, const std::string& text, std::string* out) {
-  if (text.empty()) return;
-  out->append("<").append(name).append(">");
-  netconf::AppendEscaped(text, out);
-  out->append("</").append(name).append(">");
+  if (!text.empty()) netconf::AppendTextElement(name, {}, text, out);
 }
 
 }  // namespace

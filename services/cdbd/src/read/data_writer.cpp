@@ -52,9 +52,7 @@ bool DataWriter::WriteInstance(const Node& node, const Holder& instance, const S
   const Selection selection =
       SelectInstance(candidates, [&](const auto& element) { return Matches(node, instance, element); });
   if (selection.nothing()) return false;
-  const size_t start = out->size();
-  out->append("<").append(node.name).append(Xmlns(schema_, node)).append(">");
-  const size_t content = out->size();
+  netconf::OpenElement element{node.name, Xmlns(schema_, node), out};
   bool wrote = selection.all && node.kind != NodeKind::kContainer;
   for (const NodeId id : node.keys) {
     const Node& key = schema_.node(id);
@@ -67,17 +65,7 @@ bool DataWriter::WriteInstance(const Node& node, const Holder& instance, const S
         !asked.nothing() && SelectsLeaf(asked, [&](std::string_view value) { return SameValue(key, *text, value); });
   }
   wrote |= WriteChildren(node, instance, selection, out);
-  if (!wrote) {
-    out->resize(start);
-    return false;
-  }
-  if (out->size() == content) {
-    out->back() = '/';
-    out->append(">");
-  } else {
-    out->append("</").append(node.name).append(">");
-  }
-  return true;
+  return element.CloseIf(wrote);
 }
 
 bool DataWriter::WriteLeaf(const Node& node, const Holder& holder, const Selection& candidates, std::string* out) {

@@ -33,9 +33,7 @@ bool EntryWriter::WriteInstance(const Part& part, const Selection& candidates, c
   const Selection selection =
       SelectInstance(candidates, [&](const auto& element) { return Matches(part, row, element); });
   if (selection.nothing()) return false;
-  const size_t start = out->size();
-  out->append("<").append(part.node->name).append(part.xmlns).append(">");
-  const size_t content = out->size();
+  netconf::OpenElement element{part.node->name, part.xmlns, out};
   bool wrote = selection.all && part.node->kind == NodeKind::kList;
   for (const Part& child : part.parts) {
     const Selection asked = selection.For(model_.schema().ns(*child.node).uri, child.node->name);
@@ -44,17 +42,7 @@ bool EntryWriter::WriteInstance(const Part& part, const Selection& candidates, c
     else if (!asked.nothing())
       wrote |= WriteInstance(child, asked, row, out);
   }
-  if (!wrote) {
-    out->resize(start);
-    return false;
-  }
-  if (out->size() == content) {
-    out->back() = '/';
-    out->append(">");
-  } else {
-    out->append("</").append(part.node->name).append(">");
-  }
-  return true;
+  return element.CloseIf(wrote);
 }
 
 // Keys come with whatever is selected of their entry.

@@ -10,9 +10,7 @@ namespace {
 constexpr const char* kMonitorNs = "urn:ip-spoofing:cdb-monitor";
 
 void Leaf(const char* name, std::string_view text, std::string* out) {
-  out->append("<").append(name).append(">");
-  netconf::AppendEscaped(text, out);
-  out->append("</").append(name).append(">");
+  netconf::AppendTextElement(name, {}, text, out);
 }
 
 const char* StateName(Subscriber::State state) {

@@ -14,9 +14,7 @@ constexpr const char* kLibraryNs = "urn:ietf:params:xml:ns:yang:ietf-yang-librar
 constexpr const char* kMonitorNs = "urn:ip-spoofing:cdb-monitor";
 
 void Leaf(const char* name, std::string_view text, std::string* out) {
-  out->append("<").append(name).append(">");
-  netconf::AppendEscaped(text, out);
-  out->append("</").append(name).append(">");
+  netconf::AppendTextElement(name, {}, text, out);
 }
 
 /// libyang says in which local file it found each module; that is nobody's business.

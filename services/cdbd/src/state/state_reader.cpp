@@ -13,34 +13,22 @@ namespace {
 using cdb_store::Node;
 using netconf::XmlElement;
 
-void OpenTag(const XmlElement& element, std::string_view outer_ns, std::string* out) {
-  out->append("<").append(element.name->local);
-  if (element.name->ns != outer_ns) {
-    out->append(" xmlns=\"");
-    out->append(netconf::EscapedAttribute(element.name->ns));
-    out->append("\"");
-  }
+/// The namespace declarations that the element needs in its start tag.
+std::string Declarations(const XmlElement& element, std::string_view outer_ns) {
+  std::string out;
+  if (element.name->ns != outer_ns) out += " xmlns=\"" + netconf::EscapedAttribute(element.name->ns) + "\"";
   // A prefix that the text uses, as identities do.
   const size_t colon = element.text.find(':');
   if (element.first_child == nullptr && colon != std::string_view::npos) {
     const std::string_view prefix = element.text.substr(0, colon);
-    if (const std::string_view ns = element.Namespace(prefix); ns.data() != nullptr && !prefix.empty()) {
-      out->append(" xmlns:").append(prefix).append("=\"");
-      out->append(netconf::EscapedAttribute(ns));
-      out->append("\"");
-    }
+    if (const std::string_view ns = element.Namespace(prefix); ns.data() != nullptr && !prefix.empty())
+      out += " xmlns:" + std::string{prefix} + "=\"" + netconf::EscapedAttribute(ns) + "\"";
   }
+  return out;
 }
 
 bool WriteLeaf(const XmlElement& element, std::string_view outer_ns, std::string* out) {
-  OpenTag(element, outer_ns, out);
-  if (element.text.empty()) {
-    out->append("/>");
-    return true;
-  }
-  out->append(">");
-  netconf::AppendEscaped(element.text, out);
-  out->append("</").append(element.name->local).append(">");
+  netconf::AppendTextElement(element.name->local, Declarations(element, outer_ns), element.text, out);
   return true;
 }
 
@@ -79,10 +67,7 @@ bool WriteSelected(const Model& model, const Node& node, const XmlElement& eleme
     return false;
   });
   if (selection.nothing()) return false;
-  const size_t start = out->size();
-  OpenTag(element, outer_ns, out);
-  out->append(">");
-  const size_t content = out->size();
+  netconf::OpenElement open{element.name->local, Declarations(element, outer_ns), out};
   bool wrote = selection.all;
   for (const XmlElement* child = element.first_child; child != nullptr; child = child->next) {
     const int ns = model.NamespaceIndex(child->name->ns);
@@ -96,17 +81,7 @@ bool WriteSelected(const Model& model, const Node& node, const XmlElement& eleme
       wrote |= WriteSelected(model, *child_node, *child, asked, element.name->ns, out);
     }
   }
-  if (!wrote) {
-    out->resize(start);
-    return false;
-  }
-  if (out->size() == content) {
-    out->back() = '/';
-    out->append(">");
-  } else {
-    out->append("</").append(element.name->local).append(">");
-  }
-  return true;
+  return open.CloseIf(wrote);
 }
 
 std::string DateAndTime(std::chrono::system_clock::time_point time) {
