@@ -71,6 +71,14 @@ ManagerUnderTest::~ManagerUnderTest() {
   std::filesystem::remove_all(root_, ignored);
 }
 
+void ManagerUnderTest::BecomeUser(const std::vector<std::string>& capabilities) {
+  std::string set = "-all";
+  for (const std::string& capability : capabilities) set += ",+" + capability;
+  const std::string user{kUser};
+  starter_ = {"/usr/bin/setpriv",  "--reuid=" + user,       "--regid=" + user,      "--clear-groups",
+              "--inh-caps=" + set, "--ambient-caps=" + set, "--bounding-set=" + set};
+}
+
 void ManagerUnderTest::Launch(const std::vector<std::string>& options) {
   std::vector<std::string> command = starter_;
   command.insert(command.end(), {MANAGER_EXECUTABLE, "--dataplane", dataplane_});

@@ -28,8 +28,11 @@ class ManagerUnderTest final {
   ManagerUnderTest& operator=(const ManagerUnderTest&) = delete;
   ~ManagerUnderTest();
 
-  /// Lets the process be started by another command, which runs what stands behind it.
-  void StartBy(std::vector<std::string> command) { starter_ = std::move(command); }
+  static constexpr const char* kUser = "65534";
+  /// From the next start on, the process is of kUser, with these capabilities and no others.
+  void BecomeUser(const std::vector<std::string>& capabilities);
+  /// From the next start on.
+  void UseDataplane(std::string dataplane) { dataplane_ = std::move(dataplane); }
   /// Starts the process and connects; false when it does not come up, with its log printed.
   [[nodiscard]] bool Start(const std::vector<std::string>& options = {});
   /// Starts the process and waits for its end; the exit status.
@@ -56,7 +59,7 @@ class ManagerUnderTest final {
   [[nodiscard]] bool SendFrame(ip_spoofing_mgr::wire::FrameType type, const std::string& payload);
   [[nodiscard]] std::optional<std::pair<ip_spoofing_mgr::wire::FrameType, std::string>> ReceiveFrame();
 
-  const std::string dataplane_;
+  std::string dataplane_;
   std::vector<std::string> starter_;
   std::string root_;
   std::unique_ptr<test::ChildProcess> process_;

@@ -16,11 +16,8 @@ namespace {
 
 using frames::Ip;
 using nlohmann::json;
-using testing::AllOf;
 using testing::ContainsRegex;
 using testing::HasSubstr;
-
-const std::string kUser = "65534";
 
 struct Privileges {
   std::string name;
@@ -44,11 +41,8 @@ class Privilege : public testing::TestWithParam<Privileges> {
     const std::string bpf = manager->run_dir() + "/bpf";
     netns::MustRun("mkdir -p " + bpf);
     if (GetParam().bpffs) netns::MustRun("mount -t bpf bpf " + bpf);
-    netns::MustRun("chmod 700 " + bpf + " && chown -R " + kUser + ":" + kUser + " " + manager->root());
-    std::string set = "-all";
-    for (const std::string& capability : GetParam().capabilities) set += ",+" + capability;
-    manager->StartBy({"/usr/bin/setpriv", "--reuid=" + kUser, "--regid=" + kUser, "--clear-groups", "--inh-caps=" + set,
-                      "--ambient-caps=" + set, "--bounding-set=" + set});
+    netns::MustRun("chmod 700 " + bpf + " && chown -R " + ManagerUnderTest::kUser + " " + manager->root());
+    manager->BecomeUser(GetParam().capabilities);
     return manager;
   }
 };

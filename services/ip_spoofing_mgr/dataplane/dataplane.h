@@ -3,7 +3,9 @@
 #include <array>
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -145,11 +147,21 @@ struct DataplaneOptions {
   size_t capacity = 24'576;  ///< entries
 };
 
+/// What earlier processes on a run directory have left of a plane, seen by a process that runs another one.
+struct Remains {
+  std::optional<size_t> ports;          ///< at which filters of it are in force; nothing: this process may not see
+  std::string where;                    ///< for a person: "pinned in /run/../bpf"
+  std::string obstacle;                 ///< why this process cannot take it away; empty: it can
+  std::function<common::Status()> end;  ///< takes all of it away, its filters at once
+};
+
 /// A dataplane that this program was built with.
 struct DataplaneKind {
   std::string_view name;
   /// Fails, with what the system lacks, where the plane cannot work.
   common::Result<std::unique_ptr<Dataplane>> (*open)(const DataplaneOptions& options);
+  /// Changes nothing, and works also where the plane does not. Nothing when there is nothing, or no way to know.
+  std::optional<Remains> (*find)(const DataplaneOptions& options);
 };
 
 }  // namespace mgr

@@ -15,12 +15,12 @@ namespace mgr {
 std::span<const DataplaneKind> DataplaneKinds() {
   static constexpr std::array kKinds{
 #ifdef HAVE_TCX
-      DataplaneKind{"tcx", OpenTcx},
+      DataplaneKind{"tcx", OpenTcx, FindTcx},
 #endif
 #ifdef HAVE_NFT
-      DataplaneKind{"nft", OpenNft},
+      DataplaneKind{"nft", OpenNft, FindNft},
 #endif
-      DataplaneKind{"memory", OpenMemoryDataplane},
+      DataplaneKind{"memory", OpenMemoryDataplane, FindNothing},
   };
   return kKinds;
 }

@@ -31,4 +31,6 @@ common::Result<std::unique_ptr<Dataplane>> OpenMemoryDataplane(const DataplaneOp
   return std::unique_ptr<Dataplane>(std::make_unique<MemoryDataplane>(options.capacity));
 }
 
+std::optional<Remains> FindNothing(const DataplaneOptions&) { return std::nullopt; }
+
 }  // namespace mgr

@@ -39,5 +39,6 @@ class MemoryDataplane final : public Dataplane {
 };
 
 common::Result<std::unique_ptr<Dataplane>> OpenMemoryDataplane(const DataplaneOptions& options);
+std::optional<Remains> FindNothing(const DataplaneOptions& options);
 
 }  // namespace mgr

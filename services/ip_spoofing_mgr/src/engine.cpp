@@ -28,7 +28,7 @@ MacAddress MacOf(const Engine::Request& request) {
 Engine::Engine(Table& table, Dataplane& dataplane, const Interfaces& interfaces, std::chrono::milliseconds hold)
     : table_{table}, dataplane_{dataplane}, interfaces_{interfaces}, hold_{hold} {}
 
-common::Status Engine::TakeOver() {
+common::Status Engine::TakeOver(std::function<common::Status()> end_others) {
   auto snapshot = dataplane_.TakeOver();
   if (!snapshot) return snapshot.error();
   for (const std::string& text : snapshot.value().unreadable) spdlog::warn("not read and not trusted: {}", text);
@@ -36,6 +36,8 @@ common::Status Engine::TakeOver() {
     spdlog::warn("it stays in force until a client has sent its complete configuration");
     inherited_ = Held::kUntilFullBatch;
   }
+  if (end_others) inherited_ = Held::kUntilFullBatch;
+  end_others_ = std::move(end_others);
   for (const PortConfig& config : snapshot.value().ports) {
     Port* port = table_.Adopt(config);
     if (port == nullptr) {

@@ -42,7 +42,8 @@ class Engine final {
 
   /// Takes what an earlier process left in force as what is wanted, until a client says otherwise. What the dataplane
   /// cannot read of it stays in force, and nothing else is made, until a full batch is.
-  common::Status TakeOver();
+  /// `end_others`, if any, ends filters of other dataplanes, which are held in the same way.
+  common::Status TakeOver(std::function<common::Status()> end_others = {});
 
   /// `full`: the requests are the complete configuration; everything that they do not name narrows to nothing.
   Ticket Submit(std::span<const Request> requests, bool full, Clock::time_point now);
@@ -68,7 +69,7 @@ class Engine final {
  private:
   using Node = Table::Node;
   enum class Phase : uint8_t { kWiden, kFinal };
-  /// What the dataplane has of an earlier process and cannot read.
+  /// What is in force of an earlier process, and the dataplane cannot read or another one has.
   enum class Held : uint8_t { kNothing, kUntilFullBatch, kUntilInForce };
   struct Objects {
     std::vector<PortId> ports;
@@ -136,6 +137,7 @@ class Engine final {
   std::set<PortId> failed_ports_;
   Clock::time_point retry_at_{};
   Held inherited_ = Held::kNothing;
+  std::function<common::Status()> end_others_;
   bool release_failed_ = false;
   bool retrying_ = false;  ///< what fails again is not logged again
 };

@@ -160,7 +160,8 @@ void Engine::Retry() {
 
 void Engine::ReleaseHeld() {
   if (inherited_ != Held::kUntilInForce || Holding() || !failed_ports_.empty()) return;
-  const common::Status released = dataplane_.ReleaseHeld();
+  common::Status released = dataplane_.ReleaseHeld();
+  if (released && end_others_) released = end_others_();
   if (!released && !release_failed_) spdlog::warn("an earlier manager's filters: {}", released.error().Text());
   release_failed_ = !released;
   if (release_failed_) return;

@@ -22,6 +22,7 @@
 #include "link_watcher.h"
 #include "metrics.h"
 #include "metrics_server.h"
+#include "other_planes.h"
 #include "status.h"
 #include "table.h"
 
@@ -40,8 +41,8 @@ common::Result<common::UniqueFd> Lock(const std::string& run_dir) {
   return common::Error{"start", run_dir, "another ip-spoofing-mgr runs on this directory"};
 }
 
-common::Result<std::unique_ptr<Dataplane>> OpenDataplane(const ManagerOptions& options) {
-  const DataplaneOptions plane_options{.run_dir = options.run_dir, .capacity = options.capacity};
+common::Result<std::unique_ptr<Dataplane>> OpenDataplane(const ManagerOptions& options,
+                                                         const DataplaneOptions& plane_options) {
   std::string names;
   for (const DataplaneKind& kind : DataplaneKinds()) {
     names += (names.empty() ? "" : ", ") + std::string{kind.name};
@@ -121,7 +122,8 @@ common::Result<std::unique_ptr<Manager>> Manager::Start(common::EventLoop& loop,
     p->metrics = std::move(metrics).value();
   }
 
-  auto plane = OpenDataplane(options);
+  const DataplaneOptions plane_options{.run_dir = options.run_dir, .capacity = options.capacity};
+  auto plane = OpenDataplane(options, plane_options);
   if (!plane) return plane.error();
   p->dataplane = std::move(plane).value();
   if (options.assume_interfaces && p->dataplane->Name() != "memory") {
@@ -136,7 +138,7 @@ common::Result<std::unique_ptr<Manager>> Manager::Start(common::EventLoop& loop,
   const Interfaces& interfaces = options.assume_interfaces ? static_cast<const Interfaces&>(p->assumed) : *p->watcher;
   if (p->dataplane->Name() == "memory") spdlog::warn("the memory dataplane filters no frame");
   p->engine = std::make_unique<Engine>(p->table, *p->dataplane, interfaces, options.hold);
-  if (auto taken = p->engine->TakeOver(); !taken) return taken.error();
+  if (auto taken = p->engine->TakeOver(OtherPlanes(p->dataplane->Name(), plane_options)); !taken) return taken.error();
 
   p->clients = std::make_unique<ClientServer>(
       loop, std::move(listener).value(),

@@ -69,5 +69,24 @@ TEST_F(Held, IsTriedAgainWhenItsReleaseFails) {
   EXPECT_EQ(bench_.engine.Deadline(), std::nullopt);
 }
 
+TEST(HeldByAnotherDataplane, EndsWhenTheCompleteConfigurationIsInForce) {
+  Bench bench;
+  bool refused = true;
+  EXPECT_TRUE(bench.engine.TakeOver([&]() -> common::Status {
+    bench.plane.calls.emplace_back("end others");
+    return refused ? common::Status{common::Error{"remove the pins", "/run/bpf", "some stay"}} : common::Ok();
+  }));
+  bench.Batch({Enable("eth1")});
+  bench.Wait(milliseconds{5000});
+  EXPECT_THAT(bench.plane.calls, IsEmpty());
+  bench.Full({});
+  bench.Wait(milliseconds{100});
+  EXPECT_THAT(bench.plane.calls, ElementsAre("release held", "end others"));
+  refused = false;
+  bench.Wait(milliseconds{5000});
+  EXPECT_THAT(bench.plane.calls, ElementsAre("release held", "end others", "release held", "end others"));
+  EXPECT_EQ(bench.engine.Deadline(), std::nullopt);
+}
+
 }  // namespace
 }  // namespace mgr::test

@@ -42,7 +42,6 @@ class NftDataplane final : public Dataplane {
   /// Sorts the tables of this run directory into those that can be read and the others, and makes the one to use.
   common::Status ChooseTable(const std::vector<std::string>& names, Snapshot* taken);
   common::Status Migrate(const nft::Table& from);
-  common::Status DeleteTable(const nft::Table& table);
   common::Status SetPort(const PortConfig& port);
   common::Status Forget(PortId port);
   void WriteRecord(Batch& batch, const PortConfig& port) const;
@@ -61,7 +60,7 @@ common::Status NftDataplane::Probe() {
   const nft::Table probe{socket_, prefix_ + "probe"};
   if (const int error = nft::SetUp(socket_, probe, 2 * capacity_); error != 0)
     return common::SystemError("make a table", probe.name(), error);
-  return DeleteTable(probe);
+  return probe.DeleteNow();
 }
 
 common::Status NftDataplane::ChooseTable(const std::vector<std::string>& names, Snapshot* taken) {
@@ -71,7 +70,7 @@ common::Status NftDataplane::ChooseTable(const std::vector<std::string>& names, 
     const auto room = nft::RoomOf(prefix_, name);
     const auto chains = table.Chains();
     if (room && chains.ok() && chains.value().contains(nft::kBlind)) {
-      if (common::Status gone = DeleteTable(table); !gone.ok()) return gone;
+      if (common::Status gone = table.DeleteNow(); !gone.ok()) return gone;
       continue;
     }
     const auto held = room ? nft::Read(table) : common::Error{"read", name, "another layout"};
@@ -138,17 +137,10 @@ common::Status NftDataplane::ReleaseHeld() {
     blind_ = false;
   }
   while (!unreadable_.empty()) {
-    if (common::Status gone = DeleteTable(nft::Table{socket_, unreadable_.back()}); !gone.ok()) return gone;
+    if (common::Status gone = nft::Table{socket_, unreadable_.back()}.DeleteNow(); !gone.ok()) return gone;
     unreadable_.pop_back();
   }
   return common::Ok();
-}
-
-common::Status NftDataplane::DeleteTable(const nft::Table& table) {
-  Batch batch;
-  table.Delete(batch);
-  const int error = socket_.Commit(std::move(batch));
-  return error == 0 || error == ENOENT ? common::Ok() : common::SystemError("delete the table", table.name(), error);
 }
 
 /// Both tables filter until the earlier one goes: what it allowed, this one allows before.
@@ -168,7 +160,7 @@ common::Status NftDataplane::Migrate(const nft::Table& from) {
   if (!failures.empty()) return failures.front().error;
   ports_.clear();
   entries_.Clear();
-  return DeleteTable(from);
+  return from.DeleteNow();
 }
 
 std::vector<Failure> NftDataplane::Apply(const Changes& changes) {
@@ -259,7 +251,7 @@ common::Status NftDataplane::Forget(PortId port) {
 
 common::Status NftDataplane::RemoveEverything() {
   if (common::Status released = ReleaseHeld(); !released.ok()) return released;
-  if (common::Status gone = DeleteTable(table_); !gone.ok()) return gone;
+  if (common::Status gone = table_.DeleteNow(); !gone.ok()) return gone;
   ports_.clear();
   entries_.Clear();
   return common::Ok();

@@ -15,4 +15,7 @@ namespace mgr {
 /// Which frames it judges unlike the verdict table: dataplane/nft/port_rules.h.
 common::Result<std::unique_ptr<Dataplane>> OpenNft(const DataplaneOptions& options);
 
+/// The tables of the run directory in this network namespace. None without CAP_NET_ADMIN, which it takes to see them.
+std::optional<Remains> FindNft(const DataplaneOptions& options);
+
 }  // namespace mgr

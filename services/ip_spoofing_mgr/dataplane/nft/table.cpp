@@ -8,6 +8,7 @@
 #include <linux/netfilter/nf_tables.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <memory>
 
 namespace mgr::nft {
@@ -72,6 +73,13 @@ void Table::Delete(Batch& batch) const {
   const NftTable table{nftnl_table_alloc()};
   nftnl_table_set_str(table.get(), NFTNL_TABLE_NAME, name_.c_str());
   batch.Add(NFT_MSG_DELTABLE, 0, [&](nlmsghdr* message) { nftnl_table_nlmsg_build_payload(message, table.get()); });
+}
+
+common::Status Table::DeleteNow() const {
+  Batch batch;
+  Delete(batch);
+  const int error = socket_->Commit(std::move(batch));
+  return error == 0 || error == ENOENT ? common::Ok() : common::SystemError("delete the table", name_, error);
 }
 
 void Table::AddSet(Batch& batch, const std::string& name, uint32_t key_size, uint32_t room) const {

@@ -28,6 +28,8 @@ class Table final {
 
   void Create(Batch& batch) const;
   void Delete(Batch& batch) const;
+  /// In a transaction of its own; one that is absent is no error.
+  [[nodiscard]] common::Status DeleteNow() const;
   /// `room` 0: as it grows. Existing sets of the same form stay.
   void AddSet(Batch& batch, const std::string& set, uint32_t key_size, uint32_t room) const;
   void AddElements(Batch& batch, const std::string& set, const std::vector<Element>& elements) const;

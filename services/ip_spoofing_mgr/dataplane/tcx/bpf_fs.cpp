@@ -23,15 +23,17 @@ namespace {
 
 constexpr std::array<const char*, 3> kSuffixes = {"", "-new", "-blind"};
 
+}  // namespace
+
+std::string BpfFsPath(const std::string& run_dir) { return run_dir + "/bpf"; }
+
 bool IsBpfFs(const std::string& path) {
   struct statfs info {};
   return statfs(path.c_str(), &info) == 0 && info.f_type == BPF_FS_MAGIC;
 }
 
-}  // namespace
-
 common::Result<std::string> MountBpfFs(const std::string& run_dir) {
-  const std::string path = run_dir + "/bpf";
+  const std::string path = BpfFsPath(run_dir);
   if (IsBpfFs(path)) return path;
   if (common::Status made = common::EnsureDir(path); !made.ok()) return made.error();
   if (mount("bpf", path.c_str(), "bpf", 0, "mode=0700") == 0) return path;

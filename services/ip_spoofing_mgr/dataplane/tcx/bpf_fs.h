@@ -14,6 +14,8 @@
 ///         links/if-<interface index>          the attachments
 namespace mgr::tcx {
 
+std::string BpfFsPath(const std::string& run_dir);
+bool IsBpfFs(const std::string& path);
 /// Finds the bpffs below `run_dir` mounted, or makes and mounts it, which needs CAP_SYS_ADMIN. The path of the mount.
 common::Result<std::string> MountBpfFs(const std::string& run_dir);
 /// Unmounts it; a mount that is in use stays until its last user ends.

@@ -19,14 +19,6 @@ namespace {
 constexpr auto kTcxIngress = static_cast<bpf_attach_type>(46);  // younger than the distribution's headers
 constexpr uint32_t kLoopback = 1;
 
-/// The interface of an attachment; 0 when it is gone.
-uint32_t InterfaceOf(int link) {
-  bpf_link_info info{};
-  uint32_t size = sizeof info;
-  if (bpf_obj_get_info_by_fd(link, &info, &size) != 0) return 0;
-  return info.xdp.ifindex;  // every attachment to an interface has its index here
-}
-
 uint32_t ProgramOf(int link) {
   bpf_link_info info{};
   uint32_t size = sizeof info;
@@ -45,6 +37,13 @@ bool IsAttachedHere(int link, uint32_t ifindex) {
 }
 
 }  // namespace
+
+uint32_t InterfaceOf(int link) {
+  bpf_link_info info{};
+  uint32_t size = sizeof info;
+  if (bpf_obj_get_info_by_fd(link, &info, &size) != 0) return 0;
+  return info.xdp.ifindex;  // every attachment to an interface has its index here
+}
 
 common::Status Links::Open() {
   if (mkdir(dir_.c_str(), 0700) != 0 && errno != EEXIST) return common::SystemError("mkdir", dir_, errno);

@@ -39,6 +39,9 @@ class Links final {
   std::vector<std::string> unreadable_pins_;
 };
 
+/// The interface of an attachment; 0 when it is gone.
+uint32_t InterfaceOf(int link);
+
 /// 0 when this kernel has the tcx hook and this process may use it; else an errno, EPERM for want of privileges.
 int TcxError();
 

@@ -16,4 +16,7 @@ namespace mgr {
 /// Opening loads the program, next to whatever an earlier process left running.
 common::Result<std::unique_ptr<Dataplane>> OpenTcx(const DataplaneOptions& options);
 
+/// What is pinned in the bpffs of the run directory. Also where its owner alone may look.
+std::optional<Remains> FindTcx(const DataplaneOptions& options);
+
 }  // namespace mgr
