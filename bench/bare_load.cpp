@@ -1,5 +1,6 @@
 #include "bare_load.h"
 
+#include <arpa/inet.h>
 #include <lmdb.h>
 
 #include <cstdio>
@@ -9,6 +10,7 @@
 #include <string>
 #include <string_view>
 
+#include "app/confd_mgr/config_model.h"
 #include "cdb_store/instance_key.h"
 #include "cdb_store/packed_row.h"
 #include "cdb_store/store_reader.h"
@@ -45,11 +47,13 @@ cdb_store::CursorHandle OpenCursor(MDB_txn* txn, MDB_dbi table) {
   return cdb_store::CursorHandle{cursor};
 }
 
+enum class Texts : uint8_t { kNone, kWritten };
+
 /// One load after the other from one snapshot.
 class Loader final {
  public:
-  explicit Loader(const cdb_store::Snapshot& snapshot)
-      : txn_{snapshot.txn()}, table_{snapshot.Running().dbi()}, schema_{snapshot.schema()} {}
+  Loader(const cdb_store::Snapshot& snapshot, Texts texts)
+      : txn_{snapshot.txn()}, table_{snapshot.Running().dbi()}, schema_{snapshot.schema()}, texts_{texts} {}
 
   void Load(Handed& handed) {
     InstanceKey top;
@@ -62,7 +66,7 @@ class Loader final {
       if (mdb_cursor_get(cursor.get(), &key, &row, move) != 0) std::exit(2);
       const std::string_view keys = FromVal(key).substr(first.size());
       const std::string name{keys.substr(0, keys.size() - 2)};
-      LoadSources(keys, handed);
+      LoadSources(keys, name, handed);
       if (!FindLeaf(FromVal(row), all_)) {
         switches_ += FindLeaf(FromVal(row), ipv6_all_) ? 1 : 0;
         switches_ += FindLeaf(FromVal(row), ipv4_all_) ? 1 : 0;
@@ -83,10 +87,11 @@ class Loader final {
     return mdb_get(txn_, table_, &key, &count) == 0 ? cdb_store::LoadInt<uint32_t>(FromVal(count)) : 0;
   }
 
-  void LoadSources(std::string_view interface_keys, Handed& handed) const {
+  void LoadSources(std::string_view interface_keys, const std::string& name, Handed& handed) {
     InstanceKey parent{interface_keys};
     if (Count(parent, ipv4_) == 0) return;  // whether there are any is one read, how many the next
     const uint32_t count = Count(parent, ipv4_);
+    const std::string list_path = ip_spoofing_app::InterfacePath(name) + "/" + ip_spoofing_app::kAllowedIpv4;
     const std::string_view first = parent.Row(ipv4_);
     const cdb_store::CursorHandle cursor = OpenCursor(txn_, table_);
     MDB_val key = cdb_store::ToVal(first);
@@ -103,8 +108,19 @@ class Loader final {
         const std::string_view mac = *FindLeaf(FromVal(row), mac_);
         std::memcpy(entry.mac, mac.data(), sizeof entry.mac);
       }
+      if (texts_ == Texts::kWritten) WriteTexts(list_path, position, entry);
       handed.Add(entry);
     }
+  }
+
+  void WriteTexts(const std::string& list_path, uint32_t position, const ip_spoofing_mgr::AllowedIpEntry& entry) {
+    const std::string path = ip_spoofing_app::InstancePath(list_path, static_cast<int>(position));
+    for (const char* leaf : {ip_spoofing_app::kAddressLeaf, ip_spoofing_app::kVlanLeaf, ip_spoofing_app::kMacLeaf}) {
+      text_bytes_ = text_bytes_ + leaf_path_.assign(path).append(leaf).size();
+    }
+    char text[INET_ADDRSTRLEN] = {};
+    inet_ntop(AF_INET, entry.address, text, sizeof text);
+    text_bytes_ = text_bytes_ + static_cast<unsigned char>(text[0]);
   }
 
   MDB_txn* txn_;
@@ -116,8 +132,22 @@ class Loader final {
   const NodeId ipv6_all_ = Id("interface/allowed-ip/ipv6-all");
   const NodeId ipv4_ = Id("interface/allowed-ip/ipv4");
   const NodeId mac_ = Id("interface/allowed-ip/ipv4/mac");
+  const Texts texts_;
   uint64_t switches_ = 0;
+  std::string leaf_path_;
+  volatile uint64_t text_bytes_ = 0;
 };
+
+BareLoad Measure(int runs, Texts texts) {
+  const Store store = OpenStore();
+  Loader loader{*store.snapshot, texts};
+  BareLoad result;
+  result.time = MedianOf(runs, [&] {
+    result.handed = {};
+    loader.Load(result.handed);
+  });
+  return result;
+}
 
 }  // namespace
 
@@ -146,15 +176,7 @@ double BareWalk(int runs) {
   });
 }
 
-BareLoad BareLoadOfTheSameReads(int runs) {
-  const Store store = OpenStore();
-  Loader loader{*store.snapshot};
-  BareLoad result;
-  result.time = MedianOf(runs, [&] {
-    result.handed = {};
-    loader.Load(result.handed);
-  });
-  return result;
-}
+BareLoad BareLoadOfTheSameReads(int runs) { return Measure(runs, Texts::kNone); }
+BareLoad BareLoadWithTexts(int runs) { return Measure(runs, Texts::kWritten); }
 
 }  // namespace bench

@@ -31,5 +31,8 @@ struct BareLoad {
 /// that leaf in the row or its key; each source becomes the same 44-byte entry, which is handed on. As fast as it can
 /// straightforwardly be written.
 BareLoad BareLoadOfTheSameReads(int runs);
+/// The same, and of each source the texts that the daemon writes whoever serves its reads: the paths of its entry and
+/// of its three leaves, and its address. What no client library can make faster.
+BareLoad BareLoadWithTexts(int runs);
 
 }  // namespace bench

@@ -54,11 +54,13 @@ void Alone(Report& report) {
   report.Heading("One-entry edit-config on running, nobody subscribed");
   test::Element element;
   element.Start(test::Part::kCdbd);
-  std::vector<double> medians;
+  std::vector<double> ratios;
   double memory_empty = 0;
   for (const int size : kSizes) {
     test::CommitInPlace(element, Sources(size, kPorts));
     netconf::Client client = Connect(element);
+    const pid_t cdbd = element.Process(test::Part::kCdbd)->pid();
+    const double processor_before = ProcessorTime(cdbd);
     BareStore bare{element.File("bare" + std::to_string(size)), size};
     std::vector<double> commits;
     std::vector<double> bares;
@@ -66,15 +68,17 @@ void Alone(Report& report) {
       commits.push_back(TimeOf([&] { Rpc(client, EditConfig(OneSource(i, "create"))); }));
       bares.push_back(TimeOf([&] { bare.Commit(); }));
     }
-    medians.push_back(Median(commits));
-    report.Figure(Label(size) + "median", medians.back(), "us");
+    ratios.push_back(Median(commits) / Median(bares));
+    report.Figure(Label(size) + "median", Median(commits), "us");
+    report.Figure(Label(size) + "processor time of cdbd", (ProcessorTime(cdbd) - processor_before) / kCommits, "us");
     report.Figure(Label(size) + "bare durable transaction", Median(bares), "us");
-    report.AtMost(Label(size) + "against the bare transaction", medians.back(), Median(bares), 2);
-    const double memory = ResidentKilobytes(element.Process(test::Part::kCdbd)->pid());
+    report.AtMost(Label(size) + "against the bare transaction", Median(commits), Median(bares), 2);
+    const double memory = ResidentKilobytes(cdbd);
     if (size == 0) memory_empty = memory;
     if (size > 1000) report.AtMost(Label(size) + "memory of cdbd, kB an entry", memory - memory_empty, size, 1);
   }
-  report.AtMost("with 262,144 entries against none", medians.back(), medians.front(), 1.25);
+  // The disk is faster in one second than in the next: each size is held against what the bare transaction took then.
+  report.AtMost("with 262,144 entries against none, by the bare transaction", ratios.back(), ratios.front(), 1.25);
 }
 
 /// The whole element, the manager on this process's loop.

@@ -88,6 +88,7 @@ class TimedManager final : public ip_spoofing_app::ConfDAppMgr {
 struct Times {
   double walk = 0;
   double bare = 0;
+  double bare_with_texts = 0;
   double connect = 0;
   double load = 0;
   double reads = 0;
@@ -138,9 +139,11 @@ Times Measure(int entries) {
   test::CommitInPlace(element, Sources(entries, 64));
   const double walk = InAProcess([] { return BareWalk(kLoads); });
   const BareLoad bare = InAProcess([] { return BareLoadOfTheSameReads(kLoads); });
+  const BareLoad with_texts = InAProcess([] { return BareLoadWithTexts(kLoads); });
   Times times = InAProcess(DaemonLoad);
   times.walk = walk;
   times.bare = bare.time;
+  times.bare_with_texts = with_texts.time;
   if (bare.handed == times.handed && bare.handed.entries == static_cast<uint64_t>(entries)) return times;
   std::fprintf(stderr, "benchmark: the bare load hands on something else than the daemon\n");
   std::exit(2);
@@ -160,8 +163,12 @@ int Main() {
   report.Figure("  reads", small.reads, "");
   report.Figure("  bare: a cursor over the rows, nothing decoded", small.walk / 1000, "ms");
   report.Figure("  bare: the same reads into the same entries, without paths", small.bare / 1000, "ms");
+  report.Figure("    bare: the same, and the texts that the daemon writes of each source", small.bare_with_texts / 1000,
+                "ms");
   report.Figure("  one round trip over a Unix socket", round_trip, "us");
   report.Figure("load against the bare cursor", small.load / small.walk, "times");
+  report.Figure("  those texts alone, against the same reads made bare",
+                (small.bare_with_texts - small.bare) / small.bare, "times");
   report.AtMost("load against the same reads made bare", small.load, small.bare, 5);
   report.AtLeast("round trips for the same reads against the load", small.reads * round_trip, small.load, 20);
   const Times large = Measure(kLarge);
