@@ -1,6 +1,7 @@
 #include <CLI/CLI.hpp>
 
 #include "common/paths.h"
+#include "common/version.h"
 #include "load.h"
 #include "show_allowed_ip.h"
 #include "show_commits.h"
@@ -18,6 +19,7 @@ constexpr const char* kFooter =
 int main(int argc, char** argv) {
   CLI::App app{"The operator's command line of the element: a NETCONF client of its configuration database."};
   app.footer(kFooter);
+  app.set_version_flag("--version", std::string{"ip-spoofing-cli "} + common::Version());
   app.require_subcommand(1);
   cli::Target target{common::NetconfSocketPath(), common::ModelsDir(), {}};
   double seconds = 300;

@@ -8,12 +8,9 @@
 
 #include "app/database_server.h"
 #include "common/paths.h"
+#include "common/version.h"
 
-namespace {
-
-constexpr const char* kVersion = "cdbd 1.0.0";
-
-}  // namespace
+namespace {}  // namespace
 
 int main(int argc, char** argv) {
   cdbd::ServerOptions options;
@@ -29,7 +26,7 @@ int main(int argc, char** argv) {
       "The configuration database: keeps the configuration, serves it over NETCONF on a Unix socket, and "
       "tells programs of every change.",
       "cdbd"};
-  app.set_version_flag("--version", kVersion);
+  app.set_version_flag("--version", std::string{"cdbd "} + common::Version());
   app.add_option("--run-dir", options.run_dir, "Directory of the sockets")->envname(common::kRunDirVariable);
   app.add_option("--state-dir", options.state_dir, "Directory of the database")->envname(common::kStateDirVariable);
   app.add_option("--models", options.model.directories, "Directory of YANG modules; may be given more than once")

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "common/version.h"
 #include "control_client.h"
 #include "table_printer.h"
 
@@ -172,6 +173,7 @@ int RunCtl(int argc, const char* const* argv, std::ostream& out, std::ostream& e
   Question question;
   std::string on_off;
   CLI::App app{"Shows and steers the ip-spoofing manager"};
+  app.set_version_flag("--version", std::string{"ip-spoofing-ctl "} + common::Version());
   app.require_subcommand(1);
   app.fallthrough();  // --json may stand anywhere
   app.add_flag("--json", question.json_output, "Write JSON");

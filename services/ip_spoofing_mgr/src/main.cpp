@@ -8,6 +8,7 @@
 
 #include "common/event_loop.h"
 #include "common/paths.h"
+#include "common/version.h"
 #include "manager.h"
 
 int main(int argc, char** argv) {
@@ -20,6 +21,7 @@ int main(int argc, char** argv) {
   int64_t hold = options.hold.count();
   std::string level = "info";
   CLI::App app{"Manager of anti-IP-spoofing filters: programs the forwarding plane as its client asks"};
+  app.set_version_flag("--version", std::string{"ip-spoofing-mgr "} + common::Version());
   app.add_option("--dataplane", options.dataplane, "Which one to use; auto: the best that works here")
       ->capture_default_str();
   app.add_option("--capacity", options.capacity, "Entries that can be in force at the same time")

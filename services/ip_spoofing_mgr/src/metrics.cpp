@@ -8,6 +8,7 @@
 #include <tuple>
 #include <utility>
 
+#include "common/version.h"
 #include "dataplane/verdict_text.h"
 #include "status.h"
 
@@ -122,7 +123,7 @@ std::vector<MetricFamily> MetricFamilies(const MetricsSources& sources) {
   Families families;
   AddValue(
       &Add(&families, MetricType::Gauge, "ip_spoofing_build_info", "The manager's version and dataplane; always 1"),
-      {{"version", IP_SPOOFING_VERSION}, {"dataplane", std::string{sources.dataplane.Name()}}}, 1);
+      {{"version", common::Version()}, {"dataplane", std::string{sources.dataplane.Name()}}}, 1);
   AddFrames(&families, sources);
   AddEntries(&families, sources);
   AddPorts(&families, sources.table);
