@@ -49,23 +49,29 @@ std::optional<Change> UnpackChange(std::string_view key, std::string_view packed
   return change;
 }
 
+std::optional<Change> DiffView::Accept(int code, std::string_view key, const MDB_val& data) const {
+  if (code == MDB_NOTFOUND) return std::nullopt;
+  std::optional<Change> change = code == 0 ? UnpackChange(key, FromVal(data)) : std::nullopt;
+  if (!change && error_ == 0) error_ = code == 0 ? MDB_CORRUPTED : code;
+  return change;
+}
+
 std::optional<Change> DiffView::Get(const Node& node, std::string_view keys) const {
   if (keys.size() > kMaxKeys) return std::nullopt;
   InstanceKey instance(keys);
   MDB_val key = ToVal(instance.Row(node.id));
   MDB_val data{};
-  if (mdb_get(txn_, dbi_, &key, &data) != 0) return std::nullopt;
-  std::optional<Change> change = UnpackChange({}, FromVal(data));
-  return change;
+  const int code = mdb_get(txn_, dbi_, &key, &data);
+  return Accept(code, {}, data);
 }
 
-DiffCursor::DiffCursor(const DiffView& diff) {
+DiffCursor::DiffCursor(const DiffView& diff) : diff_{&diff} {
   MDB_cursor* cursor = nullptr;
-  if (mdb_cursor_open(diff.txn(), diff.dbi(), &cursor) == 0) cursor_.reset(cursor);
-}
-
-std::optional<Change> DiffCursor::Accept(int code, const MDB_val& key, const MDB_val& data) {
-  return code == 0 ? UnpackChange(FromVal(key), FromVal(data)) : std::nullopt;
+  const int code = mdb_cursor_open(diff.txn(), diff.dbi(), &cursor);
+  if (code == 0)
+    cursor_.reset(cursor);
+  else
+    diff.Accept(code, {}, {});
 }
 
 std::optional<Change> DiffCursor::Seek(std::string_view record_key) {
@@ -73,14 +79,16 @@ std::optional<Change> DiffCursor::Seek(std::string_view record_key) {
   MDB_val key = ToVal(record_key);
   MDB_val data{};
   const MDB_cursor_op op = record_key.empty() ? MDB_FIRST : MDB_SET_RANGE;
-  return Accept(mdb_cursor_get(cursor_.get(), &key, &data, op), key, data);
+  const int code = mdb_cursor_get(cursor_.get(), &key, &data, op);
+  return diff_->Accept(code, FromVal(key), data);
 }
 
 std::optional<Change> DiffCursor::Next() {
   if (cursor_ == nullptr) return std::nullopt;
   MDB_val key{};
   MDB_val data{};
-  return Accept(mdb_cursor_get(cursor_.get(), &key, &data, MDB_NEXT), key, data);
+  const int code = mdb_cursor_get(cursor_.get(), &key, &data, MDB_NEXT);
+  return diff_->Accept(code, FromVal(key), data);
 }
 
 bool KeysAgree(std::string_view a, std::string_view b) { return a.starts_with(b) || b.starts_with(a); }

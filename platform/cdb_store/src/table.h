@@ -10,13 +10,6 @@
 /// Records of one table in a transaction. Results are LMDB's codes; views are valid until the transaction writes.
 namespace cdb_store {
 
-/// Nothing when there is none.
-inline std::optional<std::string_view> GetRecord(MDB_txn* txn, MDB_dbi dbi, std::string_view record_key) {
-  MDB_val key = ToVal(record_key);
-  MDB_val data{};
-  return mdb_get(txn, dbi, &key, &data) == 0 ? std::optional(FromVal(data)) : std::nullopt;
-}
-
 /// Puts the record, or removes it; one that is not there is no error.
 inline int SetRecord(MDB_txn* txn, MDB_dbi dbi, std::string_view record_key, std::optional<std::string_view> value) {
   MDB_val key = ToVal(record_key);

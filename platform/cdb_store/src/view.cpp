@@ -4,11 +4,14 @@
 
 namespace cdb_store {
 
-bool View::Fetch(std::string_view record_key, MDB_val* data) const {
-  MDB_val key = ToVal(record_key);
-  const int code = mdb_get(txn_, dbi_, &key, data);
+bool View::Accept(int code) const {
   if (code != 0 && code != MDB_NOTFOUND && error_ == 0) error_ = code;
   return code == 0;
+}
+
+bool View::Fetch(std::string_view record_key, MDB_val* data) const {
+  MDB_val key = ToVal(record_key);
+  return Accept(mdb_get(txn_, dbi_, &key, data));
 }
 
 std::optional<std::string_view> View::Row(const Node& node, std::string_view keys) const {
@@ -79,20 +82,15 @@ bool View::HasContent(const Node& container, std::string_view keys) const {
   });
 }
 
-RowCursor::RowCursor(const View& view, const Node& list, std::string_view parent_keys) : list_{&list} {
-  if (parent_keys.size() > kMaxKeys) {
-    error_ = MDB_BAD_VALSIZE;
-    return;
-  }
+RowCursor::RowCursor(const View& view, const Node& list, std::string_view parent_keys) : view_{&view}, list_{&list} {
+  if (parent_keys.size() > kMaxKeys) return;
   parent_.Assign(parent_keys);
   MDB_cursor* cursor = nullptr;
-  error_ = mdb_cursor_open(view.txn(), view.dbi(), &cursor);
-  if (error_ == 0) cursor_.reset(cursor);
+  if (view.Accept(mdb_cursor_open(view.txn(), view.dbi(), &cursor))) cursor_.reset(cursor);
 }
 
 bool RowCursor::Accept(int code, const MDB_val& key, const MDB_val& data) {
-  if (code != 0 && code != MDB_NOTFOUND && error_ == 0) error_ = code;
-  if (code != 0 || !FromVal(key).starts_with(parent_.Row(list_->id))) {
+  if (!view_->Accept(code) || !FromVal(key).starts_with(parent_.Row(list_->id))) {
     position_ = -1;
     return false;
   }

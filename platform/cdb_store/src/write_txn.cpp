@@ -13,7 +13,13 @@ common::Error WriteError(int code) { return StoreError("write configuration stor
 
 }  // namespace
 
-View WriteTxn::Running() const { return {store_->schema_, txn_.get(), store_->env_->running}; }
+WriteTxn::WriteTxn(StoreWriter& store, TxnHandle txn)
+    : store_{&store}, txn_{std::move(txn)}, running_{store.schema_, txn_.get(), store.env_->running} {}
+
+std::optional<std::string_view> WriteTxn::GetRow(std::string_view record_key) const {
+  MDB_val data{};
+  return running_.Fetch(record_key, &data) ? std::optional{FromVal(data)} : std::nullopt;
+}
 
 std::optional<std::string> WriteTxn::OldRow(const Node& node, std::string_view keys) const {
   InstanceKey key(keys);
@@ -25,7 +31,7 @@ std::optional<std::string> WriteTxn::OldRow(const Node& node, std::string_view k
 
 common::Status WriteTxn::PutRecord(std::string_view key, std::optional<std::string_view> value) {
   if (!old_.contains(key)) {
-    const std::optional<std::string_view> old = GetRecord(txn_.get(), store_->env_->running, key);
+    const std::optional<std::string_view> old = GetRow(key);
     old_.emplace(key, old ? std::optional<std::string>(*old) : std::nullopt);
   }
   if (const int code = SetRecord(txn_.get(), store_->env_->running, key, value); code != 0) return WriteError(code);
@@ -113,7 +119,7 @@ common::Status WriteTxn::SetRow(std::string_view record_key, std::optional<std::
   if (!record || record->is_count || record->node >= schema.size())
     return common::Error{"set row", "", "bad record key"};
   const Node& node = schema.node(record->node);
-  const bool existed = GetRecord(txn_.get(), store_->env_->running, record_key).has_value();
+  const bool existed = GetRow(record_key).has_value();
   if (auto status = PutRecord(record_key, row); !status) return status;
   if (!node.IsKeyed() || existed == row.has_value()) return common::Ok();
   const std::optional<size_t> above = KeysSizeAt(schema, schema.node(node.parent), record->keys);
@@ -125,7 +131,7 @@ std::vector<OwnedChange> WriteTxn::Changes(bool with_counts) const {
   std::vector<OwnedChange> changes;
   for (const auto& [key, old] : old_) {
     if (!with_counts && ParseRecordKey(key)->is_count) continue;
-    const std::optional<std::string_view> now = GetRecord(txn_.get(), store_->env_->running, key);
+    const std::optional<std::string_view> now = GetRow(key);
     if (now.has_value() == old.has_value() && (!now || *now == *old)) continue;
     changes.push_back({key, old, now ? std::optional<std::string>(*now) : std::nullopt});
   }
@@ -193,6 +199,7 @@ common::Result<Txid> WriteTxn::Commit(CommitKind kind) {
 common::Status WriteTxn::RecordChanges(CommitKind kind, Identity& identity) {
   const Environment& env = *store_->env_;
   const std::vector<OwnedChange> changes = Changes(true);
+  if (running_.error() != 0) return WriteError(running_.error());
   if (changes.empty()) return common::Ok();
   if (auto status = CatchUpPreCommit(); !status) return status;
   for (const OwnedChange& change : changes) {

@@ -42,7 +42,8 @@ class StoreTest : public ::testing::Test {
     const auto snapshot = store_->Take().value();
     const Schema& schema = store_->schema();
     std::vector<std::string> lines;
-    DiffCursor cursor(snapshot->Diff());
+    const DiffView diff = snapshot->Diff();
+    DiffCursor cursor(diff);
     for (auto change = cursor.Seek(""); change; change = cursor.Next()) {
       const RecordKey record = ParseRecordKey(change->key).value();
       const char* what = !change->old_row ? "+" : !change->new_row ? "-" : "~";
@@ -230,7 +231,8 @@ TEST_F(StoreTest, PositionsFollowKeyOrderInAnyPattern) {
   CommitTree(*store_, tree);
   const auto snapshot = store_->Take().value();
   const Node& list = *store_->schema().FindPath("/tb:box/weight");
-  RowCursor rows(snapshot->Running(), list, "");
+  const View running = snapshot->Running();
+  RowCursor rows(running, list, "");
   std::mt19937 random(1);
   for (uint32_t i = 0; i < 2000; ++i) {
     const uint32_t position = i % 3 == 0 ? random() % 105 : i % 105;

@@ -42,7 +42,7 @@ int Begin(Read& read, int nargs, int sock, const char* fmt, va_list args) {
   return confd::ResolvePath(*read.session, *path, read.target);
 }
 
-/// A read that the store could not serve looks like an absent node, except for this.
+/// A read that the store could not serve, now or before in the session, looks like an absent node, except for this.
 int CheckStore(const Read& read) {
   const int code = read.session->view.error();
   if (code == 0) return CONFD_OK;
@@ -80,8 +80,9 @@ int NumInstances(const Read& read) {
   const Target& target = read.target;
   if (!target.names_list) return FailPath(CONFD_ERR_BADPATH, read.path, target.node->name + " is no list");
   const uint32_t count = target.is_missing ? 0 : read.session->view.Count(*target.node, target.keys);
+  const bool exists = count > 0 || (!target.is_missing && ParentExists(read));
   if (const int result = CheckStore(read); result != CONFD_OK) return result;
-  if (count == 0 && (target.is_missing || !ParentExists(read))) {
+  if (!exists) {
     return FailPath(CONFD_ERR_NOEXISTS, read.path, "the instance above the list does not exist");
   }
   return static_cast<int>(count);

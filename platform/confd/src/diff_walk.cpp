@@ -23,6 +23,8 @@ DiffWalk::DiffWalk(cdb_store::DiffView diff, const cdb_store::SubscriptionTarget
 
 int DiffWalk::Run() {
   WalkChildren(schema_.root(), "", diff_.Get(schema_.root(), ""));
+  if (const int code = diff_.error(); code != 0)
+    return Fail(CONFD_ERR_OS, cdb_store::StoreError("read", "the difference of the commit", code).Text());
   if (!has_bad_answer_) return CONFD_OK;
   return Fail(CONFD_ERR_PROTOUSAGE, "the iterator answered " + std::to_string(bad_answer_) + ", which means nothing");
 }
@@ -110,6 +112,7 @@ DiffWalk::Next DiffWalk::VisitInstance(const Node& node, std::string_view keys) 
 }
 
 DiffWalk::Next DiffWalk::Report(confd_iter_op op, confd_value_t* old_value, confd_value_t* new_value) {
+  if (diff_.error() != 0) return Next::kStop;
   const confd_iter_ret answer = iterator_.function(path_.Build(), op, old_value, new_value, iterator_.state);
   switch (answer) {
     case ITER_STOP:

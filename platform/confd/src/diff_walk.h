@@ -27,7 +27,8 @@ struct DiffIterator {
 class DiffWalk final {
  public:
   DiffWalk(cdb_store::DiffView diff, const cdb_store::SubscriptionTarget& target, DiffIterator iterator);
-  /// CONFD_OK, also when the iterator ended the walk; CONFD_ERR when it answered with none of its values.
+  /// CONFD_OK, also when the iterator ended the walk; CONFD_ERR when it answered with none of its values, or when the
+  /// store failed, after which nothing is reported.
   int Run();
 
  private:

@@ -54,19 +54,17 @@ class StoreFixture {
     return {};
   }
 
-  /// The configuration that `filter` (the content of <filter>) selects; all of it without one.
+  /// The configuration that `filter` (the content of <filter>) selects; all of it without one. Throws when it cannot be
+  /// read.
   [[nodiscard]] std::string Read(const std::optional<std::string>& filter = std::nullopt) {
     const auto snapshot = store->Take();
     if (!snapshot) throw std::runtime_error(snapshot.error().Text());
     DataWriter writer{*model, snapshot.value()->Running(), nullptr};
     std::string out;
-    if (!filter) {
-      writer.Write(Selection::Everything(), &out);
-      return out;
-    }
-    const auto document = netconf::XmlDocument::Parse("<filter>" + *filter + "</filter>");
+    const auto document = netconf::XmlDocument::Parse("<filter>" + filter.value_or("") + "</filter>");
     if (!document) throw std::runtime_error(document.error().Text());
-    writer.Write(Selection::Of(document.value()->root()), &out);
+    const Selection selection = filter ? Selection::Of(document.value()->root()) : Selection::Everything();
+    if (const auto written = writer.Write(selection, &out); !written) throw std::runtime_error(written.error().Text());
     return out;
   }
 

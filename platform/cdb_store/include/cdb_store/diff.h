@@ -28,32 +28,41 @@ std::string PackChange(const Change& change);
 /// Views point into `packed`. Nothing when malformed.
 std::optional<Change> UnpackChange(std::string_view key, std::string_view packed);
 
-/// What the last commit changed, as a transaction sees it; same lifetime rules as View.
+/// What the last commit changed, as a transaction sees it; same lifetime rules as View. A read that the store cannot
+/// serve, or that finds what is no change, gives nothing, and error() then holds LMDB's code.
 class DiffView final {
  public:
   DiffView(const Schema& schema, MDB_txn* txn, MDB_dbi dbi) : schema_{&schema}, txn_{txn}, dbi_{dbi} {}
 
   [[nodiscard]] std::optional<Change> Get(const Node& node, std::string_view keys) const;
+  /// LMDB's code of the first read that failed, of this view or of a cursor on it; 0 when none did.
+  [[nodiscard]] int error() const noexcept { return error_; }
   [[nodiscard]] const Schema& schema() const noexcept { return *schema_; }
   [[nodiscard]] MDB_txn* txn() const noexcept { return txn_; }
   [[nodiscard]] MDB_dbi dbi() const noexcept { return dbi_; }
 
  private:
+  friend class DiffCursor;
+  std::optional<Change> Accept(int code, std::string_view key, const MDB_val& data) const;
+
   const Schema* schema_;
   MDB_txn* txn_;
   MDB_dbi dbi_;
+  mutable int error_ = 0;
 };
 
-/// Walks the changes in record key order: by node in schema order, then by keys; count records last.
+/// Walks the changes in record key order: by node in schema order, then by keys; count records last. `diff` outlives
+/// it.
 class DiffCursor final {
  public:
   explicit DiffCursor(const DiffView& diff);
+  explicit DiffCursor(const DiffView&&) = delete;  // nobody could ask it for the error
   /// The first change whose record key is not below `record_key` ("" for the first of all). Nothing past the end.
   std::optional<Change> Seek(std::string_view record_key);
   std::optional<Change> Next();
 
  private:
-  std::optional<Change> Accept(int code, const MDB_val& key, const MDB_val& data);
+  const DiffView* diff_;
   CursorHandle cursor_;
 };
 

@@ -29,8 +29,9 @@ class WriteTxn final {
   WriteTxn& operator=(WriteTxn&&) noexcept = default;
   ~WriteTxn() = default;
 
-  /// Running as this transaction has made it so far.
-  [[nodiscard]] View Running() const;
+  /// Running as this transaction has made it so far. Its error() is that of every read of this transaction; with one
+  /// Commit() fails.
+  [[nodiscard]] const View& Running() const noexcept { return running_; }
   /// Running before this transaction, record by record: the old value of a changed record is kept.
   [[nodiscard]] std::optional<std::string> OldRow(const Node& node, std::string_view keys) const;
 
@@ -63,8 +64,10 @@ class WriteTxn final {
 
  private:
   friend class StoreWriter;
-  WriteTxn(StoreWriter& store, TxnHandle txn) : store_{&store}, txn_{std::move(txn)} {}
+  WriteTxn(StoreWriter& store, TxnHandle txn);
 
+  /// A record of running. Nothing when there is none.
+  [[nodiscard]] std::optional<std::string_view> GetRow(std::string_view record_key) const;
   common::Status PutRecord(std::string_view key, std::optional<std::string_view> value);
   common::Status AddToCount(const Node& list, std::string_view parent_keys, int delta);
   common::Status DeleteRows(const Node& node, std::string_view keys);
@@ -73,6 +76,7 @@ class WriteTxn final {
 
   StoreWriter* store_;
   TxnHandle txn_;
+  View running_;
   std::map<std::string, std::optional<std::string>, std::less<>> old_;  ///< first value of each touched record
   bool other_changes_ = false;                                          ///< of meta or log
 };

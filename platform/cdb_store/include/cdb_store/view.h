@@ -18,7 +18,7 @@ namespace cdb_store {
 ///
 /// `keys` are the encoded keys (instance_key.h) of the instance asked for; for a leaf or container those of the lists
 /// above it, for a leaf-list instance its value is the last one. A read that the store cannot serve gives the answer
-/// for "absent", and error() then holds LMDB's code.
+/// for "absent", and error() then holds LMDB's code: whoever acts on what is absent looks at it first.
 class View final {
  public:
   View(const Schema& schema, MDB_txn* txn, MDB_dbi dbi) : schema_{&schema}, txn_{txn}, dbi_{dbi} {}
@@ -33,7 +33,7 @@ class View final {
   [[nodiscard]] bool Exists(const Node& node, std::string_view keys) const;
   /// Number of instances of a list or leaf-list below the instance with `parent_keys`. One read.
   [[nodiscard]] uint32_t Count(const Node& list, std::string_view parent_keys) const;
-  /// LMDB's code of the first read that failed, 0 when none did.
+  /// LMDB's code of the first read that failed, of this view or of a cursor on it; 0 when none did.
   [[nodiscard]] int error() const noexcept { return error_; }
 
   [[nodiscard]] const Schema& schema() const noexcept { return *schema_; }
@@ -42,7 +42,10 @@ class View final {
 
  private:
   friend class RowCursor;
+  friend class WriteTxn;
   bool Fetch(std::string_view record_key, MDB_val* data) const;
+  /// Keeps the code of a read that failed. True when it has not, and has found something.
+  bool Accept(int code) const;
   [[nodiscard]] bool HasContent(const Node& container, std::string_view keys) const;
 
   const Schema* schema_;
@@ -51,11 +54,13 @@ class View final {
   mutable int error_ = 0;
 };
 
-/// The instances of one list (or leaf-list) below one parent, in key order. Closed before its transaction ends.
+/// The instances of one list (or leaf-list) below one parent, in key order. Closed before its transaction ends; `view`
+/// outlives it. A walk that the store cannot go on with ends there, and error() of the view then holds LMDB's code.
 class RowCursor final {
  public:
   /// Nothing is read yet.
   RowCursor(const View& view, const Node& list, std::string_view parent_keys);
+  RowCursor(const View&&, const Node&, std::string_view) = delete;  // nobody could ask it for the error
 
   /// Goes to the first, then to each next instance. False at the end.
   bool Next();
@@ -67,19 +72,18 @@ class RowCursor final {
 
   [[nodiscard]] std::string_view keys() const { return key_.substr(2); }  ///< the instance's, its parents' included
   [[nodiscard]] std::string_view row() const { return row_; }
-  [[nodiscard]] int error() const noexcept { return error_; }
   [[nodiscard]] const Node& list() const noexcept { return *list_; }
   [[nodiscard]] std::string_view parent_keys() const { return parent_.keys(); }
 
  private:
   bool Accept(int code, const MDB_val& key, const MDB_val& data);
 
+  const View* view_;
   const Node* list_;
   InstanceKey parent_;
   CursorHandle cursor_;
   std::string_view key_, row_;
   int64_t position_ = -1;  ///< of the present instance; -1: none
-  int error_ = 0;
 };
 
 }  // namespace cdb_store

@@ -33,6 +33,8 @@ RpcErrors Editor::Apply(const Element& config) {
     inherited = Operation::kMerge;
   }
   Children(schema_.root(), config, inherited);
+  // What could not be read looked absent to the edit.
+  if (const int code = txn_.Running().error(); code != 0) Store(cdb_store::StoreError("read", "running", code));
   return std::move(errors_);
 }
 

@@ -53,7 +53,7 @@ common::Status ForEachInstance(const cdb_store::View& view, const Node& node, Ch
   cdb_store::RowCursor rows{view, node, {}};
   while (rows.Next())
     if (const common::Status status = check(rows.keys(), rows.row()); !status) return status;
-  if (rows.error() != 0) return cdb_store::StoreError("", view.schema().PathOf(node), rows.error());
+  if (view.error() != 0) return cdb_store::StoreError("", view.schema().PathOf(node), view.error());
   return common::Ok();
 }
 

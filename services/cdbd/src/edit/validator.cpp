@@ -163,7 +163,8 @@ RpcError FromComplaint(const Model& model, const lyd_node* tree) {
 
 RpcErrors Validate(const Model& model, const cdb_store::View& view, cdb_store::WriteTxn* txn) {
   std::string xml;
-  DataWriter{model, view, nullptr}.Write(Selection::Everything(), &xml);
+  if (const auto written = DataWriter{model, view, nullptr}.Write(Selection::Everything(), &xml); !written)
+    return {RpcError{.message = written.error().Text()}};
   ly_err_clean(const_cast<ly_ctx*>(model.context()), nullptr);
   lyd_node* raw = nullptr;
   const LY_ERR parsed = lyd_parse_data_mem(model.context(), xml.c_str(), LYD_XML,

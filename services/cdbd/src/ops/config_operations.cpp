@@ -136,7 +136,9 @@ void GetConfig(Core& core, const RpcPtr& rpc) {
   const auto snapshot = core.store.Take();
   if (!snapshot) return rpc->Fail(RpcError{.message = snapshot.error().Text()});
   std::string data{"<data>"};
-  DataWriter{core.model, snapshot.value()->Running(), nullptr}.Write(SelectionOf(filter), &data);
+  DataWriter writer{core.model, snapshot.value()->Running(), nullptr};
+  if (const auto written = writer.Write(SelectionOf(filter), &data); !written)
+    return rpc->Fail(RpcError{.message = written.error().Text()});
   data += "</data>";
   rpc->Content(data);
 }

@@ -109,6 +109,8 @@ void SubscriptionService::Plan() {
       return true;
     });
   }
+  if (const int code = diff.error(); code != 0)
+    Warn("", "not all subscribers could be told: " + cdb_store::StoreError("read", "the difference", code).Text());
   for (auto& [priority, subscribers] : current_->plan)
     for (auto& [id, points] : subscribers) std::sort(points.begin(), points.end());
 }

@@ -13,9 +13,11 @@ using cdb_store::NodeKind;
 
 }  // namespace
 
-void DataWriter::Write(const Selection& selection, std::string* out) {
+common::Status DataWriter::Write(const Selection& selection, std::string* out) {
   const Node& root = schema_.root();
   WriteChildren(root, {{}, view_.Row(root, {}).value_or(std::string_view{})}, selection, out);
+  if (view_.error() != 0) return cdb_store::StoreError("read", "the configuration", view_.error());
+  return common::Ok();
 }
 
 bool DataWriter::WriteChildren(const Node& parent, const Holder& holder, const Selection& selection, std::string* out) {

@@ -29,7 +29,8 @@ class DataWriter final {
   DataWriter(const Model& model, const cdb_store::View& view, ProvidedLists* provided)
       : model_{model}, schema_{model.schema()}, view_{view}, provided_{provided} {}
 
-  void Write(const Selection& selection, std::string* out);
+  /// Appends it. Fails when the store does; what was appended is then not the whole.
+  [[nodiscard]] common::Status Write(const Selection& selection, std::string* out);
 
  private:
   using Node = cdb_store::Node;

@@ -27,7 +27,9 @@ class GetRequest final : public ProvidedLists, public std::enable_shared_from_th
     {
       const auto snapshot = core_.store.Take();
       if (!snapshot) return rpc_->Fail(RpcError{.message = snapshot.error().Text()});
-      DataWriter{core_.model, snapshot.value()->Running(), this}.Write(selection_, &data);
+      DataWriter writer{core_.model, snapshot.value()->Running(), this};
+      if (const auto written = writer.Write(selection_, &data); !written)
+        return rpc_->Fail(RpcError{.message = written.error().Text()});
     }
     if (!needed_.empty()) return FetchNext();
     core_.state->Write(selection_, &data);
