@@ -41,7 +41,7 @@ int cdb_read_subscription_socket(int sock, int points[], int* count) {
   Add(fakes::Format("cdb_read_subscription_socket %d", sock));
   const int result = fakes::ScriptedResult("cdb_read_subscription_socket");
   if (result != CONFD_OK) return result;
-  *count = 0;
+  *count = fakes::ScriptedResult("subscription count");
   auto& messages = fakes::TheCdb().messages;
   if (messages.empty()) return CONFD_OK;
   for (const int point : messages.front()) points[(*count)++] = point;

@@ -125,7 +125,7 @@ int Cdb::OpenSession(cdb_db_type db) {
   const std::string name = DbName(db);
   TheTrace().Add(Kind::kSession, "open " + name);
   if (ScriptedResult("session", {name}) != 0) return -1;
-  const int sock = next_socket_++;
+  const int sock = next_socket++;
   sessions[sock] = {db, true, std::nullopt, 0};
   return sock;
 }

@@ -7,6 +7,7 @@
 ///   "session running" or "session pre-commit": -1 makes the session's socket -1;
 ///   "cdb_subscribe PATH", "cdb_subscribe_done", "cdb_read_subscription_socket", "cdb_sync_subscription_socket";
 ///   "cdb_diff_iterate POINT FLAGS" ("cdb_diff_iterate 1 18"): returned without a walk;
+///   "subscription count": the number of points that a message says it has;
 ///   "ITER_STOP": what a walk returns that an iterator ended.
 #pragma once
 
@@ -72,6 +73,7 @@ class Cdb {
   int OpenSession(cdb_db_type db);
   void CloseSession(int sock);
   std::map<int, Session> sessions;  ///< by socket
+  int next_socket = 101;            ///< of the next session
 
   cdb_txid txid = {1, 2, 3, "primary"};
 
@@ -84,7 +86,6 @@ class Cdb {
  private:
   CdbNode* Make(cdb_db_type db, const std::string& path);
   std::map<cdb_db_type, CdbNode> trees_;
-  int next_socket_ = 101;
 };
 
 Cdb& TheCdb();

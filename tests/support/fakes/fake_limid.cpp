@@ -55,7 +55,7 @@ int limid_from_intfname(limid_t* limid, const char* name) {
 }
 
 int limid_from_ifindex(limid_t* limid, uint32_t ifindex) {
-  *limid = {};
+  *limid = ifindex == 0 ? fakes::TheLimid().index_zero : limid_t{};
   return ifindex == 0 ? 0 : -1;
 }
 
@@ -76,10 +76,12 @@ int limid_type_compare(limid_type_t a, limid_type_t b) { return static_cast<int>
 
 int limid_is_from_type(limid_t limid, limid_type_t type) {
   const std::string name = fakes::TheLimid().Name(limid);
+  if (const auto answer = fakes::TheScript().Find("limid_is_from_type", {name})) return answer->result;
   return !name.empty() && fakes::TheLimid().Type(name) == type ? 1 : 0;
 }
 
 int limid_compare(limid_t a, limid_t b) {
+  if (const auto answer = fakes::TheScript().Find("limid_compare")) return answer->result;
   const uint32_t left = fakes::NumberOf(a);
   const uint32_t right = fakes::NumberOf(b);
   return left < right ? -1 : left > right ? 1 : 0;

@@ -2,7 +2,8 @@
 /// Deterministic logical interface ids: numbered 1, 2, ... in the order in which names are first seen, or as a test
 /// gives them. Every interface is a service port unless a test says otherwise.
 ///
-/// Scripted answers: "limid_from_intfname NAME" and "limid_to_type NAME", non-zero to fail as the library does.
+/// Scripted answers: "limid_from_intfname NAME" and "limid_to_type NAME", non-zero to fail as the library does;
+/// "limid_is_from_type NAME" and "limid_compare", returned.
 #pragma once
 
 #include <cstdint>
@@ -23,6 +24,8 @@ class Limid {
   void SetNumber(const std::string& name, uint32_t number) { numbers_[name] = number; }
   void SetType(const std::string& name, limid_type_t type) { types_[name] = type; }
   limid_type_t Type(const std::string& name) const;
+  /// The id of interface index 0; the zero id unless a test gives it a name.
+  limid_t index_zero{};
 
  private:
   std::map<std::string, uint32_t> numbers_;

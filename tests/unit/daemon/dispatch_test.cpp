@@ -49,6 +49,11 @@ INSTANTIATE_TEST_SUITE_P(
                      [] {},
                      {},
                      {"cdb_read_subscription_socket 41", "cdb_sync_subscription_socket 41 1"}},
+        DispatchCase{"NegativeCountIsNoPoint",
+                     [] { fakes::TheScript().Return("subscription count", -1); },
+                     {},
+                     {"cdb_read_subscription_socket 41", "cdb_sync_subscription_socket 41 1"}},
+        DispatchCase{"SocketZeroIsASession", [] { fakes::TheCdb().next_socket = 0; }, {1}, Handled(Passes(1, {}, {}))},
         DispatchCase{"InterfacePoint", [] {}, {1}, Handled(Passes(1, {}, {}))},
         DispatchCase{"Ipv4Point", [] {}, {2}, Handled(Passes(2, {}, {}))},
         DispatchCase{"PointsInTheOrderDelivered", [] {}, {2, 1}, Handled(Join({Passes(2, {}, {}), Passes(1, {}, {})}))},
@@ -82,15 +87,18 @@ using DispatchEnds = ChangesTest;
 
 TEST_F(DispatchEnds, UnreadableMessageEndsTheProcess) {
   ConfDAppMgr& confd = BuildSubscribed();
-  fakes::TheScript().Return("cdb_read_subscription_socket", -2, "the library's text");
-  EXPECT_EXIT(
-      {
-        fakes::Trace::DumpAtExit();
-        ConfDAppMgr::TreatSubscriptionMsg(fakes::TheHandle(), fakes::kSubscriptionSocket, &confd);
-      },
-      testing::ExitedWithCode(1),
-      DiesWithExactly(
-          {"cdb_read_subscription_socket 41", "backtrace", "fault 1 TreatSubscriptionMsg: the library's text"}));
+  for (const int result : {-1, -2, 1}) {
+    fakes::TheScript().Return("cdb_read_subscription_socket", result, "the library's text");
+    EXPECT_EXIT(
+        {
+          fakes::Trace::DumpAtExit();
+          ConfDAppMgr::TreatSubscriptionMsg(fakes::TheHandle(), fakes::kSubscriptionSocket, &confd);
+        },
+        testing::ExitedWithCode(1),
+        DiesWithExactly(
+            {"cdb_read_subscription_socket 41", "backtrace", "fault 1 TreatSubscriptionMsg: the library's text"}))
+        << result;
+  }
 }
 
 TEST_F(DispatchEnds, NullContextStopsTheProcessWithoutAWord) {
@@ -120,6 +128,35 @@ TEST_F(DispatchState, HandledMessageRefreshesTheTransactionId) {
   fakes::TheCdb().txid.s3 = 10;
   EXPECT_EQ(confd.LoadConfDCfg(false), 0);
   EXPECT_THAT(Taken(), testing::Contains("SendIpSpoofing eth1 true"));
+}
+
+TEST_F(DispatchState, TransactionIdThatCannotBeReadStaysTheOneLoaded) {
+  ConfDAppMgr& confd = BuildSubscribed();
+  EXPECT_EQ(confd.LoadConfDCfg(false), 0);
+  Put(Iface("eth1"));
+  fakes::TheScript().Return("cdb_get_txid", -1);
+  Deliver({1});
+  fakes::TheScript() = {};
+  EXPECT_EQ(confd.LoadConfDCfg(false), 0);
+  EXPECT_EQ(Taken(),
+            (Lines{"open running", "log 11 LoadConfDCfg: All LoadConfDCfg executed successfully!", "close running"}));
+}
+
+TEST_F(DispatchState, ResultIsThatOfTheSecondWalkAllTheWayUp) {
+  ConfDAppMgr& confd = BuildSubscribed();
+  fakes::TheScript().Return("cdb_set_namespace", 0);
+  for (const int result : {0, -1, -2, 3}) {
+    fakes::TheScript().Return("cdb_diff_iterate 1 16", result);
+    fakes::TheScript().Return("cdb_diff_iterate 2 16", result);
+    EXPECT_EQ(confd.HandleIpSpoofingIfacesDiff(), result);
+    EXPECT_EQ(confd.HandleIpSpoofingAllowedIpIPv4Diff(), result);
+    EXPECT_EQ(confd.FindSubscription(kIfacePoint), result);
+    EXPECT_EQ(confd.FindSubscription(kIpv4Point), result);
+  }
+  EXPECT_EQ(confd.FindSubscription(9), -1);
+  NoNamespace();
+  EXPECT_EQ(confd.HandleIpSpoofingIfacesDiff(), -1);
+  EXPECT_EQ(confd.HandleIpSpoofingAllowedIpIPv4Diff(), -1);
 }
 
 /// What must leave the stored id as the load before it set it.

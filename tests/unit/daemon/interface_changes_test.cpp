@@ -142,6 +142,16 @@ const IfaceCase kRequests[] = {
            Before({}),
            {Seen("eth2", 1)},
            Before({})})},
+    {"InterfaceWithoutAnIdHasOnlyItsMode",
+     {{MOP_CREATED, Iface("eth3")}},
+     [] {
+       IfaceChanges::Put(Iface("eth3") + "/allowed-ip/all");
+       fakes::TheScript().Return("limid_from_intfname eth3", -1);
+     },
+     {Omitted(kDel, 4, 1, "eth3")},
+     Join(
+         {{Seen("eth3", 1)},
+          Before({UpdateLog("op[1] sending allowed-ip[ALL] old[0] for[eth3]"), "SendAllowedIpAll (no interface) 3"})})},
     {"EntriesBelowAreNotVisited",
      {{MOP_CREATED, Iface("eth3")},
       {MOP_VALUE_SET, Iface("eth3") + "/allowed-ip/all"},
@@ -206,9 +216,9 @@ TEST_F(IfacePasses, FailedCreatePassFailsTheMessage) {
   EXPECT_EQ(Deliver({kIfacePoint}), Failed(Join({Passes(1, {}, {kCreateFault_}), kNotAcknowledged_})));
 }
 
-TEST_F(IfacePasses, BothFail) {
+TEST_F(IfacePasses, BothFailWithAnyResultButZero) {
   CreateOne();
-  fakes::TheScript().Return("cdb_diff_iterate", -2, "the library's text");
+  fakes::TheScript().Return("cdb_diff_iterate", 3, "the library's text");
   EXPECT_EQ(Deliver({kIfacePoint}), Failed(Join({Passes(1, {kDeleteFault_}, {kCreateFault_}), kNotAcknowledged_})));
 }
 
@@ -221,6 +231,16 @@ TEST_F(IfacePasses, DisabledDetailIsNotFormatted) {
       Handled(Passes(1, {"open pre-commit", "SendAllowedIpAll eth4 0", "close pre-commit", "SendIpSpoofing eth4 false"},
                      {"SendIpSpoofing eth3 true", "open pre-commit", "close pre-commit"})));
   EXPECT_EQ(fakes::TheZlog().detail_lines_while_disabled, 0);
+}
+
+// A keypath's text ends where the 8192 bytes for it do.
+TEST_F(IfacePasses, LongPathIsCut) {
+  CreateOne();
+  const std::string path = Iface(std::string(9000, 'n'));
+  fakes::TheCdb().changes[kIfacePoint] = {{MOP_MODIFIED, path}};
+  fakes::TheTrace().Record({Kind::kRead});
+  EXPECT_THAT(Deliver({kIfacePoint}),
+              testing::Contains("cdb_exists running " + path.substr(0, 8191) + "/allowed-ip/all = -1"));
 }
 
 }  // namespace

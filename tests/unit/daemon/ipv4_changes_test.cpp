@@ -173,6 +173,12 @@ const Ipv4Case kCases[] = {
      {Called(1), "fault 0 GetMacFromConfd: the library's text\n",
       "fault 0 IpSpoofingAllowedIpIPv4DiffIt: IpSpoofingAllowedIpIPv4DiffIt error reading " + kEntry + "/mac",
       BodyLog("SendAddEntry for [eth3] ip[10.0.0.1] vlan[100]"), "SendAddEntry eth3 10.0.0.1 vlan 100" + kZeroMac}},
+    {"InterfaceWithoutAnIdDoesNotMatter",
+     {{MOP_CREATED, kEntry}},
+     [] { fakes::TheScript().Return("limid_from_intfname eth3", -1); },
+     {Omitted(kDel, 7, 1, "eth3")},
+     {Called(1), BodyLog("SendAddEntry for [eth3] ip[10.0.0.1] vlan[100]"),
+      "SendAddEntry (no interface) 10.0.0.1 vlan 100" + kZeroMac}},
     {"RefusedRequestDoesNotMatter",
      {{MOP_CREATED, kEntry}},
      [] { fakes::TheScript().Return("SendAddEntry", -1); },
@@ -212,6 +218,53 @@ TEST_F(Ipv4Passes, FailedCreatePassFailsTheMessage) {
   AddOne();
   fakes::TheScript().Return("cdb_diff_iterate 2 16", -1, "not in the text");
   EXPECT_EQ(Deliver({kIpv4Point}), Failed(Join({Passes(2, {}, {kCreateFault_}), kNotAcknowledged_})));
+}
+
+TEST_F(Ipv4Passes, BothFailWithAnyResultButZero) {
+  AddOne();
+  fakes::TheScript().Return("cdb_diff_iterate", 3, "not in the text");
+  EXPECT_EQ(Deliver({kIpv4Point}), Failed(Join({Passes(2, {kDeleteFault_}, {kCreateFault_}), kNotAcknowledged_})));
+}
+
+// Each entry is read whole before its operation is looked at, and no walk goes on below it.
+TEST_F(Ipv4Passes, EntriesAreReadAndTheWalkGoesOnBesideThem) {
+  AddOne();
+  const auto entry = [](int number) { return Ipv4("eth3", "10.0.0." + std::to_string(number) + " 5"); };
+  const auto iterated = [&](int number, int op, int answer) {
+    return "iter " + entry(number) + " op " + std::to_string(op) + " = " + std::to_string(answer);
+  };
+  const auto read = [&](int number) { return "cdb_exists running " + entry(number) + "/mac = 0"; };
+  const auto sent = [](const std::string& request, int number) {
+    return request + " eth3 10.0.0." + std::to_string(number) + " vlan 5" + kZeroMac;
+  };
+  fakes::TheCdb().changes[kIpv4Point] = {{MOP_CREATED, entry(1)},
+                                         {MOP_DELETED, entry(2)},
+                                         {MOP_MODIFIED, entry(3)},
+                                         {MOP_VALUE_SET, entry(4)},
+                                         {MOP_MOVED_AFTER, entry(5)}};
+  fakes::TheTrace().Record({Kind::kRead, Kind::kRequest, Kind::kLog});
+  EXPECT_EQ(Deliver({kIpv4Point}), (Lines{"cdb_set_namespace running 0x41fef11b",
+                                          iterated(1, 1, ITER_CONTINUE),
+                                          read(2),
+                                          sent("SendRemoveEntry", 2),
+                                          iterated(2, 2, ITER_CONTINUE),
+                                          iterated(3, 3, ITER_CONTINUE),
+                                          iterated(4, 4, ITER_CONTINUE),
+                                          iterated(5, 5, ITER_CONTINUE),
+                                          read(1),
+                                          sent("SendAddEntry", 1),
+                                          iterated(1, 1, ITER_CONTINUE),
+                                          iterated(2, 2, ITER_CONTINUE),
+                                          read(3),
+                                          sent("SendUpdateEntry", 3),
+                                          iterated(3, 3, ITER_CONTINUE),
+                                          read(4),
+                                          sent("SendUpdateEntry", 4),
+                                          iterated(4, 4, ITER_CONTINUE),
+                                          read(5),
+                                          "log 12 IpSpoofingAllowedIpIPv4DiffIt: Invalid operation = 5.",
+                                          iterated(5, 5, ITER_STOP),
+                                          "cdb_get_txid running"}));
 }
 
 TEST_F(Ipv4Passes, WalkThatReportsItsStopFailsTheMessage) {

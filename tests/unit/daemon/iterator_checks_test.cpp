@@ -54,6 +54,18 @@ TEST_P(Iterator, KeypathIsCheckedBeforeTheState) {
       testing::ExitedWithCode(1), testing::HasSubstr(" kp is null"));
 }
 
+TEST_P(Iterator, StateIsCheckedBeforeTheInterfaceKey) {
+  BuildSubscribed();
+  fakes::Keypath keypath(Iface("eth3"));
+  CONFD_SET_INT32(&keypath.Get()->v[0][0], 3);
+  EXPECT_EXIT(
+      {
+        fakes::Trace::DumpAtExit();
+        GetParam().function(keypath.Get(), MOP_CREATED, nullptr, nullptr, nullptr);
+      },
+      testing::ExitedWithCode(1), testing::HasSubstr(" pConfDAppMgr is null"));
+}
+
 TEST_P(Iterator, InterfaceKeyThatIsNoStringFailsAnAssertion) {
   ConfDAppMgr& confd = BuildSubscribed();
   fakes::Keypath keypath(Iface("eth3"));
@@ -119,6 +131,14 @@ TEST_F(Bodies, InterfaceKeyIsCheckedThereToo) {
               testing::KilledBySignal(SIGABRT), testing::HasSubstr("`(&kp->v[kp->len - 4][0])->type == C_BUF'"));
   EXPECT_EXIT(confd.IpSpoofingAllowedIpIPv4DiffIt(keypath.Get(), MOP_CREATED, nullptr, nullptr, &confd),
               testing::KilledBySignal(SIGABRT), testing::HasSubstr("`(&kp->v[kp->len - 4][0])->type == C_BUF'"));
+}
+
+TEST_F(Bodies, AddressIsCheckedBeforeTheVlan) {
+  ConfDAppMgr& confd = BuildSubscribed();
+  fakes::Keypath keypath(Ipv4("eth3", "10.0.0.1 100"));
+  for (confd_value_t* key : {&keypath.Get()->v[0][0], &keypath.Get()->v[0][1]}) CONFD_SET_INT64(key, 3);
+  EXPECT_EXIT(confd.IpSpoofingAllowedIpIPv4DiffIt(keypath.Get(), MOP_CREATED, nullptr, nullptr, &confd),
+              testing::KilledBySignal(SIGABRT), testing::HasSubstr("`(&kp->v[kp->len - 7][0])->type == C_IPV4'"));
 }
 
 struct KeyCase {

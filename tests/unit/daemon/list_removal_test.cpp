@@ -87,6 +87,24 @@ INSTANTIATE_TEST_SUITE_P(
                       fakes::TheScript().Return("cdb_exists pre-commit " + kList, -1);
                     },
                     {kNoRules}},
+        RemovalCase{"OnlyOneMeansThatTheListIsThere",
+                    [] {
+                      PutEntries(1);
+                      fakes::TheScript().Return("cdb_exists pre-commit " + kList, 2);
+                    },
+                    {kNoRules}},
+        RemovalCase{"OnlyOneMeansThatAPositionIsThere",
+                    [] {
+                      PutEntries(2);
+                      fakes::TheScript().Return("cdb_exists pre-commit " + kList + "[1]", 2);
+                    },
+                    Join({Removed(1), {End(1), kExiting}})},
+        RemovalCase{"InterfaceWithoutAnIdDoesNotMatter",
+                    [] {
+                      PutEntries(1);
+                      fakes::TheScript().Return("limid_from_intfname eth3", -1);
+                    },
+                    {Removed(1)[0], "SendRemoveEntry (no interface) 10.0.0.1 vlan 1" + kZeroMac, kExiting}},
         RemovalCase{"EntriesCannotBeCounted",
                     [] {
                       PutEntries(2);

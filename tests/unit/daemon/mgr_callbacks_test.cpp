@@ -99,6 +99,25 @@ TEST_F(MgrCallbacks, ListWithoutConfdIsDroppedAndTheOldRowsStay) {
                             "0d34ee32=str:eth1 74470328=enum:1"}));
 }
 
+// Rows that compare equal show in which order they were taken.
+TEST_F(MgrCallbacks, RowsAreTakenInTheOrderOfTheList) {
+  fakes::TheWrapper().SetInitialized(&confd_, true);
+  AllowedIpStatusEntry first = Row(1);
+  first.mac[0] = 1;
+  AllowedIpStatusEntry second = Row(1);
+  second.mac[0] = 2;
+  const auto served = [this] {
+    for (const int64_t position : {0, 1}) GetObject(7, position);
+    return Taken();
+  };
+  confd_.SetEntryList({first, second});
+  const Lines wanted = served();
+  confd_.SetEntryList({second, first});
+  ASSERT_NE(served(), wanted);
+  callbacks_.OnAllowedIpList({first, second});
+  EXPECT_EQ(served(), wanted);
+}
+
 struct CopyCase {
   std::string name;
   AllowedIpStatusEntry row;

@@ -121,6 +121,30 @@ TEST_F(Status, ListLeavesALineWithItsSizeAndTheWaitingContext) {
                             "reply 7 end"}));
 }
 
+/// A client whose manager answers before the request has returned.
+class AnsweringClient : public ip_spoofing_mgr::IpSpoofingPreventionMgrClient {
+ public:
+  using IpSpoofingPreventionMgrClient::IpSpoofingPreventionMgrClient;
+  int RequestAllowedIpList() override {
+    confd->SetEntryList({Row(1)});
+    return IpSpoofingPreventionMgrClient::RequestAllowedIpList();
+  }
+  ConfDAppMgr* confd = nullptr;
+};
+
+TEST_F(Status, ListMayComeWithinTheRequest) {
+  AnsweringClient client(fakes::TheHandle(), nullptr);
+  ConfDAppMgr confd(fakes::TheHandle(), &client, "ip-spoofing-app");
+  client.confd = &confd;
+  confd.ip_spoofing_register_status_callbacks();
+  fakes::TheTrace().Record({Kind::kRequest, Kind::kReply});
+  Taken();
+  confd_trans_ctx* const tctx = fakes::TheProvider().Transaction(7);
+  EXPECT_EQ(ConfDAppMgr::handle_get_next_allowed_ip(tctx, nullptr, -1), CONFD_DELAYED_RESPONSE);
+  EXPECT_EQ(ConfDAppMgr::handle_get_next_allowed_ip(tctx, nullptr, 1), CONFD_OK);
+  EXPECT_EQ(Taken(), (Lines{"reply 7 key int64:0 next 1", "RequestAllowedIpList", "reply 7 end"}));
+}
+
 TEST_F(Status, RequestSurvivesTheEndOfItsTransaction) {
   ConfDAppMgr& confd = BuildRegistered();
   fakes::TheZlog().detail_enabled = false;
@@ -252,6 +276,13 @@ INSTANTIATE_TEST_SUITE_P(
                    },
                    "1c4b7396=enum:0 4b843099=enum:0 0442b85d=enum:0 3363fe59=enum:0 0d34ee32=str:eth1 "
                    "74470328=enum:1"},
+        ColumnCase{"EveryNonZeroAnswerMeansTheType",
+                   [](RowPtr row) {
+                     row->type = 1;
+                     fakes::TheScript().Return("limid_is_from_type eth1", -1);
+                   },
+                   "1c4b7396=enum:0 4b843099=enum:1 0442b85d=uint32:7 3363fe59=enum:0 0d34ee32=str:eth1 "
+                   "74470328=enum:1"},
         ColumnCase{"AddressOfAnotherPortHasItsVlan",
                    [](RowPtr) { fakes::TheLimid().SetType("eth1", limid_type_loopback); },
                    "1c4b7396=enum:0 4b843099=ipv4:32.1.13.184 0442b85d=uint32:5 3363fe59=enum:0 0d34ee32=str:eth1 "
@@ -266,12 +297,13 @@ class BeyondTheList : public StatusTest, public testing::WithParamInterface<int6
 
 TEST_P(BeyondTheList, IsTheZeroRow) {
   ConfDAppMgr& confd = BuildRegistered();
+  fakes::TheLimid().index_zero = fakes::TheLimid().Id("index0");
   confd.SetEntryList({Base(), Base()});
   Taken();
   fakes::Keypath key = fakes::Keypath::StatusRow(GetParam());
   EXPECT_EQ(ConfDAppMgr::handle_get_obj_allowed_ip(fakes::TheProvider().Transaction(7), key.Get()), CONFD_OK);
   EXPECT_EQ(Taken(), Lines{"reply 7 row 1c4b7396=enum:0 4b843099=ipv4:0.0.0.0 0442b85d=uint32:0 3363fe59=enum:0 "
-                           "0d34ee32=str: 74470328=enum:1"});
+                           "0d34ee32=str:index0 74470328=enum:1"});
 }
 
 INSTANTIATE_TEST_SUITE_P(All, BeyondTheList, testing::Values(2, 3, -1, INT64_MIN, INT64_MAX, int64_t{1} << 32),

@@ -66,6 +66,15 @@ INSTANTIATE_TEST_SUITE_P(
         PairCase{"TypeIsSigned", {1, 0xffffffffU, 0, 0, kNone}, {1, 1, 0, 0, kNone}, true, false}),
     [](const auto& row) { return row.param.name; });
 
+using StatusOrder = DaemonTest;
+
+// The library is asked twice: whether the ports differ, then which is first.
+TEST_F(StatusOrder, PortsAreOrderedByTheSecondComparison) {
+  fakes::TheScript().Return("limid_compare", 1);
+  fakes::TheScript().ReturnNth("limid_compare", 2, -1);
+  EXPECT_TRUE(CompareStatusEntries(Make({2, 0, 0, 0, kNone}), Make({1, 0, 0, 0, kNone})));
+}
+
 /// The rule once more, written as its sentences, for rows on ports of ascending number.
 bool Stated(const Fields& a, const Fields& b) {
   if (a.port < b.port) return true;
@@ -102,7 +111,7 @@ class RandomRows {
   std::mt19937 random_;
 };
 
-TEST(StatusOrder, EveryPairOfRandomRowsIsComparedAsStated) {
+TEST_F(StatusOrder, EveryPairOfRandomRowsIsComparedAsStated) {
   RandomRows random(20261121);
   std::vector<Fields> fields;
   for (int i = 0; i < 400; ++i) fields.push_back(random.Next());
