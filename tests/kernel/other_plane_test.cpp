@@ -112,8 +112,9 @@ TEST_F(OtherPlane, IsEndedByAUserWhoOwnsThePins) {
   if (IsSkipped()) return;
   manager_.BecomeUser({"net_admin"});
   ASSERT_TRUE(manager_.Start());
-  EXPECT_THAT(manager_.Log(), testing::AllOf(HasSubstr("dataplane tcx cannot work here"), HasSubstr("dataplane nft: the "),
-                                             HasSubstr("warning: 1 port " + std::string{kLeftOver} + " tcx")));
+  EXPECT_THAT(manager_.Log(),
+              testing::AllOf(HasSubstr("dataplane tcx cannot work here"), HasSubstr("dataplane nft: the "),
+                             HasSubstr("warning: 1 port " + std::string{kLeftOver} + " tcx")));
   ASSERT_TRUE(SubmitNext());
   ExpectNextAlone();
   EXPECT_THAT(Pins(), testing::IsEmpty());
@@ -136,9 +137,9 @@ TEST_P(PinsOfRoot, StayBesideTheDataplaneOfAUser) {
   manager_.BecomeUser({"net_admin"});
   manager_.UseDataplane("auto");
   ASSERT_TRUE(manager_.Start());
-  EXPECT_THAT(manager_.Log(), HasSubstr("warning: " + GetParam().ports + " " + kLeftOver +
-                                        " tcx beside this dataplane, pinned in " + Bpf() +
-                                        ": it cannot be ended: Permission denied\n"));
+  EXPECT_THAT(manager_.Log(),
+              HasSubstr("warning: " + GetParam().ports + " " + kLeftOver + " tcx beside this dataplane, pinned in " +
+                        Bpf() + ": it cannot be ended: Permission denied\n"));
   ASSERT_TRUE(SubmitNext());
   Probe probe{"port0", wire_->station()};
   EXPECT_EQ(probe.Passes(From("10.9.9.9")), false) << "not what both let pass";

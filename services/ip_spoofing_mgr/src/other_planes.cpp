@@ -28,10 +28,10 @@ std::function<common::Status()> OtherPlanes(std::string_view chosen, const Datap
         chosen == "memory" ? "the memory dataplane puts nothing in their place" : remains->obstacle;
     if (obstacle.empty()) ends.push_back(remains->end);
     if (remains->ports == 0) continue;
-    spdlog::warn("{} still filtered by an earlier manager's {} beside this dataplane, {}: {}", CountOf(remains->ports),
-                 kind.name, remains->where,
-                 obstacle.empty() ? "until a client has sent its complete configuration"
-                                  : "it cannot be ended: " + obstacle);
+    spdlog::warn(
+        "{} still filtered by an earlier manager's {} beside this dataplane, {}: {}", CountOf(remains->ports),
+        kind.name, remains->where,
+        obstacle.empty() ? "until a client has sent its complete configuration" : "it cannot be ended: " + obstacle);
   }
   if (ends.empty()) return {};
   return [ends = std::move(ends)] {
