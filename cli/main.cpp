@@ -33,8 +33,10 @@ int main(int argc, char** argv) {
   std::string file;
   bool replace = false;
   bool always_progress = false;
+  std::optional<std::string> comment;
   load->add_option("FILE", file, "configuration as XML")->required();
   load->add_flag("--replace", replace, "take the place of the whole configuration instead of adding to it");
+  load->add_option("--comment", comment, "what to say about it in the journal of commits, at most 255 characters");
   load->add_flag("--progress", always_progress, "say how far it is, also when standard error is no terminal");
 
   CLI::App* show = app.add_subcommand("show", "Show what the element holds");
@@ -48,7 +50,7 @@ int main(int argc, char** argv) {
   add_formats(show->add_subcommand("config", "The running configuration; its XML can be loaded again"));
   CLI::App* subscribers = show->add_subcommand("subscribers", "Who is told of commits, and how far each is");
   add_formats(subscribers);
-  CLI::App* commits = show->add_subcommand("commits", "The last commits: when, by whom, and what they did");
+  CLI::App* commits = show->add_subcommand("commits", "The last commits: when, by whom, why, and what they did");
   add_formats(commits);
   CLI::App* allowed_ip = show->add_subcommand("allowed-ip", "The sources that the element knows, and what is in force");
   add_formats(allowed_ip);
@@ -68,6 +70,6 @@ int main(int argc, char** argv) {
   if (commits->parsed()) return cli::ShowCommits(target, format);
   if (subscribers->parsed()) return cli::ShowSubscribers(target, format);
   if (show->parsed()) return cli::ShowConfig(target, format);
-  return cli::Load(target, file, replace ? cli::LoadMode::kReplace : cli::LoadMode::kMerge,
+  return cli::Load(target, file, replace ? cli::LoadMode::kReplace : cli::LoadMode::kMerge, comment,
                    always_progress ? cli::Progress::Show::kAlways : cli::Progress::Show::kOnTerminal);
 }

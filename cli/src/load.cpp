@@ -10,12 +10,14 @@
 namespace cli {
 namespace {
 
-std::string EditConfig(const ConfigFile& file, LoadMode mode) {
+std::string EditConfig(const ConfigFile& file, LoadMode mode, const std::optional<std::string>& comment) {
   std::string operation = "<edit-config><target><running/></target><default-operation>";
   operation += mode == LoadMode::kReplace ? "replace" : "merge";
   operation += "</default-operation><error-option>rollback-on-error</error-option><config>";
   operation += file.Content();
-  operation += "</config></edit-config>";
+  operation += "</config>";
+  if (comment) netconf::AppendTextElement("comment", " xmlns=\"urn:ip-spoofing:cdb-monitor\"", *comment, &operation);
+  operation += "</edit-config>";
   return operation;
 }
 
@@ -33,7 +35,8 @@ ExitStatus Report(const ConfigFile& file, const netconf::XmlElement& reply) {
 
 }  // namespace
 
-ExitStatus Load(const Target& target, const std::string& file_name, LoadMode mode, Progress::Show show) {
+ExitStatus Load(const Target& target, const std::string& file_name, LoadMode mode,
+                const std::optional<std::string>& comment, Progress::Show show) {
   using Clock = std::chrono::steady_clock;
   const Clock::time_point start = Clock::now();
   Progress progress{show};
@@ -44,7 +47,7 @@ ExitStatus Load(const Target& target, const std::string& file_name, LoadMode mod
   progress.Clear();
   if (!file.ok()) return Complain(kBadFile, file.error().Text());
 
-  const Answer answer = Ask(target, EditConfig(file.value(), mode), [&](size_t sent, size_t total) {
+  const Answer answer = Ask(target, EditConfig(file.value(), mode, comment), [&](size_t sent, size_t total) {
     if (sent < total) return progress.Bytes("sending", sent, total);
     progress.Say("committing " + std::to_string(file.value().list_entries()) + " list entries");
   });

@@ -49,6 +49,20 @@ TEST_F(CliLoad, ReplacesOnDemand) {
   ExpectManagerHolds(element_, One("eth2"));
 }
 
+TEST_F(CliLoad, ACommentStandsInTheJournal) {
+  EXPECT_EQ(element_.Cli({"load", "--comment", "ticket <4711>", Write(ToXml(One("eth1")))}).status, 0);
+  EXPECT_EQ(element_.Cli({"load", Write(ToXml(One("eth2")))}).status, 0);
+  const Finished table = element_.Cli({"show", "commits"});
+  EXPECT_THAT(table.output, HasSubstr("  ticket <4711>  created /ais:config/anti-ip-spoofing/interface{eth1}\n"));
+  EXPECT_THAT(table.output, HasSubstr("{eth1}/allowed-ip/ipv4{10.0.0.1 7}: mac = 02:00:00:00:00:01\n"));
+  const Finished json = element_.Cli({"show", "commits", "--json"});
+  EXPECT_THAT(json.output, HasSubstr("\"comment\": \"ticket <4711>\""));
+  EXPECT_THAT(json.output, HasSubstr("\"new-value\": \"02:00:00:00:00:01\""));
+  const Finished refused = element_.Cli({"load", "--comment", "", Write(ToXml(One("eth3")))});
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_THAT(refused.log, HasSubstr("'comment': "));
+}
+
 TEST_F(CliLoad, WhatTheElementRefusesIsToldWithFileAndLineAndChangesNothing) {
   EXPECT_EQ(element_.Cli({"load", Write(ToXml(One("eth1")))}).status, 0);
   const std::string file = Write(InContainers("\n" + ToXml("eth0", {}) + "\n" + ToXml("eth1", {}, "create") + "\n"));

@@ -16,7 +16,6 @@ namespace {
 
 using cdb_store::testing::FailingRead;
 using confd_testing::Connect;
-using confd_testing::Edit;
 using confd_testing::Put;
 using confd_testing::Remove;
 using confd_testing::Subscriber;

@@ -4,6 +4,8 @@
 
 #include "cdbd_process.h"
 
+using testing::HasSubstr;
+
 namespace cdbd::test {
 namespace {
 
@@ -28,16 +30,29 @@ class Journal : public testing::Test {
   static std::string Text(const std::string& commits) {
     return commits.empty() ? "" : "<commits xmlns=\"urn:ip-spoofing:cdb-monitor\">" + commits + "</commits>";
   }
-  static std::string Commit(int number, int session, int created, int modified, int deleted,
-                            const std::string& changes) {
+  static std::string Commit(int number, int session, int created, int modified, int deleted, const std::string& changes,
+                            const std::string& comment = "") {
     return "<commit><transaction>" + std::to_string(number) + "</transaction><time/><user/><session>" +
-           std::to_string(session) + "</session><created>" + std::to_string(created) + "</created><modified>" +
-           std::to_string(modified) + "</modified><deleted>" + std::to_string(deleted) + "</deleted>" + changes +
-           "</commit>";
+           std::to_string(session) + "</session>" + (comment.empty() ? "" : "<comment>" + comment + "</comment>") +
+           "<created>" + std::to_string(created) + "</created><modified>" + std::to_string(modified) +
+           "</modified><deleted>" + std::to_string(deleted) + "</deleted>" + changes + "</commit>";
   }
-  static std::string Change(const std::string& keys, const std::string& operation) {
+  static std::string Change(const std::string& keys, const std::string& operation, const std::string& leaves = "") {
     return "<change><path>/ais:config/anti-ip-spoofing/interface" + keys + "</path><operation>" + operation +
-           "</operation></change>";
+           "</operation>" + leaves + "</change>";
+  }
+  static std::string Leaf(const std::string& name, const std::string& operation, const std::string& values = "") {
+    return "<leaf><name>" + name + "</name><operation>" + operation + "</operation>" + values + "</leaf>";
+  }
+  static std::string Old(const std::string& value) { return "<old-value>" + value + "</old-value>"; }
+  static std::string New(const std::string& value) { return "<new-value>" + value + "</new-value>"; }
+  /// Commits that interface, with these comment elements.
+  static std::string Comment(NetconfClient& client, const std::string& interface, const std::string& comments) {
+    return client.Rpc("<edit-config><target><running/></target><config>" + Interfaces({interface}) + "</config>" +
+                      comments + "</edit-config>");
+  }
+  static std::string CommentElement(const std::string& text) {
+    return "<comment xmlns=\"urn:ip-spoofing:cdb-monitor\">" + text + "</comment>";
   }
   static std::string Source(const std::string& content) {
     return AntiSpoofing("<interface><interface-name>eth1</interface-name><allowed-ip>" + content +
@@ -58,15 +73,68 @@ TEST_F(Journal, SaysWhoDidWhatTheLatestFirst) {
       "<interface xmlns:nc=\"urn:ietf:params:xml:ns:netconf:base:1.0\" nc:operation=\"delete\"><interface-name>eth1"
       "</interface-name></interface>"))));
   const std::string source = "{eth1}/allowed-ip/ipv4{10.0.0.1 7}";
-  const std::string all = Commit(4, 3, 0, 0, 2, Change("{eth1}", "deleted") + Change(source, "deleted")) +
-                          Commit(3, 3, 0, 1, 0, Change(source, "modified")) +
-                          Commit(2, 2, 1, 0, 0, Change(source, "created")) +
-                          Commit(1, 2, 2, 0, 0, Change("{eth1}", "created") + Change("{eth2}", "created"));
+  const std::string all =
+      Commit(
+          4, 3, 0, 0, 2,
+          Change("{eth1}", "deleted") + Change(source, "deleted", Leaf("mac", "deleted", Old("00:11:22:33:44:55")))) +
+      Commit(3, 3, 0, 1, 0, Change(source, "modified", Leaf("mac", "created", New("00:11:22:33:44:55")))) +
+      Commit(2, 2, 1, 0, 0, Change(source, "created")) +
+      Commit(1, 2, 2, 0, 0, Change("{eth1}", "created") + Change("{eth2}", "created"));
   EXPECT_EQ(Commits(), Text(all));
   // It is kept with the configuration.
   server.Kill();
   server.Start();
   EXPECT_EQ(Commits(), Text(all));
+}
+
+TEST_F(Journal, SaysWhatLeavesWereAndAre) {
+  const std::string source = "{eth1}/allowed-ip/ipv4{10.0.0.1 7}";
+  const auto mac = [](const std::string& address) {
+    return Source("<ipv4><address>10.0.0.1</address><vlan>7</vlan><mac>" + address + "</mac></ipv4>");
+  };
+  NetconfClient client = server.Connect();
+  ASSERT_TRUE(IsOk(client.EditConfig(mac("00:11:22:33:44:55"))));
+  ASSERT_TRUE(IsOk(client.EditConfig(mac("00:11:22:33:44:66"))));
+  ASSERT_TRUE(IsOk(client.EditConfig(Source("<ipv6-all/>"))));
+  ASSERT_TRUE(IsOk(client.EditConfig(
+      Source("<ipv6-all xmlns:nc=\"urn:ietf:params:xml:ns:netconf:base:1.0\" nc:operation=\"delete\"/>"))));
+  EXPECT_EQ(Commits(),
+            Text(Commit(4, 1, 0, 1, 0, Change("{eth1}", "modified", Leaf("allowed-ip/ipv6-all", "deleted"))) +
+                 Commit(3, 1, 0, 1, 0, Change("{eth1}", "modified", Leaf("allowed-ip/ipv6-all", "created"))) +
+                 Commit(2, 1, 0, 1, 0,
+                        Change(source, "modified",
+                               Leaf("mac", "modified", Old("00:11:22:33:44:55") + New("00:11:22:33:44:66")))) +
+                 Commit(1, 1, 2, 0, 0,
+                        Change("{eth1}", "created") +
+                            Change(source, "created", Leaf("mac", "created", New("00:11:22:33:44:55"))))));
+}
+
+TEST_F(Journal, HasTheCommentOfTheAuthor) {
+  NetconfClient client = server.Connect();
+  std::string longest;
+  for (int i = 0; i < 255; ++i) longest += "\u00e9";
+  ASSERT_TRUE(IsOk(Comment(client, "eth1", CommentElement(" ticket 4711: 1 &lt; 2\n"))));
+  ASSERT_TRUE(IsOk(Comment(client, "eth2", CommentElement(longest))));
+  ASSERT_TRUE(IsOk(Comment(client, "eth3", "")));
+  EXPECT_EQ(Commits(), Text(Commit(3, 1, 1, 0, 0, Change("{eth3}", "created")) +
+                            Commit(2, 1, 1, 0, 0, Change("{eth2}", "created"), longest) +
+                            Commit(1, 1, 1, 0, 0, Change("{eth1}", "created"), " ticket 4711: 1 &lt; 2\n")));
+}
+
+TEST_F(Journal, RefusesACommentThatIsNone) {
+  NetconfClient client = server.Connect();
+  const auto error = [](const std::string& tag) {
+    return "<error-type>protocol</error-type><error-tag>" + tag + "</error-tag><error-severity>error</error-severity>";
+  };
+  const std::string bad = "<bad-element>comment</bad-element>";
+  for (const std::string& text : {std::string{}, std::string(256, 'c'), std::string{"<b/>"}}) {
+    const std::string reply = Comment(client, "eth1", CommentElement(text));
+    EXPECT_THAT(reply, testing::AllOf(HasSubstr(error("invalid-value")), HasSubstr(bad))) << text;
+  }
+  EXPECT_THAT(Comment(client, "eth1", CommentElement("a") + CommentElement("b")), HasSubstr(error("bad-element")));
+  EXPECT_THAT(Comment(client, "eth1", "<comment>in the namespace of NETCONF</comment>"),
+              HasSubstr(error("unknown-element")));
+  EXPECT_EQ(Commits(), Text(""));
 }
 
 TEST_F(Journal, HasNothingOfWhatChangedNothing) {

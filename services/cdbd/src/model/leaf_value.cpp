@@ -54,10 +54,15 @@ std::string MapPrefixes(std::string_view text, Replace with) {
 
 std::optional<std::string> CanonicalValue(const Model& model, const Node& leaf, std::string_view text,
                                           RpcError* error) {
+  return CanonicalValue(model, *model.extras(leaf).schema, text, error);
+}
+
+std::optional<std::string> CanonicalValue(const Model& model, const lysc_node& leaf, std::string_view text,
+                                          RpcError* error) {
   ly_err_clean(const_cast<ly_ctx*>(model.context()), nullptr);
   const char* canonical = nullptr;
-  const LY_ERR valid = lyd_value_validate(model.context(), model.extras(leaf).schema, text.data(), text.size(), nullptr,
-                                          nullptr, &canonical);
+  const LY_ERR valid =
+      lyd_value_validate(model.context(), &leaf, text.data(), text.size(), nullptr, nullptr, &canonical);
   if (valid != LY_SUCCESS && valid != LY_EINCOMPLETE) {
     const Complaint complaint = LastComplaint(model.context());
     error->message = complaint.message;

@@ -19,6 +19,10 @@ std::optional<std::string> StoredValue(const Model& model, const cdb_store::Node
 std::optional<std::string> CanonicalValue(const Model& model, const cdb_store::Node& leaf, std::string_view text,
                                           RpcError* error);
 
+/// The same for a leaf that is not of the configuration, as a parameter of an operation is.
+std::optional<std::string> CanonicalValue(const Model& model, const lysc_node& leaf, std::string_view text,
+                                          RpcError* error);
+
 /// Appends `text`, the canonical value of `leaf`, as the content of its element: "<name", what namespaces the value
 /// needs, ">", the text. The element's own namespace declaration is `xmlns` ("" or " xmlns=...").
 void AppendLeafElement(const Model& model, const cdb_store::Node& leaf, std::string_view xmlns, std::string_view text,

@@ -33,6 +33,9 @@ struct NodeExtras {
   std::vector<cdb_store::NodeId> rivals;  ///< nodes in other cases of its choices: gone when this one is set
 };
 
+/// Of the server's own module, cdb-monitor.
+inline constexpr const char* kMonitorNs = "urn:ip-spoofing:cdb-monitor";
+
 /// The compiled data model: libyang's context, and the store's schema made from it. Immutable once loaded.
 class Model final {
  public:

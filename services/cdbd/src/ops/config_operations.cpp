@@ -3,6 +3,7 @@
 #include "commit/journal.h"
 #include "edit/editor.h"
 #include "edit/validator.h"
+#include "model/leaf_value.h"
 #include "netconf/server.h"
 #include "ops/operations.h"
 #include "ops/params.h"
@@ -20,7 +21,19 @@ constexpr size_t kSettleFrom = 1000;
 struct EditRequest {
   EditOptions options;
   bool test_only = false;
+  std::string comment;
 };
+
+/// The author's comment on a commit; the data model says what is one.
+std::string CommentOf(const Model& model, Params* params) {
+  const XmlElement* element = params->FindAdded("comment");
+  if (element == nullptr) return {};
+  const lysc_node* leaf = lys_find_path(model.context(), nullptr, "/ietf-netconf:edit-config/cdb-monitor:comment", 0);
+  RpcError error{.message = "holds elements"};
+  if (leaf == nullptr || element->first_child != nullptr || !CanonicalValue(model, *leaf, element->text, &error))
+    params->Invalid("comment", error);
+  return std::string{element->text};
+}
 
 void CheckFilter(const XmlElement* filter, std::optional<RpcError>* error) {
   if (filter == nullptr || error->has_value()) return;
@@ -73,15 +86,17 @@ std::optional<Prepared> Prepare(Core& core, const EditRequest& request, const Xm
 }
 
 /// Ends the transaction and notes it in the journal.
-common::Result<cdb_store::Txid> Commit(Core& core, const SessionInfo& author, Prepared prepared) {
+common::Result<cdb_store::Txid> Commit(Core& core, const SessionInfo& author, const std::string& comment,
+                                       Prepared prepared) {
   JournalEntry entry;
   entry.txid = prepared.txn.NextTxid().number;
   entry.time = std::chrono::system_clock::now();
   entry.user = author.user;
   entry.session = author.id;
+  entry.comment = comment;
   entry.fingerprint = core.fingerprint;
   entry.summary = std::move(prepared.summary);
-  if (const common::Status noted = journal::Note(entry, &prepared.txn); !noted) return noted.error();
+  if (const common::Status noted = journal::Note(std::move(entry), &prepared.txn); !noted) return noted.error();
   // Without anybody subscribed the difference has no reader.
   const bool followed = core.delivery->HasSubscribers();
   return prepared.txn.Commit(followed ? cdb_store::CommitKind::kNormal : cdb_store::CommitKind::kBulk);
@@ -106,7 +121,7 @@ void RunEdit(Core& core, const RpcPtr& rpc, const EditRequest& request, const Co
     Answer(rpc, errors);
     return done();
   }
-  const auto txid = Commit(core, *author, *std::move(prepared));
+  const auto txid = Commit(core, *author, request.comment, *std::move(prepared));
   if (!txid) {
     spdlog::error("commit of session {} (user {}): {}", author->id, author->user, txid.error().Text());
     errors.push_back({.message = txid.error().Text()});
@@ -153,7 +168,8 @@ void Get(Core& core, const RpcPtr& rpc) {
 }
 
 void EditConfig(Core& core, const RpcPtr& rpc) {
-  Params params{rpc->operation(), {"target", "default-operation", "test-option", "error-option", "config"}};
+  Params params{
+      rpc->operation(), {"target", "default-operation", "test-option", "error-option", "config"}, {"comment"}};
   params.RequireOneOf("target", {"running"});
   EditRequest request;
   const std::string_view operation = params.Text("default-operation", "merge");
@@ -170,6 +186,7 @@ void EditConfig(Core& core, const RpcPtr& rpc) {
     params.Invalid("error-option", on_error);
   request.options.continue_on_error = on_error == "continue-on-error";
   params.Require("config");
+  request.comment = CommentOf(core.model, &params);
   if (params.error()) return rpc->Fail(*params.error());
   core.line.Submit([&core, rpc, request](const CommitLine::Done& done) { RunEdit(core, rpc, request, done); });
 }

@@ -2,23 +2,33 @@
 
 #include <algorithm>
 
+#include "model/model.h"
+
 namespace cdbd {
 
 using netconf::XmlElement;
 
-Params::Params(const XmlElement& operation, std::initializer_list<std::string_view> known) : operation_{operation} {
+Params::Params(const XmlElement& operation, std::initializer_list<std::string_view> known,
+               std::initializer_list<std::string_view> added)
+    : operation_{operation} {
+  const auto holds = [](std::initializer_list<std::string_view> names, std::string_view name) {
+    return std::find(names.begin(), names.end(), name) != names.end();
+  };
   for (const XmlElement* child = operation.first_child; child != nullptr; child = child->next) {
-    const bool expected = child->name->ns == operation.name->ns &&
-                          std::find(known.begin(), known.end(), child->name->local) != known.end();
-    const std::string name{child->name->local};
+    const netconf::XmlName& full = *child->name;
+    const bool expected = (full.ns == operation.name->ns && holds(known, full.local)) ||
+                          (full.ns == kMonitorNs && holds(added, full.local));
+    const std::string name{full.local};
     if (!expected)
       Note("unknown-element", "<" + std::string{operation.name->local} + "> has no parameter '" + name + "'", name);
-    else if (Find(child->name->local) != child)
+    else if (operation.Child(full.ns, full.local) != child)
       Note("bad-element", "'" + name + "' is there more than once", name);
   }
 }
 
 const XmlElement* Params::Find(std::string_view name) const { return operation_.Child(operation_.name->ns, name); }
+
+const XmlElement* Params::FindAdded(std::string_view name) const { return operation_.Child(kMonitorNs, name); }
 
 std::string_view Params::Text(std::string_view name, std::string_view otherwise) const {
   const XmlElement* element = Find(name);
@@ -53,6 +63,12 @@ const XmlElement* Params::RequireOneOf(std::string_view name, std::initializer_l
 
 void Params::Invalid(std::string_view name, std::string_view value) {
   Note("invalid-value", "'" + std::string{value} + "' is no value of '" + std::string{name} + "'", name);
+}
+
+void Params::Invalid(std::string_view name, const RpcError& error) {
+  if (error_) return;
+  Note("invalid-value", "'" + std::string{name} + "': " + error.message, name);
+  error_->app_tag = error.app_tag;
 }
 
 void Params::Note(const char* tag, std::string message, std::string_view element) {

@@ -9,14 +9,18 @@
 
 namespace cdbd {
 
-/// The parameters of an operation: its child elements, in the operation's namespace.
+/// The parameters of an operation: its child elements, in the operation's namespace, and those with which the module
+/// cdb-monitor augments it.
 class Params final {
  public:
-  /// Takes the parameters, each at most once; error() then tells of the first one that is not among `known`.
-  Params(const netconf::XmlElement& operation, std::initializer_list<std::string_view> known);
+  /// Takes the parameters, each at most once; error() then tells of the first one that is not among `known` or `added`
+  /// (in the namespace of cdb-monitor).
+  Params(const netconf::XmlElement& operation, std::initializer_list<std::string_view> known,
+         std::initializer_list<std::string_view> added = {});
 
   /// Null when it is not there.
   [[nodiscard]] const netconf::XmlElement* Find(std::string_view name) const;
+  [[nodiscard]] const netconf::XmlElement* FindAdded(std::string_view name) const;
   /// The text of a parameter without blanks around it, or `otherwise`.
   [[nodiscard]] std::string_view Text(std::string_view name, std::string_view otherwise) const;
   /// Notes missing-element when it is not there.
@@ -26,6 +30,8 @@ class Params final {
   const netconf::XmlElement* RequireOneOf(std::string_view name, std::initializer_list<std::string_view> allowed);
   /// Notes invalid-value: for a parameter whose text is not acceptable.
   void Invalid(std::string_view name, std::string_view value);
+  /// Notes invalid-value with the reason that `error` gives.
+  void Invalid(std::string_view name, const RpcError& error);
 
   /// The first error, for the author.
   [[nodiscard]] const std::optional<RpcError>& error() const noexcept { return error_; }

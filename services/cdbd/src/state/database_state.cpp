@@ -7,8 +7,6 @@
 namespace cdbd {
 namespace {
 
-constexpr const char* kMonitorNs = "urn:ip-spoofing:cdb-monitor";
-
 void Leaf(const char* name, std::string_view text, std::string* out) {
   netconf::AppendTextElement(name, {}, text, out);
 }
@@ -52,16 +50,41 @@ void WriteProvider(const Daemon& daemon, std::string* out) {
   out->append("</provider>");
 }
 
-const char* OperationName(CommitSummary::Operation operation) {
+using Operation = CommitSummary::Operation;
+
+const char* OperationName(Operation operation) {
   switch (operation) {
-    case CommitSummary::Operation::kCreated:
+    case Operation::kCreated:
       return "created";
-    case CommitSummary::Operation::kModified:
+    case Operation::kModified:
       return "modified";
-    case CommitSummary::Operation::kDeleted:
+    case Operation::kDeleted:
       return "deleted";
   }
   return "";
+}
+
+Operation OperationOf(const CommitSummary::Leaf& leaf) {
+  if (!leaf.old_value) return Operation::kCreated;
+  return leaf.new_value ? Operation::kModified : Operation::kDeleted;
+}
+
+/// `entry` is the text of the instance that the leaf is in, with these keys.
+void WriteLeafChange(const cdb_store::Schema& schema, const std::string& entry, std::string_view keys,
+                     const CommitSummary::Leaf& leaf, std::string* out) {
+  if (leaf.node >= schema.size()) return;
+  const cdb_store::Node& node = schema.node(leaf.node);
+  const std::string path = cdb_store::InstanceText(schema, node, keys);
+  out->append("<leaf>");
+  Leaf("name", path.starts_with(entry + "/") ? path.substr(entry.size() + 1) : path, out);
+  Leaf("operation", OperationName(OperationOf(leaf)), out);
+  if (node.type != cdb_store::ValueType::kEmpty) {
+    if (leaf.old_value) Leaf("old-value", leaf.old_value->text, out);
+    if (leaf.new_value) Leaf("new-value", leaf.new_value->text, out);
+    if (leaf.old_value && leaf.old_value->cut) Leaf("cut", "old-value", out);
+    if (leaf.new_value && leaf.new_value->cut) Leaf("cut", "new-value", out);
+  }
+  out->append("</leaf>");
 }
 
 void WriteCommit(const Core& core, const JournalEntry& entry, std::string* out) {
@@ -70,6 +93,7 @@ void WriteCommit(const Core& core, const JournalEntry& entry, std::string* out) 
   Leaf("time", DateAndTime(entry.time), out);
   Leaf("user", entry.user, out);
   Leaf("session", std::to_string(entry.session), out);
+  if (!entry.comment.empty()) Leaf("comment", entry.comment, out);
   Leaf("created", std::to_string(entry.summary.created), out);
   Leaf("modified", std::to_string(entry.summary.modified), out);
   Leaf("deleted", std::to_string(entry.summary.deleted), out);
@@ -78,9 +102,13 @@ void WriteCommit(const Core& core, const JournalEntry& entry, std::string* out) 
     // Keys of another data model mean nothing any more.
     if (entry.fingerprint != core.fingerprint || !record || record->node >= core.model.schema().size()) continue;
     const cdb_store::Node& node = core.model.schema().node(record->node);
+    const std::string path = cdb_store::InstanceText(core.model.schema(), node, record->keys);
     out->append("<change>");
-    Leaf("path", cdb_store::InstanceText(core.model.schema(), node, record->keys), out);
+    Leaf("path", path, out);
     Leaf("operation", OperationName(change.operation), out);
+    for (const CommitSummary::Leaf& leaf : change.leaves)
+      WriteLeafChange(core.model.schema(), path, record->keys, leaf, out);
+    if (change.unnamed_leaves > 0) Leaf("unnamed-leaves", std::to_string(change.unnamed_leaves), out);
     out->append("</change>");
   }
   out->append("</commit>");

@@ -11,7 +11,6 @@ namespace {
 
 constexpr const char* kMonitoringNs = "urn:ietf:params:xml:ns:yang:ietf-netconf-monitoring";
 constexpr const char* kLibraryNs = "urn:ietf:params:xml:ns:yang:ietf-yang-library";
-constexpr const char* kMonitorNs = "urn:ip-spoofing:cdb-monitor";
 
 void Leaf(const char* name, std::string_view text, std::string* out) {
   netconf::AppendTextElement(name, {}, text, out);
