@@ -57,7 +57,10 @@ uint32_t View::Count(const Node& list, std::string_view parent_keys) const {
   if (parent_keys.size() > kMaxKeys) return 0;
   InstanceKey key(parent_keys);
   MDB_val data{};
-  return Fetch(key.Count(list.id), &data) && data.mv_size == sizeof(uint32_t) ? LoadInt<uint32_t>(FromVal(data)) : 0;
+  if (!Fetch(key.Count(list.id), &data)) return 0;
+  if (data.mv_size == sizeof(uint32_t)) return LoadInt<uint32_t>(FromVal(data));
+  Accept(MDB_CORRUPTED);
+  return 0;
 }
 
 bool View::HasContent(const Node& container, std::string_view keys) const {

@@ -242,6 +242,28 @@ TEST_F(StoreTest, PositionsFollowKeyOrderInAnyPattern) {
   }
 }
 
+TEST_F(StoreTest, ADamagedCountIsAnErrorAndNotZero) {
+  CommitTree(*store_, {{"/tb:box/site{a}", ""}, {"/tb:box/weight{1}", ""}});
+  const Node& list = *store_->schema().FindPath("/tb:box/site");
+  store_.reset();
+  {
+    const auto env = Environment::OpenForWriting({.path = dir_.path(), .durable = false}).value();
+    TxnHandle txn = env->BeginWrite().value();
+    InstanceKey instance;
+    MDB_val key = ToVal(instance.Count(list.id));
+    MDB_val data = ToVal("xyz");
+    ASSERT_EQ(mdb_put(txn.get(), env->running, &key, &data, 0), 0);
+    ASSERT_EQ(mdb_txn_commit(txn.release()), 0);
+  }
+  const auto reader = StoreReader::Open(dir_.path()).value();
+  const auto snapshot = reader->Take().value();
+  const View running = snapshot->Running();
+  EXPECT_EQ(running.Count(*reader->schema().FindPath("/tb:box/weight"), ""), 1U);
+  EXPECT_EQ(running.error(), 0);
+  EXPECT_EQ(running.Count(*reader->schema().FindPath("/tb:box/site"), ""), 0U);
+  EXPECT_EQ(running.error(), MDB_CORRUPTED);
+}
+
 /// Random edits, then their reversal: running, counts and pre_commit agree with a model of paths at every step.
 TEST_F(StoreTest, RandomEditsAndTheirReversalEqualAModel) {
   std::mt19937 random(20261121);

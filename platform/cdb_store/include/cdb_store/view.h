@@ -17,8 +17,9 @@ namespace cdb_store {
 /// transaction. Views handed out point into the store: valid until the transaction ends or writes.
 ///
 /// `keys` are the encoded keys (instance_key.h) of the instance asked for; for a leaf or container those of the lists
-/// above it, for a leaf-list instance its value is the last one. A read that the store cannot serve gives the answer
-/// for "absent", and error() then holds LMDB's code: whoever acts on what is absent looks at it first.
+/// above it, for a leaf-list instance its value is the last one. A read that the store cannot serve, or a count that is
+/// none, gives the answer for "absent", and error() then holds LMDB's code: whoever acts on what is absent looks at it
+/// first.
 class View final {
  public:
   View(const Schema& schema, MDB_txn* txn, MDB_dbi dbi) : schema_{&schema}, txn_{txn}, dbi_{dbi} {}
