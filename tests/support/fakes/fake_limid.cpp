@@ -2,13 +2,17 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <utility>
 
 #include "fakes/script.h"
+#include "fakes/trace.h"
 
 namespace fakes {
 namespace {
 
 uint32_t NumberOf(limid_t id) { return static_cast<uint32_t>(id.word[0]) << 16 | id.word[1]; }
+
+void Add(std::string line) { TheTrace().Add(Kind::kLimid, std::move(line)); }
 
 limid_t IdOf(uint32_t number) {
   return {{static_cast<uint16_t>(number >> 16), static_cast<uint16_t>(number & 0xffff)}};
@@ -48,6 +52,7 @@ Limid& TheLimid() {
 }  // namespace fakes
 
 int limid_from_intfname(limid_t* limid, const char* name) {
+  fakes::Add(std::string("limid_from_intfname ") + name);
   *limid = {};
   if (*name == '\0' || fakes::ScriptedResult("limid_from_intfname", {name}) != 0) return -1;
   *limid = fakes::TheLimid().Id(name);
@@ -55,6 +60,7 @@ int limid_from_intfname(limid_t* limid, const char* name) {
 }
 
 int limid_from_ifindex(limid_t* limid, uint32_t ifindex) {
+  fakes::Add("limid_from_ifindex " + std::to_string(ifindex));
   *limid = ifindex == 0 ? fakes::TheLimid().index_zero : limid_t{};
   return ifindex == 0 ? 0 : -1;
 }
@@ -67,12 +73,16 @@ int limid_to_intfname(limid_t limid, char* name, size_t size) {
 
 int limid_to_type(limid_t limid, limid_type_t* type) {
   const std::string name = fakes::TheLimid().Name(limid);
+  fakes::Add("limid_to_type " + name);
   if (name.empty() || fakes::ScriptedResult("limid_to_type", {name}) != 0) return -1;
   *type = fakes::TheLimid().Type(name);
   return 0;
 }
 
-int limid_type_compare(limid_type_t a, limid_type_t b) { return static_cast<int>(a) - static_cast<int>(b); }
+int limid_type_compare(limid_type_t a, limid_type_t b) {
+  fakes::Add(fakes::Format("limid_type_compare %d %d", a, b));
+  return static_cast<int>(a) - static_cast<int>(b);
+}
 
 int limid_is_from_type(limid_t limid, limid_type_t type) {
   const std::string name = fakes::TheLimid().Name(limid);

@@ -35,7 +35,9 @@ class Middleware {
   std::map<int, Registration> fds;               ///< in the loop now
   std::vector<Fault> faults;                     ///< in the order they were raised
   std::vector<std::function<void()>> loop_work;  ///< run one after the other by the next qmmw_loop_while()
-  bool running_at_start = false;                 ///< the loop's flag when qmmw_loop_while() was entered
+  const bool* running = nullptr;                 ///< the flag that qmmw_loop_while() was given
+  bool running_at_start = false;                 ///< what it was when qmmw_loop_while() was entered
+  qmmw_t* const* finished = nullptr;             ///< the place of the handle that qmmw_finish() was given
 };
 
 Middleware& TheMiddleware();

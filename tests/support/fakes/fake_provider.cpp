@@ -8,6 +8,11 @@ namespace {
 
 void Add(std::string line) { TheTrace().Add(Kind::kConfd, std::move(line)); }
 
+/// What a line ends with when a call is given another context than the wrapper's.
+const char* Foreign(const confd_daemon_ctx* dctx) {
+  return dctx == &TheProvider().daemon ? "" : " of a foreign daemon";
+}
+
 void AddReply(const confd_trans_ctx* tctx, const std::string& rest) {
   TheTrace().Add(Kind::kReply, Format("reply %d ", tctx->thandle) + rest);
 }
@@ -63,20 +68,20 @@ int confd_connect(confd_daemon_ctx* /*dctx*/, int /*sock*/, confd_sock_type /*ty
   return fakes::ScriptedResult("confd_connect");
 }
 
-int confd_register_trans_cb(confd_daemon_ctx* /*dctx*/, const confd_trans_cbs* cbs) {
-  fakes::Add("confd_register_trans_cb");
+int confd_register_trans_cb(confd_daemon_ctx* dctx, const confd_trans_cbs* cbs) {
+  fakes::Add(std::string("confd_register_trans_cb") + fakes::Foreign(dctx));
   fakes::TheProvider().trans_cbs = *cbs;
   return fakes::ScriptedResult("confd_register_trans_cb");
 }
 
-int confd_register_data_cb(confd_daemon_ctx* /*dctx*/, const confd_data_cbs* cbs) {
-  fakes::Add(std::string("confd_register_data_cb ") + cbs->callpoint);
+int confd_register_data_cb(confd_daemon_ctx* dctx, const confd_data_cbs* cbs) {
+  fakes::Add(std::string("confd_register_data_cb ") + cbs->callpoint + fakes::Foreign(dctx));
   fakes::TheProvider().data_cbs = *cbs;
   return fakes::ScriptedResult("confd_register_data_cb");
 }
 
-int confd_register_done(confd_daemon_ctx* /*dctx*/) {
-  fakes::Add("confd_register_done");
+int confd_register_done(confd_daemon_ctx* dctx) {
+  fakes::Add(std::string("confd_register_done") + fakes::Foreign(dctx));
   return fakes::ScriptedResult("confd_register_done");
 }
 

@@ -66,8 +66,9 @@ qmmw_t* QmConfdInterface::Middleware() const { return impl_->mw; }
 const std::string& QmConfdInterface::Name() const { return impl_->name; }
 bool QmConfdInterface::IsInitialized() const { return fakes::TheWrapper().IsInitialized(this); }
 
-QmConfdCdbSessionBase::QmConfdCdbSessionBase(QmConfdInterface* /*owner*/, cdb_db_type db, bool reuse)
+QmConfdCdbSessionBase::QmConfdCdbSessionBase(QmConfdInterface* owner, cdb_db_type db, bool reuse)
     : socket_{fakes::TheCdb().OpenSession(db)} {
+  if (owner != fakes::TheWrapper().latest) fakes::TheTrace().Add(fakes::Kind::kSession, "open for a foreign owner");
   if (!reuse) fakes::TheTrace().Add(fakes::Kind::kSession, "open without reuse");
 }
 

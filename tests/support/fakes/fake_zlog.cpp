@@ -13,6 +13,7 @@ namespace fakes {
 namespace {
 
 constexpr int kDetailLevel = 10;
+constexpr int kEnabled = -1;  // any number but 0 means so
 
 }  // namespace
 
@@ -46,7 +47,8 @@ void zlog(zlog_category_t* category, const char* file, size_t filelen, const cha
   fakes::TheTrace().Add(fakes::Kind::kLog, fakes::Format("log %d %s: %s", level, function.c_str(), text));
 }
 
-int zlog_level_enabled(zlog_category_t* /*category*/, int level) {
+int zlog_level_enabled(zlog_category_t* category, int level) {
   fakes::TheZlog().asked_levels.push_back(level);
-  return level != fakes::kDetailLevel || fakes::TheZlog().detail_enabled ? 1 : 0;
+  if (category != fakes::TheCategory()) return 0;
+  return level != fakes::kDetailLevel || fakes::TheZlog().detail_enabled ? fakes::kEnabled : 0;
 }

@@ -20,13 +20,14 @@ enum class Kind {
   kRead,          ///< every CDB read: "cdb_exists running /config/anti-ip-spoofing = 1"; without a session "socket -1"
   kReply,         ///< data-provider replies: "reply 7 key 0 next 1"
   kFilter,        ///< filter-manager queries: "fm_init"
+  kLimid,         ///< interface ids: "limid_from_intfname eth3", "limid_to_type eth3"
 };
 
 class Trace {
  public:
   /// Appends a line unless its kind is not recorded.
   void Add(Kind kind, std::string line);
-  /// Records these kinds from now on and no other. At first every kind but kRead and kFilter is recorded.
+  /// Records these kinds from now on and no other. At first every kind but kRead, kFilter and kLimid is recorded.
   void Record(std::set<Kind> kinds) { kinds_ = std::move(kinds); }
   const std::vector<std::string>& Lines() const { return lines_; }
   /// The lines so far, which are forgotten.
