@@ -98,6 +98,18 @@ TEST_F(LogLevels, DisabledDetailEvaluatesNothing) {
   EXPECT_EQ(Taken(), (Lines{"log 11 TestBody: info 1", "log 12 TestBody: error 2"}));
 }
 
+// The paths are those of the project, wherever it was built.
+TEST_F(LogLevels, LinesAndFaultsNameTheSourceFileTheyComeFrom) {
+  ConfDAppMgr& confd = Build({});
+  fakes::TheWrapper().Connect(&confd);
+  ASSERT_FALSE(fakes::TheZlog().lines.empty());
+  EXPECT_EQ(fakes::TheZlog().lines.front().file, "src/app/confd_mgr/connection.cpp");
+  fakes::TheWrapper().Disconnect(&confd);
+  confd.LoadConfDCfg(false);
+  ASSERT_EQ(fakes::TheMiddleware().faults.size(), 1U);
+  EXPECT_EQ(fakes::TheMiddleware().faults[0].file, "src/app/confd_mgr/load.cpp");
+}
+
 using Faults = DaemonTest;
 
 TEST_F(Faults, NonFatalPrintsNoBacktraceAndGoesOn) {

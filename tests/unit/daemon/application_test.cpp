@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
 
 #include "app/app_main.h"
 #include "daemon_fixture.h"
@@ -57,13 +58,14 @@ struct ProcessCase {
   int status;
   std::string output;
   Lines trace;
+  int failure = -1;  ///< what the failing call gives
 };
 
 class Process : public DaemonTest, public testing::WithParamInterface<ProcessCase> {};
 
 TEST_P(Process, RunsFromStartToExit) {
   fakes::TheTrace().Record(AllButReads());
-  if (!GetParam().failing_call.empty()) fakes::TheScript().Return(GetParam().failing_call, -1);
+  if (!GetParam().failing_call.empty()) fakes::TheScript().Return(GetParam().failing_call, GetParam().failure);
   EXPECT_EXIT(RunProcess(), testing::ExitedWithCode(GetParam().status), Writes(GetParam().output, GetParam().trace));
 }
 
@@ -79,6 +81,14 @@ INSTANTIATE_TEST_SUITE_P(
                                     Lines{"Connect", "backtrace",
                                           "fault 1 main: ip-spoofing-app could not connect to ip-spoofing-mgr"} +
                                     kDestroyed},
+                    ProcessCase{"AnyNumberButZeroIsALoopFailure", "qmmw_loop_while", 0, "ip-spoofing-app: Leaving...\n",
+                                kBuilt + Lines{"Connect", "qmmw_loop_while", "fault 0 main: "} + kDestroyed, 1},
+                    ProcessCase{"AnyNumberButZeroIsAManagerOutOfReach", "Connect", 1, "",
+                                kBuilt +
+                                    Lines{"Connect", "backtrace",
+                                          "fault 1 main: ip-spoofing-app could not connect to ip-spoofing-mgr"} +
+                                    kDestroyed,
+                                1},
                     ProcessCase{"NoMiddleware",
                                 "qmmw_init",
                                 1,
@@ -119,6 +129,23 @@ TEST_F(ApplicationObject, GivesTheClientItsCallbacksAndTheHandle) {
   EXPECT_EQ(fakes::TheWrapper().latest, app.ConfdManager());
   EXPECT_EQ(app.ConfdManager()->Middleware(), fakes::TheHandle());
   EXPECT_EQ(app.ConfdManager()->Name(), "some-name");
+}
+
+/// Whether `address` lies in `object`.
+template <typename T>
+bool LiesIn(const T& object, const void* address) {
+  const char* const begin = reinterpret_cast<const char*>(&object);
+  const char* const at = static_cast<const char*>(address);
+  return at >= begin && at < begin + sizeof object;
+}
+
+TEST_F(ApplicationObject, HandsOutItsOwnCallbacksFlagAndHandle) {
+  std::optional<Application> app{std::in_place, "some-name"};
+  EXPECT_TRUE(LiesIn(*app, dynamic_cast<IpSpoofingMgrClientCbItf*>(fakes::TheManager().callbacks)));
+  EXPECT_EQ(app->Run(), 0);
+  EXPECT_TRUE(LiesIn(*app, fakes::TheMiddleware().running));
+  app.reset();
+  EXPECT_TRUE(LiesIn(app, fakes::TheMiddleware().finished));
 }
 
 // In a process of its own: whoever asks first builds it for good.

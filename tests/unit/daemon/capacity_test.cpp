@@ -44,12 +44,14 @@ INSTANTIATE_TEST_SUITE_P(
                                  {{2, 1, 2, 1}, {2, 2, 1, 10}, {2, 3, 3, 100}, {2, 0, 0, 1000}, {2, 2, 2, 10000}},
                                  10000,
                                  kAllQueries},
+                    CapacityCase{"SumsLargeCounts", false, 0, {{0, 2, 2, 70000}, {0, 2, 2, 3}}, 70003, kAllQueries},
                     CapacityCase{"NothingMatches", false, 0, {{2, 2, 3, 8}}, 0, kAllQueries}),
     [](const auto& row) { return row.param.name; });
 
 struct FatalCase {
   std::string name;
   std::string failing_call;
+  int failure;
   Lines dump;
 };
 
@@ -57,7 +59,7 @@ class CapacityFatal : public DaemonTest, public testing::WithParamInterface<Fata
 
 TEST_P(CapacityFatal, EndsTheProcess) {
   fakes::TheTrace().Record({Kind::kFilter, Kind::kLog, Kind::kFault});
-  fakes::TheScript().Return(GetParam().failing_call, -1);
+  fakes::TheScript().Return(GetParam().failing_call, GetParam().failure);
   EXPECT_EXIT(
       {
         fakes::Trace::DumpAtExit();
@@ -66,17 +68,16 @@ TEST_P(CapacityFatal, EndsTheProcess) {
       testing::ExitedWithCode(1), DiesWith(GetParam().dump));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    All, CapacityFatal,
-    testing::Values(FatalCase{"LibraryDoesNotStart",
-                              "fm_init",
-                              {"fm_init", "backtrace",
-                               "fault 1 get_max_ip_spoofing_entries: Failed to initialize fm_lib"}},
-                    FatalCase{"NoLocalSlot",
-                              "fm_local_slot",
-                              {"fm_init", "fm_local_slot", "backtrace",
-                               "fault 1 get_max_ip_spoofing_entries: Failed to initialize fm local slot"}}),
-    [](const auto& row) { return row.param.name; });
+const Lines kNoLibrary = {"fm_init", "backtrace", "fault 1 get_max_ip_spoofing_entries: Failed to initialize fm_lib"};
+const Lines kNoLocalSlot = {"fm_init", "fm_local_slot", "backtrace",
+                            "fault 1 get_max_ip_spoofing_entries: Failed to initialize fm local slot"};
+
+INSTANTIATE_TEST_SUITE_P(All, CapacityFatal,
+                         testing::Values(FatalCase{"LibraryDoesNotStart", "fm_init", -1, kNoLibrary},
+                                         FatalCase{"LibraryGivesAnyNumberButZero", "fm_init", 1, kNoLibrary},
+                                         FatalCase{"NoLocalSlot", "fm_local_slot", -1, kNoLocalSlot},
+                                         FatalCase{"LocalSlotGivesAnyNumberButZero", "fm_local_slot", 1, kNoLocalSlot}),
+                         [](const auto& row) { return row.param.name; });
 
 }  // namespace
 }  // namespace ip_spoofing_app

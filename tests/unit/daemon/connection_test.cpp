@@ -170,6 +170,8 @@ INSTANTIATE_TEST_SUITE_P(
                   Join({kRegistered, {kSubscribed[0], "backtrace", "fault 1 SubscribeConfD: the library's text"}})},
         FatalCase{"RegisterDone", "confd_register_done", -1,
                   Join({kRegistered, {"backtrace", "fault 1 AppConnect: the library's text"}})},
+        FatalCase{"RegisterDoneGivesAnyNumberButZero", "confd_register_done", 1,
+                  Join({kRegistered, {"backtrace", "fault 1 AppConnect: the library's text"}})},
         FatalCase{"FirstSubscription", "cdb_subscribe /config/anti-ip-spoofing/interface", -1,
                   Join({kRegistered, {kSubscribed[0], "backtrace", "fault 1 SubscribeConfD: the library's text"}})},
         FatalCase{"SecondSubscription", "cdb_subscribe /config/anti-ip-spoofing/interface/allowed-ip/ipv4", -2,
@@ -220,6 +222,17 @@ TEST_F(Disconnect, ListThatComesAfterwardsAnswersNobody) {
   Taken();
   confd.SetEntryList({});
   EXPECT_EQ(Taken(), Lines{});
+}
+
+TEST_F(Disconnect, RowsReceivedAreServedOnTheNextConnection) {
+  ConfDAppMgr& confd = Build({Kind::kRequest, Kind::kReply});
+  fakes::TheWrapper().Connect(&confd);
+  confd.SetEntryList({AllowedIpStatusEntry{}});
+  fakes::TheWrapper().Disconnect(&confd);
+  fakes::TheWrapper().Connect(&confd);
+  Taken();
+  EXPECT_EQ(ConfDAppMgr::handle_get_next_allowed_ip(fakes::TheProvider().Transaction(7), nullptr, 0), CONFD_OK);
+  EXPECT_EQ(Taken(), Lines{"reply 7 key int64:0 next 1"});
 }
 
 TEST_F(Disconnect, SecondLossAfterAPendingRequestIsNoFault) {

@@ -120,9 +120,18 @@ INSTANTIATE_TEST_SUITE_P(
         FailedRead{"Int32", "cdb_get_int32", "/vlan", LEAF_INT32, -1, -1, {}},
         FailedRead{"Int32LosesTheSocket", "cdb_get_int32", "/vlan", LEAF_INT32, -2, -2, {}},
         FailedRead{"String", "cdb_get_str", "/vlan", LEAF_STRING, -1, -1, {}},
+        FailedRead{"StringGivesAnyNumber", "cdb_get_str", "/vlan", LEAF_STRING, 1, 1, {}},
         FailedRead{"Ipv4", "cdb_get_ipv4", "/address", LEAF_IPV4, -1, -1, {}},
+        FailedRead{"Ipv4LosesTheSocket", "cdb_get_ipv4", "/address", LEAF_IPV4, -2, -2, {}},
         FailedRead{
             "Mac", "cdb_get_binary", "/mac", LEAF_MAC, -2, -2, {"fault 0 GetMacFromConfd: the library's text\n"}},
+        FailedRead{"MacGivesAnyNumber",
+                   "cdb_get_binary",
+                   "/mac",
+                   LEAF_MAC,
+                   1,
+                   1,
+                   {"fault 0 GetMacFromConfd: the library's text\n"}},
         FailedRead{
             "MacWithoutData", "cdb_get_binary", "/mac", LEAF_MAC, 0, -1, {"fault 0 GetMacFromConfd: Null pointer\n"}}),
     [](const auto& row) { return row.param.name; });
@@ -161,6 +170,7 @@ const Lines kUnknownKind = {"backtrace",
 INSTANTIATE_TEST_SUITE_P(
     All, LeafReadFatal,
     testing::Values(FatalRead{"MandatoryLeafAbsent", 0, LEAF_MAC, false, NotThere(0)},
+                    FatalRead{"NeitherPresentNorAbsent", 2, LEAF_MAC, true, NotThere(2)},
                     FatalRead{"TestFails", -1, LEAF_MAC, false, NotThere(-1)},
                     FatalRead{"TestOfAnOptionalLeafFails", -1, LEAF_MAC, true, NotThere(-1)},
                     FatalRead{"SocketLost", -2, LEAF_MAC, false, kSocketLost},

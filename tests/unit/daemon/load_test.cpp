@@ -10,7 +10,7 @@ const std::string kNew = "log 10 LoadConfDCfg: Received new configuration. Loadi
 const std::string kDone = "log 11 LoadConfDCfg: All LoadConfDCfg executed successfully!";
 const std::string kNoNumber =
     "log 12 LoadConfdIpSpoofAllowedIpIPv4: Failed getting number of anti-ip-spoofing allowed-ip ipv4 instances from "
-    "ConfD database (error -1)";
+    "ConfD database (error -2)";
 const std::string kNotLoaded = "log 12 LoadConfDCfg: Could not load anti-ip-spoofing from CDB configuration.";
 
 std::string Enable(const std::string& name) {
@@ -150,6 +150,12 @@ const LoadCase kFailures[] = {
        fakes::TheScript().Return("cdb_set_namespace", -1);
      },
      -1, NotLoaded({"log 12 LoadConfdIpSpoof: Cannot set namespace to IP-SPOOFING on loadCfg"})},
+    {"AnyNumberButZeroIsNoNamespace",
+     [] {
+       PutInterfaces({"eth1"});
+       fakes::TheScript().Return("cdb_set_namespace", 1);
+     },
+     -1, NotLoaded({"log 12 LoadConfdIpSpoof: Cannot set namespace to IP-SPOOFING on loadCfg"})},
     {"FailedTestOfTheRootGoesOn",
      [] {
        PutInterfaces({"eth1"});
@@ -181,13 +187,33 @@ const LoadCase kFailures[] = {
      Loaded(
          Join({{LoadFault("LoadConfdIpSpoofAllowedIfaces", kList + "[0]", "interface-name"), NoRules(""), Omitting("")},
                Bare("eth2")}))},
+    {"AnyNumberButZeroIsAFailedRead",
+     [] {
+       Put(Ipv4("eth1", "10.0.0.1 1") + "/mac", "02:00:00:00:00:01");
+       for (const char* read : {"cdb_get_str", "cdb_get_ipv4", "cdb_get_int32", "cdb_get_binary"}) {
+         fakes::TheScript().Return(read, 1, "odd");
+       }
+       fakes::TheScript().Return("cdb_exists " + kList + "{\"\"}/allowed-ip/ipv4", 1);
+       fakes::TheScript().Return("cdb_num_instances " + kList + "{\"\"}/allowed-ip/ipv4", 1);
+       for (const char* leaf : {"/address", "/vlan", "/mac"}) {
+         fakes::TheScript().Return("cdb_exists " + kList + "{\"\"}/allowed-ip/ipv4[0]" + leaf, 1);
+       }
+     },
+     0,
+     Loaded({LoadFault("LoadConfdIpSpoofAllowedIfaces", kList + "[0]", "interface-name"),
+             LoadFault("LoadConfdIpSpoofAllowedIpIPv4", kList + "{\"\"}/allowed-ip/ipv4[0]", "address"),
+             LoadFault("LoadConfdIpSpoofAllowedIpIPv4", kList + "{\"\"}/allowed-ip/ipv4[0]", "vlan"),
+             "fault 0 GetMacFromConfd: odd\n",
+             LoadFault("LoadConfdIpSpoofAllowedIpIPv4", kList + "{\"\"}/allowed-ip/ipv4[0]", "mac"),
+             AddLog("[] ip[0.0.0.0] vlan[0]"), "SendAddEntry (no interface) 0.0.0.0 vlan 0 mac 00:00:00:00:00:00",
+             Omitting("")})},
     {"SecondOfThreeFails",
      [] {
        Put(Ipv4("eth1", "10.0.0.1 1"));
        Put(Ipv4("eth2", "10.0.0.2 2"));
        Put(Iface("eth2") + "/allowed-ip/all");
        Put(Ipv4("eth3", "10.0.0.3 3"));
-       fakes::TheScript().Return("cdb_num_instances " + kList + "{\"eth2\"}/allowed-ip/ipv4", -1);
+       fakes::TheScript().Return("cdb_num_instances " + kList + "{\"eth2\"}/allowed-ip/ipv4", -2);
      },
      -1,
      NotLoaded({Enable("eth1"), "SendIpSpoofing eth1 true", AddLog("[eth1] ip[10.0.0.1] vlan[1]"),
@@ -197,6 +223,12 @@ const LoadCase kFailures[] = {
      [] {
        Put(Ipv4("eth1", "10.0.0.1 1"));
        fakes::TheScript().Return("cdb_exists " + kEth1List, -1);
+     },
+     0, Loaded(Bare("eth1"))},
+    {"ListThatIsNeitherPresentNorAbsentIsAbsent",
+     [] {
+       Put(Ipv4("eth1", "10.0.0.1 1"));
+       fakes::TheScript().Return("cdb_exists " + kEth1List, 2);
      },
      0, Loaded(Bare("eth1"))},
     {"ListThatExistsWithoutEntries",
@@ -250,6 +282,15 @@ const LoadCase kValues[] = {
        Put("/config/anti-ip-spoofing/interface{\"a\\\"b\"}/allowed-ip/all");
      },
      0, Loaded(Bare("a\"b"))},
+    {"BraceInANameIsNotEscaped",
+     [] {
+       Put("/config/anti-ip-spoofing/interface{\"a}b\"}/allowed-ip/ipv4{10.0.0.1 1}");
+       Put("/config/anti-ip-spoofing/interface{\"a}b\"}/allowed-ip/all");
+     },
+     0,
+     Loaded({Enable("a}b"), "SendIpSpoofing a}b true", AddLog("[a}b] ip[10.0.0.1] vlan[1]"),
+             "SendAddEntry a}b 10.0.0.1 vlan 1 mac 00:00:00:00:00:00", AllLog("sending allowedAll[ALL] for[a}b]"),
+             "SendAllowedIpAll a}b 3"})},
     {"NameIsCutBehind63Characters", [] { PutInterfaces({std::string(70, 'n')}); }, 0,
      Loaded(Bare(std::string(63, 'n')))},
     // Room behind the record's six bytes: a longer value does not spill over.
@@ -262,33 +303,60 @@ INSTANTIATE_TEST_SUITE_P(Values, Load, testing::ValuesIn(kValues), [](const auto
 
 using LoadReads = DaemonTest;
 
+/// The calls that ask for an interface's name and type.
+Lines InterfaceReads(const std::string& position, const std::string& name, limid_type type) {
+  const std::string leaf = kList + position + "/interface-name";
+  return {"cdb_set_timeout running 5",
+          "cdb_exists running " + leaf + " = 1",
+          "cdb_get_str running " + leaf + " = 0",
+          "limid_from_intfname " + name,
+          "limid_to_type " + name,
+          "limid_type_compare " + std::to_string(type) + " " + std::to_string(limid_type_serviceport)};
+}
+
+/// The calls that read one entry of the list at `path`, up to its request.
+Lines EntryReads(const std::string& path, const std::string& name, bool with_mac, const std::string& request) {
+  Lines lines = {"cdb_set_timeout running 5",
+                 "cdb_exists running " + path + "/address = 1",
+                 "cdb_get_ipv4 running " + path + "/address = 0",
+                 "cdb_exists running " + path + "/vlan = 1",
+                 "cdb_get_int32 running " + path + "/vlan = 0",
+                 "cdb_exists running " + path + "/mac = " + (with_mac ? "1" : "0")};
+  if (with_mac) lines.push_back("cdb_get_binary running " + path + "/mac = 0");
+  lines.push_back("limid_from_intfname " + name);
+  lines.push_back(request);
+  return lines;
+}
+
+/// The calls that look for allow-all leaves and find none.
+Lines AllowAllReads(const std::string& name) {
+  const std::string path = kList + "{\"" + name + "\"}/allowed-ip/";
+  return {"cdb_set_timeout running 5", "cdb_exists running " + path + "all = 0",
+          "cdb_exists running " + path + "ipv6-all = 0", "cdb_exists running " + path + "ipv4-all = 0",
+          "limid_from_intfname " + name};
+}
+
 TEST_F(LoadReads, AreTheseInThisOrder) {
-  ConfDAppMgr& confd = Build({Kind::kRead, Kind::kRequest});
+  ConfDAppMgr& confd = Build({Kind::kRead, Kind::kRequest, Kind::kLimid});
   Put(Ipv4("eth1", "10.0.0.1 100") + "/mac", "02:00:00:00:00:01");
-  const std::string iface = kList + "{\"eth1\"}";
+  Put(Ipv4("eth1", "10.0.0.2 200"));
+  PutInterfaces({"eth2"});
+  fakes::TheLimid().SetType("eth2", limid_type_loopback);
   EXPECT_EQ(confd.LoadConfDCfg(false), 0);
-  EXPECT_EQ(Taken(), (Lines{"cdb_get_txid running",
-                            "cdb_set_namespace running 0x41fef11b",
-                            "cdb_exists running /config/anti-ip-spoofing = 1",
-                            "cdb_num_instances running " + kList + " = 1",
-                            "cdb_set_timeout running 5",
-                            "cdb_exists running " + kList + "[0]/interface-name = 1",
-                            "cdb_get_str running " + kList + "[0]/interface-name = 0",
-                            "SendIpSpoofing eth1 true",
-                            "cdb_exists running " + kEth1List + " = 1",
-                            "cdb_num_instances running " + kEth1List + " = 1",
-                            "cdb_set_timeout running 5",
-                            "cdb_exists running " + kEth1List + "[0]/address = 1",
-                            "cdb_get_ipv4 running " + kEth1List + "[0]/address = 0",
-                            "cdb_exists running " + kEth1List + "[0]/vlan = 1",
-                            "cdb_get_int32 running " + kEth1List + "[0]/vlan = 0",
-                            "cdb_exists running " + kEth1List + "[0]/mac = 1",
-                            "cdb_get_binary running " + kEth1List + "[0]/mac = 0",
-                            "SendAddEntry eth1 10.0.0.1 vlan 100 mac 02:00:00:00:00:01",
-                            "cdb_set_timeout running 5",
-                            "cdb_exists running " + iface + "/allowed-ip/all = 0",
-                            "cdb_exists running " + iface + "/allowed-ip/ipv6-all = 0",
-                            "cdb_exists running " + iface + "/allowed-ip/ipv4-all = 0"}));
+  EXPECT_EQ(
+      TextOf(Taken()),
+      TextOf(Join(
+          {{"cdb_get_txid running", "cdb_set_namespace running 0x41fef11b",
+            "cdb_exists running /config/anti-ip-spoofing = 1", "cdb_num_instances running " + kList + " = 2"},
+           InterfaceReads("[0]", "eth1", limid_type_serviceport),
+           {"SendIpSpoofing eth1 true", "cdb_exists running " + kEth1List + " = 1",
+            "cdb_num_instances running " + kEth1List + " = 2", "limid_from_ifindex 0"},
+           EntryReads(kEth1List + "[0]", "eth1", true, "SendAddEntry eth1 10.0.0.1 vlan 100 mac 02:00:00:00:00:01"),
+           EntryReads(kEth1List + "[1]", "eth1", false, "SendAddEntry eth1 10.0.0.2 vlan 200 mac 00:00:00:00:00:00"),
+           AllowAllReads("eth1"),
+           InterfaceReads("[1]", "eth2", limid_type_loopback),
+           {"cdb_exists running " + kList + "{\"eth2\"}/allowed-ip/ipv4 = 0"},
+           AllowAllReads("eth2")})));
 }
 
 TEST_F(LoadReads, EveryEntryIsReadAtItsPosition) {
@@ -311,6 +379,16 @@ TEST_F(LoadReads, EveryEntryIsReadAtItsPosition) {
   }
   EXPECT_EQ(reads, wanted_reads);
   EXPECT_EQ(requests, wanted_requests);
+}
+
+TEST_F(LoadReads, SendEveryEntryWhateverTheHardwareHolds) {
+  fakes::TheFilters().resources = {{0, 2, 2, 1}};
+  ConfDAppMgr& confd = Build({Kind::kRequest});
+  Put(Ipv4("eth1", "10.0.0.1 1"));
+  Put(Ipv4("eth1", "10.0.0.2 2"));
+  EXPECT_EQ(confd.LoadConfDCfg(false), 0);
+  EXPECT_EQ(Taken(), (Lines{"SendIpSpoofing eth1 true", "SendAddEntry eth1 10.0.0.1 vlan 1 mac 00:00:00:00:00:00",
+                            "SendAddEntry eth1 10.0.0.2 vlan 2 mac 00:00:00:00:00:00"}));
 }
 
 struct FatalCase {
