@@ -73,6 +73,7 @@ TEST_P(Load, LeavesThisTrace) {
 
 const LoadCase kOrder[] = {
     {"NoConfiguration", [] {}, 0, Loaded({})},
+    {"SocketZeroIsASession", [] { fakes::TheCdb().next_socket = 0; }, 0, Loaded({})},
     {"OneBareInterface", [] { PutInterfaces({"eth1"}); }, 0, Loaded(Bare("eth1"))},
     {"InterfacesInDatabaseOrder",
      [] {
