@@ -14,7 +14,7 @@ class QmConfdCdbSessionBase {
   virtual ~QmConfdCdbSessionBase();
 
   /// The session's CDB socket; -1 when the session could not be started.
-  int Socket() const { return socket_; }
+  int Socket() const;
 
  private:
   int socket_;

@@ -5,4 +5,6 @@
 QmConfdCdbSessionBase::QmConfdCdbSessionBase(QmConfdInterface* owner, cdb_db_type db, bool reuse)
     : socket_{owner != nullptr ? qmconfd::SessionCache::Instance().Start(owner->Name(), db, reuse) : -1} {}
 
+int QmConfdCdbSessionBase::Socket() const { return socket_; }
+
 QmConfdCdbSessionBase::~QmConfdCdbSessionBase() { qmconfd::SessionCache::Instance().Finish(socket_); }

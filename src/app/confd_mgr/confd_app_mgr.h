@@ -121,10 +121,10 @@ class ConfDAppMgr : public QmConfdInterface {
   int LoadConfdIpSpoofAllowedIpIPv4(const QmConfdCdbSession& session, const std::string& name);
   int LoadConfdIpSpoofAllowedIpAll(const QmConfdCdbSession& session, const std::string& name);
 
-  /// Fills a zeroed entry from the list instance at `path`. What cannot be read is a non-fatal fault of `site` and
-  /// stays zero.
-  void ReadEntry(const CallSite& site, int socket, const std::string& path, const std::string& name,
-                 AllowedIpEntry* entry);
+  /// Fills a zeroed entry from the list instance at `path`. The session is asked for its socket before each read. What
+  /// cannot be read is a non-fatal fault of `site` and stays zero.
+  void ReadEntry(const CallSite& site, const QmConfdCdbSession& session, const std::string& path,
+                 const std::string& name, AllowedIpEntry* entry);
   /// Reads the optional MAC of the entry at `path`, with the same reaction to failure.
   void ReadEntryMac(const CallSite& site, int socket, const std::string& path, AllowedIpEntry* entry);
 

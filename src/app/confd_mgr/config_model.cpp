@@ -50,10 +50,10 @@ const char* AllowedAllName(AllowedAllMode mode) {
   }
 }
 
-AllowedAllMode ReadAllowedAllMode(int socket, const std::string& interface_path) {
-  if (LeafExists(socket, interface_path, kAllowedAll)) return ip_spoofing_mgr::kAllowedAllAll;
-  const bool ipv6 = LeafExists(socket, interface_path, kAllowedIpv6All);
-  const bool ipv4 = LeafExists(socket, interface_path, kAllowedIpv4All);
+AllowedAllMode ReadAllowedAllMode(const std::function<int()>& socket, const std::string& interface_path) {
+  if (LeafExists(socket(), interface_path, kAllowedAll)) return ip_spoofing_mgr::kAllowedAllAll;
+  const bool ipv6 = LeafExists(socket(), interface_path, kAllowedIpv6All);
+  const bool ipv4 = LeafExists(socket(), interface_path, kAllowedIpv4All);
   if (ipv6 && ipv4) return ip_spoofing_mgr::kAllowedAllAll;
   if (ipv6) return ip_spoofing_mgr::kAllowedAllIpv6;
   return ipv4 ? ip_spoofing_mgr::kAllowedAllIpv4 : ip_spoofing_mgr::kAllowedAllNone;

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <string>
 
 #include "confd_lib.h"
@@ -51,9 +52,9 @@ std::string InterfaceNameOf(const confd_hkeypath_t* kp);
 /// "NONE", "IPV4_ALL", "IPV6_ALL" or "ALL".
 const char* AllowedAllName(AllowedAllMode mode);
 
-/// The allow-all mode of the interface at `interface_path`, from the presence of its three leaves as the read session
-/// on `socket` shows them. A leaf that cannot be tested counts as absent.
-AllowedAllMode ReadAllowedAllMode(int socket, const std::string& interface_path);
+/// The allow-all mode of the interface at `interface_path`, from the presence of its three leaves as a read session
+/// shows them, whose socket is asked for before each test. A leaf that cannot be tested counts as absent.
+AllowedAllMode ReadAllowedAllMode(const std::function<int()>& socket, const std::string& interface_path);
 
 /// A record with every byte zero but for the id of interface index 0.
 AllowedIpEntry NewEntry();

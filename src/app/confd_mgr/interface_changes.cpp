@@ -82,12 +82,12 @@ confd_iter_ret ConfDAppMgr::IpSpoofingIfacesDiffIt(confd_hkeypath_t* kp, confd_i
 
 void ConfDAppMgr::UpdateAllowedIpAllConfig(int op, const std::string& path, const std::string& name) {
   const QmConfdCdbSession before(this, CDB_PRE_COMMIT_RUNNING, true);
-  const AllowedAllMode old_mode = ReadAllowedAllMode(before.Socket(), path);
+  const AllowedAllMode old_mode = ReadAllowedAllMode([&before] { return before.Socket(); }, path);
   limid_t limid{};
   limid_from_intfname(&limid, name.c_str());
 
   if (op != MOP_DELETED) {
-    const AllowedAllMode new_mode = ReadAllowedAllMode(cdb_sock_, path);
+    const AllowedAllMode new_mode = ReadAllowedAllMode([this] { return cdb_sock_; }, path);
     if (new_mode == old_mode) return;
     LOG_DETAIL_LINE(category_, "op[%d] sending allowed-ip[%s] old[%d] for[%s]", op, AllowedAllName(new_mode),
                     static_cast<int>(old_mode), name.c_str());

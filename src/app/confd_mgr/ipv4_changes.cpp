@@ -61,9 +61,9 @@ confd_iter_ret ConfDAppMgr::IpSpoofingAllowedIpIPv4DiffItCreate(confd_hkeypath_t
 confd_iter_ret ConfDAppMgr::IpSpoofingAllowedIpIPv4DiffIt(confd_hkeypath_t* kp, confd_iter_op op,
                                                           confd_value_t* /*oldv*/, confd_value_t* /*newv*/,
                                                           void* /*state*/) {
-  AllowedIpEntry entry = NewEntry();
   std::ostringstream path;
   path << KeypathText(kp);
+  AllowedIpEntry entry = NewEntry();
   const std::string name = InterfaceNameOf(kp);
   LOG_DETAIL_LINE(category_, "called kplen[%d] op[%d] iface: %s", kp->len, op, name.c_str());
 

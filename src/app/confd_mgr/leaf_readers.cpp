@@ -78,23 +78,23 @@ int ConfDAppMgr::GetIpv4FromConfd(int socket, const std::string& path, struct in
   return result;
 }
 
-void ConfDAppMgr::ReadEntry(const CallSite& site, int socket, const std::string& path, const std::string& name,
-                            AllowedIpEntry* entry) {
+void ConfDAppMgr::ReadEntry(const CallSite& site, const QmConfdCdbSession& session, const std::string& path,
+                            const std::string& name, AllowedIpEntry* entry) {
   struct in_addr address {};
-  if (GetFromConfd(socket, path, kAddressLeaf, &address, LEAF_IPV4, false) != 0) {
+  if (GetFromConfd(session.Socket(), path, kAddressLeaf, &address, LEAF_IPV4, false) != 0) {
     RaiseFault(site, "%s error reading %s/address", site.function, path.c_str());
   }
   std::memcpy(entry->address, &address, sizeof address);
   entry->reserved1 = 0;
 
   int32_t vlan = 0;
-  if (GetFromConfd(socket, path, kVlanLeaf, &vlan, LEAF_INT32, false) != 0) {
+  if (GetFromConfd(session.Socket(), path, kVlanLeaf, &vlan, LEAF_INT32, false) != 0) {
     RaiseFault(site, "%s error reading %s/vlan", site.function, path.c_str());
   }
   entry->vlan = static_cast<uint16_t>(vlan);  // the low 16 bits, whatever the configuration holds
   entry->state = 0;
 
-  ReadEntryMac(site, socket, path, entry);
+  ReadEntryMac(site, session.Socket(), path, entry);
   limid_from_intfname(&entry->limid, name.c_str());
 }
 

@@ -25,7 +25,7 @@ void ConfDAppMgr::DeleteEntireAllowedIpIpv4List(const std::string& path, const s
       break;
     }
     entry = {};
-    ReadEntry(CALL_SITE, before.Socket(), instance, name, &entry);
+    ReadEntry(CALL_SITE, before, instance, name, &entry);
     LOG_DETAIL_LINE(category_, "SendRemoveEntry for [%s] ip[%s] vlan[%d]", name.c_str(), TextOf(entry).data(),
                     entry.vlan);
     mgr_client_->SendRemoveEntry(&entry, entry.mac);

@@ -110,7 +110,7 @@ int ConfDAppMgr::LoadConfdIpSpoofAllowedIpIPv4(const QmConfdCdbSession& session,
   for (int i = 0; i < count; ++i) {
     entry = {};
     cdb_set_timeout(session.Socket(), kReadTimeoutSeconds);
-    ReadEntry(CALL_SITE, session.Socket(), InstancePath(list_path, i), name, &entry);
+    ReadEntry(CALL_SITE, session, InstancePath(list_path, i), name, &entry);
     LOG_DETAIL_LINE(category_, "SendAddEntry for [%s] ip[%s] vlan[%d]", name.c_str(), TextOf(entry).data(), entry.vlan);
     mgr_client_->SendAddEntry(&entry, entry.mac);
   }
@@ -119,7 +119,7 @@ int ConfDAppMgr::LoadConfdIpSpoofAllowedIpIPv4(const QmConfdCdbSession& session,
 
 int ConfDAppMgr::LoadConfdIpSpoofAllowedIpAll(const QmConfdCdbSession& session, const std::string& name) {
   cdb_set_timeout(session.Socket(), kReadTimeoutSeconds);
-  const AllowedAllMode mode = ReadAllowedAllMode(session.Socket(), InterfacePath(name));
+  const AllowedAllMode mode = ReadAllowedAllMode([&session] { return session.Socket(); }, InterfacePath(name));
   limid_t limid{};
   limid_from_intfname(&limid, name.c_str());
   const bool send = mode != ip_spoofing_mgr::kAllowedAllNone;

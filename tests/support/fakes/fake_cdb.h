@@ -5,6 +5,7 @@
 ///   "cdb_exists PATH", "cdb_num_instances PATH", "cdb_get_str PATH", ... or with the datastore, "cdb_exists running
 ///   PATH": returned without touching the destination; "cdb_get_txid", "cdb_set_namespace";
 ///   "session running" or "session pre-commit": -1 makes the session's socket -1;
+///   "Socket running" or "Socket pre-commit": what a session that started says its socket is;
 ///   "cdb_subscribe PATH", "cdb_subscribe_done", "cdb_read_subscription_socket", "cdb_sync_subscription_socket";
 ///   "cdb_diff_iterate POINT FLAGS" ("cdb_diff_iterate 1 18"): returned without a walk;
 ///   "subscription count": the number of points that a message says it has;

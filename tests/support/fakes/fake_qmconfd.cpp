@@ -3,6 +3,7 @@
 #include "fakes/fake_cdb.h"
 #include "fakes/fake_middleware.h"
 #include "fakes/fake_provider.h"
+#include "fakes/script.h"
 #include "fakes/trace.h"
 #include "qm_confd_cdb_session.h"
 
@@ -70,6 +71,14 @@ QmConfdCdbSessionBase::QmConfdCdbSessionBase(QmConfdInterface* owner, cdb_db_typ
     : socket_{fakes::TheCdb().OpenSession(db)} {
   if (owner != fakes::TheWrapper().latest) fakes::TheTrace().Add(fakes::Kind::kSession, "open for a foreign owner");
   if (!reuse) fakes::TheTrace().Add(fakes::Kind::kSession, "open without reuse");
+}
+
+int QmConfdCdbSessionBase::Socket() const {
+  const auto& sessions = fakes::TheCdb().sessions;
+  const auto session = sessions.find(socket_);
+  if (session == sessions.end()) return socket_;
+  const auto answer = fakes::TheScript().Find("Socket", {fakes::DbName(session->second.db)});
+  return answer ? answer->result : socket_;
 }
 
 QmConfdCdbSessionBase::~QmConfdCdbSessionBase() { fakes::TheCdb().CloseSession(socket_); }

@@ -122,6 +122,14 @@ TEST_F(AllowedAllReads, NoSessionOnTheOldConfigurationMeansNoMode) {
   EXPECT_EQ(Commit(MOP_DELETED), Lines{});
 }
 
+TEST_F(AllowedAllReads, AskTheOldSessionForItsSocketEachTime) {
+  BuildSubscribed();
+  PutSwitches(CDB_PRE_COMMIT_RUNNING, kIpv6 | kIpv4);
+  PutSwitches(CDB_RUNNING, 0);
+  fakes::TheScript().ReturnNth("Socket pre-commit", 2, -1);
+  EXPECT_EQ(Commit(MOP_MODIFIED), (Lines{Line(3, "NONE", 1), "SendAllowedIpAll eth3 0"}));
+}
+
 TEST_F(AllowedAllReads, OnlyOneMeansPresent) {
   BuildSubscribed();
   PutSwitches(CDB_RUNNING, 0);

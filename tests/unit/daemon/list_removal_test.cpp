@@ -199,6 +199,22 @@ TEST_F(ListRemovalReads, AreTheseOnTheOldConfiguration) {
              "SendRemoveEntry eth3 10.0.0.1 vlan 1" + kZeroMac}));
 }
 
+// The list, its count, the position and three leaves: six reads, of which the last fails.
+TEST_F(ListRemovalReads, AskTheSessionForItsSocketEachTime) {
+  ConfDAppMgr& confd = BuildSubscribed();
+  fakes::TheTrace().Record({Kind::kFault});
+  PutEntries(1);
+  fakes::TheScript().ReturnNth("Socket pre-commit", 6, -1);
+  EXPECT_EXIT(
+      {
+        fakes::Trace::DumpAtExit();
+        confd.DeleteEntireAllowedIpIpv4List(kList, "eth3");
+      },
+      testing::ExitedWithCode(1),
+      DiesWithExactly(
+          {"backtrace", "fault 1 GetFromConfd: GetFromConfd error[-1] reading leaf: " + kList + "[0]/mac"}));
+}
+
 TEST_F(ListRemovalReads, PercentSignInThePathIsAConversion) {
   ConfDAppMgr& confd = BuildSubscribed();
   fakes::TheCdb().Put(CDB_PRE_COMMIT_RUNNING, Ipv4("a%sb", "10.0.0.1 1"));
