@@ -184,12 +184,13 @@ int EventLoop::Turn(std::shared_ptr<State> state, std::chrono::milliseconds time
   std::sort(ready.begin(), ready.end(), [](const auto& a, const auto& b) { return a.data.u64 < b.data.u64; });
   for (const epoll_event& event : ready) {
     if (state->destroyed) return 0;
-    if (event.data.u64 == 0) {
+    const uint64_t id = event.data.u64;  // the member is not aligned: nothing may refer to it
+    if (id == 0) {
       state->ReadSignals();
       continue;
     }
     if (state->stopped || !*running) return 0;
-    const auto it = state->sources.find(event.data.u64);
+    const auto it = state->sources.find(id);
     if (it == state->sources.end()) continue;  // removed by an earlier callback of this turn
     const std::shared_ptr<State::Source> source = it->second;
     source->callback(event.events);
