@@ -80,13 +80,17 @@ void ControlServer::OnRequest(Session* session, std::string_view payload) {
   for (const auto& known : sessions_) {
     if (known.get() != session) continue;
     const auto reply = std::make_shared<SessionReply>(known);
+    // A copy of what an operator has nested deeply would use up the stack: nothing of the request is copied.
     const json request = json::parse(payload, nullptr, false);
-    if (!request.is_object() || !request.value("command", json{}).is_string()) {
+    const auto name = request.find("command");
+    if (!request.is_object() || name == request.end() || !name->is_string()) {
       return reply->Fail("the request is not understood");
     }
-    const auto command = commands_.find(request["command"].get<std::string>());
-    if (command == commands_.end()) return reply->Fail("unknown command: " + request["command"].get<std::string>());
-    return command->second(request.value("arguments", json::object()), reply);
+    const auto command = commands_.find(name->get_ref<const std::string&>());
+    if (command == commands_.end()) return reply->Fail("unknown command: " + name->get<std::string>());
+    static const json kNone = json::object();
+    const auto arguments = request.find("arguments");
+    return command->second(arguments != request.end() ? *arguments : kNone, reply);
   }
 }
 
