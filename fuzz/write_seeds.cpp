@@ -57,6 +57,33 @@ void WriteManagerMessages() {
   write("failure", EncodeFailure({ErrorCode::kBusy, "busy"}));
 }
 
+void WriteManagerStream() {
+  using namespace ip_spoofing_mgr::wire;
+  const auto frame = [](FrameType type, const std::string& payload) {
+    const auto size = static_cast<uint32_t>(payload.size());
+    std::string bytes{reinterpret_cast<const char*>(&size), sizeof size};
+    return bytes + static_cast<char>(type) + payload;
+  };
+  const std::string hello = frame(FrameType::kHello, EncodeHello({.instance = 7, .name = "daemon"}));
+  const std::string empty = frame(FrameType::kListRequest, "");
+  Write("mgr_stream", "frames", "\x23" + hello + empty + frame(FrameType::kListRequest, EncodeId(5)) + empty);
+  Write("mgr_stream", "half-a-frame", "\x11" + empty + hello.substr(0, 7));
+  Write("mgr_stream", "too-large", "\x04" + empty + std::string("\x01\x00\x10\x00\x01", 5) + empty);
+}
+
+void WriteNames() {
+  std::string records;
+  for (const char number : {'\1', '\2', '\3'}) {
+    std::string record = "eth" + std::to_string(static_cast<int>(number));
+    record.resize(24);
+    record[16] = number;
+    records += record;
+  }
+  Write("limid_names", "three", '\1' + records);
+  Write("limid_names", "three-and-a-half", '\1' + records + "eth4");
+  Write("limid_names", "header", std::string("\0limid names, version 1\n\0", 25));
+}
+
 }  // namespace
 
 /// One seed per message and per test schema, for the fuzzer to start from.
@@ -70,5 +97,7 @@ int main(int argc, char** argv) {
   Write("schema", "box", cdb_store::testing::BoxSchema().Serialise());
   WriteConfdMessages();
   WriteManagerMessages();
+  WriteManagerStream();
+  WriteNames();
   return 0;
 }
