@@ -6,9 +6,7 @@ namespace {
 
 using testing::HasSubstr;
 
-TEST_F(ProviderData, EveryKindOfValueIsWrittenInTheModelsWords) {
-  Provider provider{server};
-  ASSERT_EQ(provider.Register(), "");
+TEST_F(OneProvider, EveryKindOfValueIsWrittenInTheModelsWords) {
   PendingGet get{server, kFilter};
   Values v6 = Row("eth1", 1);
   v6[1] = Bytes(kAddress, ValueType::kIpv6, std::string{32, 1, 13, -72} + std::string(11, '\0') + '\1');
@@ -47,17 +45,13 @@ TEST_F(ProviderData, EveryKindOfValueIsWrittenInTheModelsWords) {
                 kClose);
 }
 
-TEST_F(ProviderData, AnEmptyListIsNoError) {
-  Provider provider{server};
-  ASSERT_EQ(provider.Register(), "");
+TEST_F(OneProvider, AnEmptyListIsNoError) {
   PendingGet get{server, kFilter};
   provider.Serve({});
   EXPECT_EQ(get.Reply(), "");
 }
 
-TEST_F(ProviderData, IsFilteredByContent) {
-  Provider provider{server};
-  ASSERT_EQ(provider.Register(), "");
+TEST_F(OneProvider, IsFilteredByContent) {
   const auto ask = [&](const std::string& filter) {
     PendingGet get{server, kOpen + "<allowed-ip>" + filter + "</allowed-ip>" + kClose};
     provider.Serve({Row("eth0", 1), Row("eth1", 2), Row("eth0", 3)});
@@ -73,9 +67,7 @@ TEST_F(ProviderData, IsFilteredByContent) {
   EXPECT_EQ(ask("<interface>eth9</interface>"), "");
 }
 
-TEST_F(ProviderData, IsNotAskedForWhatIsNotSelected) {
-  Provider provider{server};
-  ASSERT_EQ(provider.Register(), "");
+TEST_F(OneProvider, IsNotAskedForWhatIsNotSelected) {
   EXPECT_TRUE(IsOk(server.Connect().EditConfig(Interfaces({"eth0"}))));
   EXPECT_EQ(server.Connect().Get("<config xmlns=\"\"/>"), Interfaces({"eth0"}));
   EXPECT_EQ(server.Connect().GetConfig(), Interfaces({"eth0"}));
@@ -117,10 +109,8 @@ TEST_F(ProviderData, RegistrationsAreChecked) {
   EXPECT_TRUE(orphan.Closed());
 }
 
-TEST_F(ProviderData, ManyRowsComeWhole) {
+TEST_F(OneProvider, ManyRowsComeWhole) {
   constexpr int kRows = 24576;
-  Provider provider{server};
-  ASSERT_EQ(provider.Register(), "");
   PendingGet get{server, kFilter};
   std::vector<Values> rows;
   std::string expected;

@@ -14,13 +14,9 @@ struct Failing {
   std::function<void(Provider&)> act;  ///< after the first row's key was asked for
   std::string error;
 };
-class ProviderFailure : public testing::TestWithParam<Failing> {};
+class ProviderFailure : public OneProvider, public testing::WithParamInterface<Failing> {};
 
 TEST_P(ProviderFailure, IsToldWithTheCallpointsName) {
-  CdbdProcess server;
-  server.Start();
-  Provider provider{server};
-  ASSERT_EQ(provider.Register(), "");
   PendingGet get{server, kFilter};
   GetParam().act(provider);
   const std::string reply = get.Reply();
@@ -105,9 +101,7 @@ INSTANTIATE_TEST_SUITE_P(
                 "the data provider sent a value with the unknown tag 0x12345678"}),
     [](const auto& row) { return row.param.name; });
 
-TEST_F(ImpatientProviderData, ASilentProviderIsToldOfWithinTheLimitAndHoldsNobodyUp) {
-  Provider provider{server};
-  ASSERT_EQ(provider.Register(), "");
+TEST_F(ImpatientOneProvider, ASilentProviderIsToldOfWithinTheLimitAndHoldsNobodyUp) {
   PendingGet get{server, kFilter};
   provider.Accept();
   const auto forgotten = provider.worker.Receive<GetNext>();
@@ -123,9 +117,7 @@ TEST_F(ImpatientProviderData, ASilentProviderIsToldOfWithinTheLimitAndHoldsNobod
   EXPECT_EQ(again.Reply(), kOpen + RowText(0, "eth0", 1) + kClose);
 }
 
-TEST_F(ImpatientProviderData, TheLimitIsForEachPair) {
-  Provider provider{server};
-  ASSERT_EQ(provider.Register(), "");
+TEST_F(ImpatientOneProvider, TheLimitIsForEachPair) {
   PendingGet get{server, kFilter};
   provider.Accept();
   auto next = provider.worker.Receive<GetNext>();
@@ -144,9 +136,7 @@ TEST_F(ImpatientProviderData, TheLimitIsForEachPair) {
   EXPECT_EQ(get.Reply(), kOpen + rows + kClose);
 }
 
-TEST_F(ImpatientProviderData, HalfAPairIsNoAnswer) {
-  Provider provider{server};
-  ASSERT_EQ(provider.Register(), "");
+TEST_F(ImpatientOneProvider, HalfAPairIsNoAnswer) {
   for (const bool key : {true, false}) {
     PendingGet get{server, kFilter};
     provider.Accept();

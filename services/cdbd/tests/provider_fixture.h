@@ -142,9 +142,16 @@ class ProviderData : public testing::Test {
   explicit ProviderData(const std::vector<std::string>& options = {}) : server{options} { server.Start(); }
   CdbdProcess server;
 };
-class ImpatientProviderData : public ProviderData {
+/// A server and its provider.
+class OneProvider : public ProviderData {
  protected:
-  ImpatientProviderData() : ProviderData{{"--provider-timeout", "0.4"}} {}
+  explicit OneProvider(const std::vector<std::string>& options = {}) : ProviderData{options} {}
+  void SetUp() override { ASSERT_EQ(provider.Register(), ""); }
+  Provider provider{server};
+};
+class ImpatientOneProvider : public OneProvider {
+ protected:
+  ImpatientOneProvider() : OneProvider{{"--provider-timeout", "0.4"}} {}
 };
 
 /// How errors name the provider.

@@ -73,13 +73,9 @@ class Conversation final {
   uint64_t key_ = 0;
 };
 
-class ProviderCourse : public testing::TestWithParam<Course> {};
+class ProviderCourse : public OneProvider, public testing::WithParamInterface<Course> {};
 
 TEST_P(ProviderCourse, GoesLikeThis) {
-  CdbdProcess server;
-  server.Start();
-  Provider provider{server};
-  ASSERT_EQ(provider.Register(), "");
   PendingGet get{server, kFilter};
   provider.Accept();
   Conversation conversation{provider};
@@ -168,9 +164,7 @@ INSTANTIATE_TEST_SUITE_P(
         Course{"DyingWhileGoingOn", {"< key -1", "> key 0 goes on, object 0", "died"}, kWho}),
     [](const auto& row) { return row.param.name; });
 
-TEST_F(ProviderData, GoesOnAsFarAsItIsAllowedTo) {
-  Provider provider{server};
-  ASSERT_EQ(provider.Register(), "");
+TEST_F(OneProvider, GoesOnAsFarAsItIsAllowedTo) {
   for (const bool too_far : {false, true}) {
     PendingGet get{server, kFilter};
     provider.Accept();
@@ -220,9 +214,7 @@ TEST_F(ProviderData, APacketWithoutSenseEndsTheConnection) {
   }
 }
 
-TEST_F(ProviderData, TwoReadersAreServedSideBySide) {
-  Provider provider{server};
-  ASSERT_EQ(provider.Register(), "");
+TEST_F(OneProvider, TwoReadersAreServedSideBySide) {
   PendingGet first{server, kFilter};
   const int32_t first_handle = provider.Accept();
   const auto first_next = provider.worker.Receive<GetNext>();
@@ -244,9 +236,7 @@ TEST_F(ProviderData, TwoReadersAreServedSideBySide) {
   EXPECT_EQ(first.Reply(), kOpen + RowText(0, "eth0", 1) + kClose);
 }
 
-TEST_F(ProviderData, ARowThatIsGoneWhenItIsAskedForIsLeftOut) {
-  Provider provider{server};
-  ASSERT_EQ(provider.Register(), "");
+TEST_F(OneProvider, ARowThatIsGoneWhenItIsAskedForIsLeftOut) {
   PendingGet get{server, kFilter};
   provider.Accept();
   provider.Key(provider.worker.Receive<GetNext>().value(), 0);
@@ -257,9 +247,7 @@ TEST_F(ProviderData, ARowThatIsGoneWhenItIsAskedForIsLeftOut) {
   EXPECT_EQ(get.Reply(), "");
 }
 
-TEST_F(ProviderData, AReaderThatGoesAwayEndsTheTransaction) {
-  Provider provider{server};
-  ASSERT_EQ(provider.Register(), "");
+TEST_F(OneProvider, AReaderThatGoesAwayEndsTheTransaction) {
   {
     NetconfClient reader = server.Connect();
     ASSERT_TRUE(reader.raw()
@@ -275,9 +263,7 @@ TEST_F(ProviderData, AReaderThatGoesAwayEndsTheTransaction) {
   EXPECT_TRUE(provider.worker.Receive<confd_wire::TransFinish>());
 }
 
-TEST_F(ProviderData, AReaderThatGoesAwayInMidListEndsTheTransaction) {
-  Provider provider{server};
-  ASSERT_EQ(provider.Register(), "");
+TEST_F(OneProvider, AReaderThatGoesAwayInMidListEndsTheTransaction) {
   std::optional<GetObject> object;
   std::optional<GetNext> next;
   {
