@@ -1,7 +1,6 @@
 #include "cdb_store/environment.h"
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -13,6 +12,7 @@
 #include "cdb_store_testing/models.h"
 #include "cdb_store_testing/temp_dir.h"
 #include "cdb_store_testing/tree.h"
+#include "forked/forked.h"
 
 namespace cdb_store {
 namespace {
@@ -53,14 +53,11 @@ class EnvironmentTest : public ::testing::Test {
 TEST_F(EnvironmentTest, ASecondServerIsRefused) {
   const auto first = Open();
   ASSERT_TRUE(first.ok());
-  const pid_t child = fork();
-  if (child == 0) {
-    const auto second = Open();
-    _exit(!second.ok() && second.error().reason == "another server is using it" ? 0 : 1);
-  }
-  int status = 0;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_EQ(status, 0);
+  EXPECT_EQ(test::InChild([&] {
+              const auto second = Open();
+              return !second.ok() && second.error().reason == "another server is using it" ? 0 : 1;
+            }),
+            0);
 }
 
 TEST_F(EnvironmentTest, AForeignFileIsRefused) {
@@ -136,15 +133,13 @@ TEST_F(EnvironmentTest, ADeadReadersSlotIsReleased) {
   MakeStore();
   int ready[2];
   ASSERT_EQ(pipe(ready), 0);
-  const pid_t child = fork();
-  if (child == 0) {
+  const pid_t child = test::StartChild([&] {
     auto reader = StoreReader::Open(dir_.path());
     const auto snapshot = reader.ok() ? reader.value()->Take() : common::Error{};
     const char byte = snapshot.ok() ? 'y' : 'n';
-    if (write(ready[1], &byte, 1) != 1) _exit(1);
-    pause();
-    _exit(0);
-  }
+    if (write(ready[1], &byte, 1) != 1) return 1;
+    return pause();
+  });
   char byte = 0;
   ASSERT_EQ(read(ready[0], &byte, 1), 1);
   EXPECT_EQ(byte, 'y');
@@ -152,7 +147,7 @@ TEST_F(EnvironmentTest, ADeadReadersSlotIsReleased) {
   ASSERT_TRUE(store.ok());
   EXPECT_EQ(store.value()->ReleaseDeadReaders(), 0);
   ASSERT_EQ(kill(child, SIGKILL), 0);
-  ASSERT_EQ(waitpid(child, nullptr, 0), child);
+  ASSERT_EQ(test::WaitFor(child), -SIGKILL);
   EXPECT_EQ(store.value()->ReleaseDeadReaders(), 1);
   close(ready[0]);
   close(ready[1]);

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 #include <sys/syscall.h>
 #include <sys/uio.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -14,6 +13,7 @@
 #include "cdb_store/store_writer.h"
 #include "cdb_store_testing/temp_dir.h"
 #include "cdb_store_testing/tree.h"
+#include "forked/forked.h"
 
 namespace {
 
@@ -76,19 +76,15 @@ Schema Build(bool grown) {
   return builder.Build().value();
 }
 
-/// Carries the store over in a process of its own. Its wait status.
+/// Carries the store over in a process of its own. Its end, as test::WaitFor() tells it.
 int MigrateWithFault(const std::string& path, int after, Fault kind) {
-  const pid_t child = fork();
-  if (child == 0) {
+  return test::InChild([&] {
     fault = kind;
     writes_until_fault = after;
     const auto store = StoreWriter::Open({.path = path}, Build(true), "server");
-    if (store.ok()) _exit(writes_until_fault >= 0 ? 0 : 3);
-    _exit(1);
-  }
-  int status = -1;
-  EXPECT_EQ(waitpid(child, &status, 0), child);
-  return status;
+    if (!store.ok()) return 1;
+    return writes_until_fault >= 0 ? 0 : 3;
+  });
 }
 
 class MigrationCrash : public ::testing::TestWithParam<Fault> {
@@ -112,15 +108,11 @@ TEST_P(MigrationCrash, LeavesTheOldOrTheNewAtEveryWrite) {
     const testing::TempDir dir;
     const std::vector<std::string> before = Fill(dir.path());
     const int status = MigrateWithFault(dir.path(), at, GetParam());
-    if (WIFEXITED(status) && WEXITSTATUS(status) == 0) {
+    if (status == 0) {
       ended_at = at;
       break;
     }
-    if (GetParam() == Fault::kFails) {
-      ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1) << "write " << at << ": " << status;
-    } else {
-      ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << "write " << at << ": " << status;
-    }
+    ASSERT_EQ(status, GetParam() == Fault::kFails ? 1 : -SIGKILL) << "write " << at;
     {
       const auto reader = StoreReader::Open(dir.path());
       ASSERT_TRUE(reader.ok()) << "write " << at << ": " << reader.error().Text();

@@ -1,13 +1,13 @@
 // Connections, sessions and snapshots.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
 
 #include "cdb_store_testing/models.h"
 #include "confd_testing/sockets.h"
+#include "forked/forked.h"
 
 namespace {
 
@@ -234,16 +234,13 @@ TEST_F(ClientTest, AForkedChildStartsAnew) {
   server_.Commit({Put("/tb:box/name", "one")});
   const int sock = Connect(server_, CDB_READ_SOCKET);
   ASSERT_EQ(cdb_start_session(sock, CDB_RUNNING), CONFD_OK);
-  const pid_t child = fork();
-  if (child == 0) {
-    if (cdb_exists(sock, "/tb:box/name") != CONFD_ERR) _exit(1);  // the parent's session
+  const int result = test::InChild([&] {
+    if (cdb_exists(sock, "/tb:box/name") != CONFD_ERR) return 1;  // the parent's session
     const int own = NewSocket();
-    if (ConnectRaw(own) != CONFD_OK || cdb_start_session(own, CDB_RUNNING) != CONFD_OK) _exit(2);
-    _exit(Name(own) == "one" ? 0 : 3);
-  }
-  int status = -1;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_EQ(status, 0);
+    if (ConnectRaw(own) != CONFD_OK || cdb_start_session(own, CDB_RUNNING) != CONFD_OK) return 2;
+    return Name(own) == "one" ? 0 : 3;
+  });
+  EXPECT_EQ(result, 0);
   EXPECT_EQ(Name(sock), "one");
   server_.Commit({Put("/tb:box/name", "two")});
   EXPECT_EQ(Name(sock), "one");

@@ -23,7 +23,7 @@ class Processes : public RegistryTest {
     EXPECT_EQ(::pipe(fds.data()), 0);
     const common::UniqueFd read{fds[0]};
     common::UniqueFd write{fds[1]};
-    const pid_t child = Start([&] {
+    const pid_t child = StartChild([&] {
       for (const auto& name : names) {
         const uint32_t number = NumberOf(name);
         if (::write(write.get(), &number, sizeof number) != sizeof number) return 1;
@@ -33,7 +33,7 @@ class Processes : public RegistryTest {
     write.reset();
     std::vector<uint32_t> numbers;
     for (uint32_t number = 0; ::read(read.get(), &number, sizeof number) == sizeof number;) numbers.push_back(number);
-    EXPECT_EQ(Wait(child), 0);
+    EXPECT_EQ(WaitFor(child), 0);
     return numbers;
   }
 };
@@ -52,7 +52,7 @@ TEST_F(Processes, AParentAndItsChildInternSideBySide) {
   EXPECT_EQ(InChild([] {
               const uint32_t before = NumberOf("eth0");
               constexpr int kNames = 200;
-              const pid_t child = Start([&] {
+              const pid_t child = StartChild([&] {
                 for (int i = 0; i < kNames; ++i) {
                   if (NumberOf("child" + std::to_string(i)) == 0) return 1;
                 }
@@ -60,7 +60,7 @@ TEST_F(Processes, AParentAndItsChildInternSideBySide) {
               });
               std::set<uint32_t> numbers = {before};
               for (int i = 0; i < kNames; ++i) numbers.insert(NumberOf("parent" + std::to_string(i)));
-              if (Wait(child) != 0) return 3;
+              if (WaitFor(child) != 0) return 3;
               for (int i = 0; i < kNames; ++i) numbers.insert(NumberOf("child" + std::to_string(i)));
               return numbers.size() == 2 * kNames + 1 && !numbers.contains(0) ? 0 : 4;
             }),
@@ -72,7 +72,7 @@ TEST_F(Processes, ManyAtOnceAgreeOnOneIdPerName) {
   constexpr int kNames = 60;
   std::vector<pid_t> children;
   for (int process = 0; process < kProcesses; ++process) {
-    children.push_back(Start([&, process] {
+    children.push_back(StartChild([&, process] {
       std::ofstream out{folder_ / ("ids." + std::to_string(process))};
       for (int i = 0; i < kNames; ++i) {
         const std::string name = "port" + std::to_string((i * 7 + process * 11) % kNames);
@@ -82,7 +82,7 @@ TEST_F(Processes, ManyAtOnceAgreeOnOneIdPerName) {
       return 0;
     }));
   }
-  for (const pid_t child : children) EXPECT_EQ(Wait(child), 0);
+  for (const pid_t child : children) EXPECT_EQ(WaitFor(child), 0);
   std::map<std::string, std::set<uint32_t>> ids_of_name;
   std::set<uint32_t> ids;
   for (int process = 0; process < kProcesses; ++process) {
@@ -104,7 +104,7 @@ TEST_F(Processes, AProcessKilledWhileItInternsLeavesAWholeRegistry) {
   ASSERT_EQ(::pipe(fds.data()), 0);
   const common::UniqueFd read{fds[0]};
   common::UniqueFd write{fds[1]};
-  const pid_t child = Start([&] {
+  const pid_t child = StartChild([&] {
     for (uint32_t i = 0;; ++i) {
       const std::array<uint32_t, 2> record = {i, NumberOf("k" + std::to_string(i))};
       if (::write(write.get(), record.data(), sizeof record) != sizeof record) return 1;
@@ -117,7 +117,7 @@ TEST_F(Processes, AProcessKilledWhileItInternsLeavesAWholeRegistry) {
     seen[record[0]] = record[1];
     if (seen.size() == 20) ::kill(child, SIGKILL);
   }
-  EXPECT_EQ(Wait(child), -SIGKILL);
+  EXPECT_EQ(WaitFor(child), -SIGKILL);
   std::vector<std::string> names;
   for (const auto& [i, number] : seen) names.push_back("k" + std::to_string(i));
   names.emplace_back("after");

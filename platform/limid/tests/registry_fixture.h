@@ -1,18 +1,20 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <functional>
 #include <string>
 
 #include "common/paths.h"
+#include "forked/forked.h"
 #include "limid.h"
+
+using test::InChild;
+using test::StartChild;
+using test::WaitFor;
 
 /// A process opens the registry once, so every body runs in a process of its own, on a state directory of the test's.
 class RegistryTest : public testing::Test {
@@ -27,19 +29,6 @@ class RegistryTest : public testing::Test {
     ::unsetenv(common::kStateDirVariable);
     std::filesystem::remove_all(folder_);
   }
-
-  static pid_t Start(const std::function<int()>& body) {
-    const pid_t child = ::fork();
-    if (child != 0) return child;
-    ::_exit(body());
-  }
-  /// The exit status; minus the signal's number when one ended it.
-  static int Wait(pid_t child) {
-    int status = 0;
-    EXPECT_EQ(::waitpid(child, &status, 0), child);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
-  }
-  static int InChild(const std::function<int()>& body) { return Wait(Start(body)); }
 
   std::filesystem::path folder_;
 };

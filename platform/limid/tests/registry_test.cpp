@@ -2,15 +2,14 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
-#include <thread>
+
+#include "forked/forked.h"
 
 namespace limid_impl {
 namespace {
@@ -47,17 +46,6 @@ class RegistryFile : public testing::Test {
   }
   fs::path folder_;
 };
-
-/// Whether the process waits for a lock: a line "3: -> POSIX  ADVISORY  WRITE <pid> ...".
-bool WaitsForLock(pid_t process) {
-  std::ifstream locks{"/proc/locks"};
-  for (std::string line; std::getline(locks, line);) {
-    if (line.find("->") != std::string::npos && line.find(" " + std::to_string(process) + " ") != std::string::npos) {
-      return true;
-    }
-  }
-  return false;
-}
 
 TEST_F(RegistryFile, NumbersCountFromOneAndOutliveTheProcess) {
   MakeThree();
@@ -132,19 +120,14 @@ TEST_F(RegistryFile, ANameIsAddedUnderTheLock) {
   lock.l_type = F_WRLCK;
   lock.l_whence = SEEK_SET;
   ASSERT_EQ(::fcntl(fd, F_SETLK, &lock), 0);
-  const pid_t child = ::fork();
-  if (child == 0) {
+  const pid_t child = test::StartChild([&] {
     const auto opened = Registry::Open(folder_);
-    ::_exit(opened && opened.value()->Intern("d").value() == 4 ? 0 : 1);
-  }
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds{20};
-  while (!WaitsForLock(child) && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
-  EXPECT_TRUE(WaitsForLock(child));
+    return opened && opened.value()->Intern("d").value() == 4 ? 0 : 1;
+  });
+  EXPECT_TRUE(test::WaitUntilItWaitsForALock(child));
   EXPECT_EQ(Bytes().size(), 4 * kRecord);  // closes a descriptor of the file, and with it ends the lock
   ::close(fd);
-  int status = -1;
-  ASSERT_EQ(::waitpid(child, &status, 0), child);
-  EXPECT_EQ(status, 0);
+  EXPECT_EQ(test::WaitFor(child), 0);
 }
 
 TEST_F(RegistryFile, ARecordInAnotherPlaceIsAnError) {

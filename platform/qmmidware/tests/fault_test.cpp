@@ -4,7 +4,6 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
@@ -18,6 +17,7 @@
 
 #include "common/paths.h"
 #include "common/unique_fd.h"
+#include "forked/forked.h"
 #include "qmmw.h"
 
 namespace {
@@ -111,16 +111,13 @@ TEST_F(Fault, RecordsOfSeveralProcessesNeverMix) {
   constexpr int kFaults = 100;
   std::vector<pid_t> children;
   for (int process = 0; process < kProcesses; ++process) {
-    const pid_t child = ::fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
+    children.push_back(test::StartChild([&] {
       ::close(STDERR_FILENO);
       for (int i = 0; i < kFaults; ++i) qmmw_gen_fault(0, "f", "file", process, std::string(2000, 'x').c_str());
-      ::_exit(0);
-    }
-    children.push_back(child);
+      return 0;
+    }));
   }
-  for (const pid_t child : children) ::waitpid(child, nullptr, 0);
+  for (const pid_t child : children) EXPECT_EQ(test::WaitFor(child), 0);
   std::map<int, int> count_of_process;
   for (const json& record : Records()) {
     ++count_of_process[record["line"]];
@@ -221,13 +218,9 @@ int RaiseFaultWithJournal(const std::string& faults) {
 }
 
 TEST_F(Fault, GoesToTheJournalWhenStandardErrorIsTheJournal) {
-  const pid_t child = ::fork();
-  ASSERT_GE(child, 0);
-  if (child == 0) ::_exit(RaiseFaultWithJournal(folder_));
-  int status = -1;
-  ASSERT_EQ(::waitpid(child, &status, 0), child);
-  if (WIFEXITED(status) && WEXITSTATUS(status) == 77) GTEST_SKIP() << "no privilege for a mount namespace";
-  EXPECT_EQ(status, 0) << "exit status " << WEXITSTATUS(status);
+  const int result = test::InChild([&] { return RaiseFaultWithJournal(folder_); });
+  if (result == 77) GTEST_SKIP() << "no privilege for a mount namespace";
+  EXPECT_EQ(result, 0);
   EXPECT_EQ(Records().size(), 2u);
 }
 

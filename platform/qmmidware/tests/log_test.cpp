@@ -1,5 +1,4 @@
 #include <gmock/gmock.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdarg>
@@ -11,6 +10,7 @@
 #include <string>
 
 #include "common/paths.h"
+#include "forked/forked.h"
 #include "qmmw.h"
 
 namespace {
@@ -62,18 +62,14 @@ class LogSetUp : public testing::Test {
   }
   /// Runs `body` with a handle in a child; standard output and error land in the files "out" and "err".
   int InChild(const std::function<int(qmmw_t*)>& body) const {
-    const pid_t child = ::fork();
-    if (child == 0) {
-      if (std::freopen((folder_ / "out").c_str(), "w", stdout) == nullptr) ::_exit(99);
-      if (std::freopen((folder_ / "err").c_str(), "w", stderr) == nullptr) ::_exit(99);
+    return test::InChild([&] {
+      if (std::freopen((folder_ / "out").c_str(), "w", stdout) == nullptr) return 99;
+      if (std::freopen((folder_ / "err").c_str(), "w", stderr) == nullptr) return 99;
       qmmw_t* mw = qmmw_init("log-test");
       const int result = body(mw);
       qmmw_finish(&mw);
-      ::_exit(result);
-    }
-    int status = -1;
-    ::waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+      return result;
+    });
   }
   [[nodiscard]] std::string Out() const { return ReadFile(folder_ / "out"); }
   [[nodiscard]] std::string Err() const { return ReadFile(folder_ / "err"); }

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/file.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -16,6 +15,8 @@
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "forked/forked.h"
 
 namespace {
 
@@ -187,22 +188,15 @@ TEST_F(Zlog, ProcessesThatShareARotatedFileLoseNoLine) {
   std::ofstream{folder_ / "zlog.conf"} << "[global]\ndefault format = \"%m%n\"\n[rules]\n"
                                           "*.* \"%E(ZLOG_TEST_DIR)/a\", 1K\n";
   for (int process = 0; process < kProcesses; ++process) {
-    const pid_t child = ::fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-      bool good = zlog_init((folder_ / "zlog.conf").c_str()) == 0;
+    children.push_back(test::StartChild([&] {
+      const bool good = zlog_init((folder_ / "zlog.conf").c_str()) == 0;
       for (int line = 0; line < kLines; ++line) {
         Log(zlog_get_category("app"), 20, std::to_string(process) + ":" + std::to_string(line));
       }
-      ::_exit(good ? 0 : 1);
-    }
-    children.push_back(child);
+      return good ? 0 : 1;
+    }));
   }
-  for (const pid_t child : children) {
-    int status = -1;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
-  }
+  for (const pid_t child : children) EXPECT_EQ(test::WaitFor(child), 0);
   std::map<std::string, int> seen;
   for (const auto& [name, text] : Files()) {
     EXPECT_TRUE(name == "a" || text.size() > 1024 - 8) << name << " was rotated though it had room";
@@ -213,36 +207,20 @@ TEST_F(Zlog, ProcessesThatShareARotatedFileLoseNoLine) {
   for (const auto& [line, count] : seen) EXPECT_EQ(count, 1) << line;
 }
 
-/// Whether the process waits for a lock: a line "3: -> FLOCK  ADVISORY  WRITE <pid> ...".
-bool WaitsForLock(pid_t process) {
-  std::ifstream locks{"/proc/locks"};
-  for (std::string line; std::getline(locks, line);) {
-    if (line.find("->") != std::string::npos && line.find(" " + std::to_string(process) + " ") != std::string::npos) {
-      return true;
-    }
-  }
-  return false;
-}
-
 TEST_F(Zlog, AFileThatAnotherProcessIsRotatingIsNotRotatedTwice) {
   ASSERT_EQ(Init("*.* \"%E(ZLOG_TEST_DIR)/a\", 20 * 5\n"), 0);
   Log(zlog_get_category("app"), 11, "0");
   const int folder = ::open(folder_.c_str(), O_RDONLY | O_DIRECTORY);
   ASSERT_EQ(::flock(folder, LOCK_EX), 0);
-  const pid_t child = ::fork();
-  if (child == 0) {
+  const pid_t child = test::StartChild([&] {
     ::close(folder);  // else the lock would be the child's, too
     Log(zlog_get_category("app"), 11, "1");
-    ::_exit(0);
-  }
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds{20};
-  while (!WaitsForLock(child) && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
-  ASSERT_TRUE(WaitsForLock(child));
+    return 0;
+  });
+  ASSERT_TRUE(test::WaitUntilItWaitsForALock(child));
   fs::rename(folder_ / "a", folder_ / "a.0");  // as the other process does
   ::close(folder);
-  int status = -1;
-  ASSERT_EQ(::waitpid(child, &status, 0), child);
-  EXPECT_EQ(status, 0);
+  EXPECT_EQ(test::WaitFor(child), 0);
   EXPECT_THAT(Files(), ElementsAre(testing::Pair("a", "app LOG_INFO 1\n"), testing::Pair("a.0", "app LOG_INFO 0\n")));
 }
 
