@@ -244,13 +244,13 @@ TEST_F(StoreTest, PositionsFollowKeyOrderInAnyPattern) {
 
 TEST_F(StoreTest, ADamagedCountIsAnErrorAndNotZero) {
   CommitTree(*store_, {{"/tb:box/site{a}", ""}, {"/tb:box/weight{1}", ""}});
-  const Node& list = *store_->schema().FindPath("/tb:box/site");
+  const NodeId list = store_->schema().FindPath("/tb:box/site")->id;
   store_.reset();
   {
     const auto env = Environment::OpenForWriting({.path = dir_.path(), .durable = false}).value();
     TxnHandle txn = env->BeginWrite().value();
     InstanceKey instance;
-    MDB_val key = ToVal(instance.Count(list.id));
+    MDB_val key = ToVal(instance.Count(list));
     MDB_val data = ToVal("xyz");
     ASSERT_EQ(mdb_put(txn.get(), env->running, &key, &data, 0), 0);
     ASSERT_EQ(mdb_txn_commit(txn.release()), 0);
