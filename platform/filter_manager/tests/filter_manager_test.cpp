@@ -8,6 +8,7 @@
 
 #include "common/paths.h"
 #include "element.h"
+#include "temp_dir/temp_dir.h"
 
 bool operator==(const FmClientResource& a, const FmClientResource& b) {
   return a.client == b.client && a.stage == b.stage && a.kind == b.kind && a.count == b.count;
@@ -21,16 +22,12 @@ namespace fs = std::filesystem;
 class FilterManagerTest : public testing::Test {
  protected:
   void SetUp() override {
-    std::string name = (fs::temp_directory_path() / "fm-test-XXXXXX").string();
-    ASSERT_NE(::mkdtemp(name.data()), nullptr);
-    folder_ = name;
-    ::setenv(common::kStateDirVariable, name.c_str(), 1);
+    ::setenv(common::kStateDirVariable, folder_.c_str(), 1);
     ::unsetenv("IP_SPOOFING_ELEMENT_FILE");
   }
   void TearDown() override {
     ::unsetenv(common::kStateDirVariable);
     ::unsetenv("IP_SPOOFING_ELEMENT_FILE");
-    fs::remove_all(folder_);
   }
   void Write(const std::string& name, const std::string& text) const { std::ofstream{folder_ / name} << text; }
   static bool Installs() {
@@ -43,7 +40,8 @@ class FilterManagerTest : public testing::Test {
   static std::vector<FmClientResource> Resources(const std::string& client = "ip_spoofing") {
     return FilterManager::GetClientResourcesInformation(client);
   }
-  fs::path folder_;
+  const test::TempDir directory_;
+  const fs::path& folder_ = directory_.path();
 };
 
 /// First in the file: the library keeps its state for the life of the process.

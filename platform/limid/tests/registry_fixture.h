@@ -11,6 +11,7 @@
 #include "common/paths.h"
 #include "forked/forked.h"
 #include "limid.h"
+#include "temp_dir/temp_dir.h"
 
 using test::InChild;
 using test::StartChild;
@@ -19,18 +20,11 @@ using test::WaitFor;
 /// A process opens the registry once, so every body runs in a process of its own, on a state directory of the test's.
 class RegistryTest : public testing::Test {
  protected:
-  void SetUp() override {
-    std::string name = (std::filesystem::temp_directory_path() / "limid-test-XXXXXX").string();
-    ASSERT_NE(::mkdtemp(name.data()), nullptr);
-    folder_ = name;
-    ::setenv(common::kStateDirVariable, (folder_ / "state").c_str(), 1);
-  }
-  void TearDown() override {
-    ::unsetenv(common::kStateDirVariable);
-    std::filesystem::remove_all(folder_);
-  }
+  void SetUp() override { ::setenv(common::kStateDirVariable, (folder_ / "state").c_str(), 1); }
+  void TearDown() override { ::unsetenv(common::kStateDirVariable); }
 
-  std::filesystem::path folder_;
+  const test::TempDir directory_;
+  const std::filesystem::path& folder_ = directory_.path();
 };
 
 /// The id as one number; 0 for the zero id.

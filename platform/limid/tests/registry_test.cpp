@@ -10,6 +10,7 @@
 #include <string>
 
 #include "forked/forked.h"
+#include "temp_dir/temp_dir.h"
 
 namespace limid_impl {
 namespace {
@@ -20,13 +21,6 @@ constexpr size_t kRecord = 24;
 
 class RegistryFile : public testing::Test {
  protected:
-  void SetUp() override {
-    std::string name = (fs::temp_directory_path() / "registry-test-XXXXXX").string();
-    ASSERT_NE(::mkdtemp(name.data()), nullptr);
-    folder_ = name;
-  }
-  void TearDown() override { fs::remove_all(folder_); }
-
   [[nodiscard]] fs::path File() const { return folder_ / "names"; }
   [[nodiscard]] std::string Bytes() const {
     std::ostringstream text;
@@ -44,7 +38,8 @@ class RegistryFile : public testing::Test {
     const auto registry = MustOpen();
     for (const char* name : {"a", "b", "c"}) ASSERT_TRUE(registry->Intern(name));
   }
-  fs::path folder_;
+  const test::TempDir directory_;
+  const fs::path& folder_ = directory_.path();
 };
 
 TEST_F(RegistryFile, NumbersCountFromOneAndOutliveTheProcess) {

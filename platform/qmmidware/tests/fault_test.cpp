@@ -19,6 +19,7 @@
 #include "common/unique_fd.h"
 #include "forked/forked.h"
 #include "qmmw.h"
+#include "temp_dir/temp_dir.h"
 
 namespace {
 
@@ -30,16 +31,10 @@ namespace fs = std::filesystem;
 class Fault : public testing::Test {
  protected:
   void SetUp() override {
-    std::string name = (fs::temp_directory_path() / "fault-test-XXXXXX").string();
-    ASSERT_NE(::mkdtemp(name.data()), nullptr);
-    folder_ = name;
     ::setenv(common::kRunDirVariable, (folder_ / "run").c_str(), 1);
     ::unsetenv("JOURNAL_STREAM");
   }
-  void TearDown() override {
-    ::unsetenv(common::kRunDirVariable);
-    fs::remove_all(folder_);
-  }
+  void TearDown() override { ::unsetenv(common::kRunDirVariable); }
   /// The records of the fault file, in order; each line must be one whole JSON object.
   static std::vector<json> Records() {
     std::vector<json> records;
@@ -47,7 +42,8 @@ class Fault : public testing::Test {
     for (std::string line; std::getline(file, line);) records.push_back(json::parse(line));
     return records;
   }
-  fs::path folder_;
+  const test::TempDir directory_;
+  const fs::path& folder_ = directory_.path();
 };
 
 TEST_F(Fault, IsOneLineOnStandardErrorAndOneRecordInTheFile) {

@@ -12,6 +12,7 @@
 #include "common/paths.h"
 #include "forked/forked.h"
 #include "qmmw.h"
+#include "temp_dir/temp_dir.h"
 
 namespace {
 
@@ -45,16 +46,10 @@ void Trace(int level, const char* text) {
 class LogSetUp : public testing::Test {
  protected:
   void SetUp() override {
-    std::string name = (fs::temp_directory_path() / "log-test-XXXXXX").string();
-    ASSERT_NE(::mkdtemp(name.data()), nullptr);
-    folder_ = name;
-    ::setenv(common::kStateDirVariable, name.c_str(), 1);
+    ::setenv(common::kStateDirVariable, folder_.c_str(), 1);
     ::unsetenv("ZLOG_CONF_PATH");
   }
-  void TearDown() override {
-    ::unsetenv(common::kStateDirVariable);
-    fs::remove_all(folder_);
-  }
+  void TearDown() override { ::unsetenv(common::kStateDirVariable); }
   void WriteConfig(const std::string& name, const std::string& rules) const {
     std::ofstream{folder_ / name} << "[global]\ndefault format = \"" << name << " %c %V %m%n\"\n"
                                   << "[levels]\nLOG_DETAIL = 10\nLOG_INFO = 11\n[rules]\n"
@@ -74,7 +69,8 @@ class LogSetUp : public testing::Test {
   [[nodiscard]] std::string Out() const { return ReadFile(folder_ / "out"); }
   [[nodiscard]] std::string Err() const { return ReadFile(folder_ / "err"); }
 
-  fs::path folder_;
+  const test::TempDir directory_;
+  const fs::path& folder_ = directory_.path();
 };
 
 TEST_F(LogSetUp, TheEnvironmentsFileComesFirst) {

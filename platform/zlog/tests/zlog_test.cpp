@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "forked/forked.h"
+#include "temp_dir/temp_dir.h"
 
 namespace {
 
@@ -29,16 +30,8 @@ constexpr const char* kHead =
 
 class Zlog : public testing::Test {
  protected:
-  void SetUp() override {
-    std::string name = (fs::temp_directory_path() / "zlog-test-XXXXXX").string();
-    ASSERT_NE(::mkdtemp(name.data()), nullptr);
-    folder_ = name;
-    ::setenv("ZLOG_TEST_DIR", name.c_str(), 1);
-  }
-  void TearDown() override {
-    zlog_fini();
-    fs::remove_all(folder_);
-  }
+  void SetUp() override { ::setenv("ZLOG_TEST_DIR", folder_.c_str(), 1); }
+  void TearDown() override { zlog_fini(); }
   int Init(const std::string& rules) {
     std::ofstream{folder_ / "zlog.conf"} << kHead << rules;
     return zlog_init((folder_ / "zlog.conf").c_str());
@@ -60,7 +53,8 @@ class Zlog : public testing::Test {
   static void Log(zlog_category_t* category, int level, const std::string& text) {
     zlog(category, "src/file.cpp", 12, "Function", 8, 42, level, "%s", text.c_str());
   }
-  fs::path folder_;
+  const test::TempDir directory_;
+  const fs::path& folder_ = directory_.path();
 };
 
 TEST_F(Zlog, BeforeInitThereIsNoCategoryAndNothingIsEnabled) {
