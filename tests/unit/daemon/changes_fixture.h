@@ -2,6 +2,8 @@
 /// Fixture for tests of commits: the subscriptions are made, the interface point is 1 and the IPv4 point 2.
 #pragma once
 
+#include <functional>
+
 #include "daemon_fixture.h"
 
 namespace ip_spoofing_app {
@@ -54,6 +56,30 @@ class ChangesTest : public DaemonTest {
   static void PutBefore(const std::string& path) { fakes::TheCdb().Put(CDB_PRE_COMMIT_RUNNING, path); }
   static void PutBefore(const std::string& path, const std::string& value) {
     fakes::TheCdb().Put(CDB_PRE_COMMIT_RUNNING, path, value);
+  }
+};
+
+/// The changes of one commit at one point, and what the two passes leave of them.
+struct ChangesCase {
+  std::string name;
+  std::vector<fakes::Change> changes;
+  std::function<void()> prepare;
+  Lines deletes;
+  Lines creates;
+};
+
+class OnePointTest : public ChangesTest, public testing::WithParamInterface<ChangesCase> {
+ public:
+  using ChangesTest::Put;
+  using ChangesTest::PutBefore;
+
+ protected:
+  void ExpectTrace(int point) {
+    BuildSubscribed();
+    fakes::TheCdb().changes[point] = GetParam().changes;
+    GetParam().prepare();
+    EXPECT_EQ(Deliver({point}), Handled(Passes(point, GetParam().deletes, GetParam().creates)));
+    EXPECT_TRUE(fakes::TheCdb().sessions.empty());
   }
 };
 

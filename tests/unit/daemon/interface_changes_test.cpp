@@ -1,6 +1,5 @@
 // Interfaces created, deleted and changed by a commit: requests and log lines, pass by pass.
 #include <csignal>
-#include <functional>
 
 #include "changes_fixture.h"
 
@@ -21,29 +20,11 @@ std::string UpdateLog(const std::string& text) { return "log 10 UpdateAllowedIpA
 /// The session on the configuration before the commit, with what happens while it is open.
 Lines Before(const Lines& body) { return Join({{"open pre-commit"}, body, {"close pre-commit"}}); }
 
-struct IfaceCase {
-  std::string name;
-  std::vector<fakes::Change> changes;
-  std::function<void()> prepare;
-  Lines deletes;
-  Lines creates;
-};
+class IfaceChanges : public OnePointTest {};
 
-class IfaceChanges : public ChangesTest, public testing::WithParamInterface<IfaceCase> {
- public:
-  using ChangesTest::Put;
-  using ChangesTest::PutBefore;
-};
+TEST_P(IfaceChanges, LeaveThisTrace) { ExpectTrace(kIfacePoint); }
 
-TEST_P(IfaceChanges, LeaveThisTrace) {
-  BuildSubscribed();
-  fakes::TheCdb().changes[kIfacePoint] = GetParam().changes;
-  GetParam().prepare();
-  EXPECT_EQ(Deliver({kIfacePoint}), Handled(Passes(kIfacePoint, GetParam().deletes, GetParam().creates)));
-  EXPECT_TRUE(fakes::TheCdb().sessions.empty());
-}
-
-const IfaceCase kRequests[] = {
+const ChangesCase kRequests[] = {
     {"NothingChanged", {}, [] {}, {}, {}},
     {"CreatedWithoutAllowAll",
      {{MOP_CREATED, Iface("eth3")}},

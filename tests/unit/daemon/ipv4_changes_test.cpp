@@ -1,5 +1,4 @@
 // Allowed IPv4 entries created, deleted and changed by a commit.
-#include <functional>
 
 #include "changes_fixture.h"
 
@@ -17,31 +16,13 @@ std::string Called(int kplen, int op, const std::string& name) {
 std::string Called(int op) { return Called(7, op, "eth3"); }
 std::string RemovalLog(const std::string& text) { return "log 10 DeleteEntireAllowedIpIpv4List: " + text; }
 
-struct Ipv4Case {
-  std::string name;
-  std::vector<fakes::Change> changes;
-  std::function<void()> prepare;
-  Lines deletes;
-  Lines creates;
-};
+class Ipv4Changes : public OnePointTest {};
 
-class Ipv4Changes : public ChangesTest, public testing::WithParamInterface<Ipv4Case> {
- public:
-  using ChangesTest::Put;
-  using ChangesTest::PutBefore;
-};
-
-TEST_P(Ipv4Changes, LeaveThisTrace) {
-  BuildSubscribed();
-  fakes::TheCdb().changes[kIpv4Point] = GetParam().changes;
-  GetParam().prepare();
-  EXPECT_EQ(Deliver({kIpv4Point}), Handled(Passes(kIpv4Point, GetParam().deletes, GetParam().creates)));
-  EXPECT_TRUE(fakes::TheCdb().sessions.empty());
-}
+TEST_P(Ipv4Changes, LeaveThisTrace) { ExpectTrace(kIpv4Point); }
 
 const std::string kZeroMac = " mac 00:00:00:00:00:00";
 
-const Ipv4Case kCases[] = {
+const ChangesCase kCases[] = {
     {"NothingChanged", {}, [] {}, {}, {}},
     {"AddedWithoutMac",
      {{MOP_CREATED, kEntry}},
