@@ -109,9 +109,9 @@ TEST_P(Metrics, TellOfEveryFrameAndBatch) {
               : Lines{};
   EXPECT_EQ(frames, expected_frames);
 
+  const std::string responding = "0 when the manager was too busy to be asked; there are no other metrics then";
   Lines expected{
-      "# HELP ip_spoofing_manager_responding 0 when the manager was too busy to be asked; there are no other metrics "
-      "then",
+      "# HELP ip_spoofing_manager_responding " + responding,
       "# TYPE ip_spoofing_manager_responding gauge",
       "ip_spoofing_manager_responding 1",
       "# HELP ip_spoofing_build_info The manager's version and dataplane; always 1",

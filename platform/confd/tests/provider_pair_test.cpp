@@ -101,7 +101,7 @@ TEST_P(ProviderPair, IsServedLikeThis) {
   for (const bool object : {true, false}) {
     if (kept_ == nullptr) continue;
     const int result = object ? AnswerObject() : AnswerKey(delayed_key_);
-    if (result == CONFD_OK) trace_.push_back("later");
+    if (result == CONFD_OK) trace_.emplace_back("later");
     TracePackets();
   }
   EXPECT_EQ(trace_, GetParam().trace);

@@ -37,7 +37,7 @@ class Conversation final {
     return said;
   }
   /// Sends the answers of "> ANSWER, ANSWER" in one packet.
-  void Say(std::string answers) {
+  void Say(const std::string& answers) {
     confd_wire::PacketOfSeveral packet;
     for (size_t at = 2; at < answers.size();) {
       const size_t end = std::min(answers.find(", ", at), answers.size());

@@ -22,7 +22,6 @@
 namespace {
 
 using ip_spoofing_mgr::AllowedIpEntry;
-using ip_spoofing_mgr::IpSpoofingPreventionMgrClient;
 
 std::string NameOf(const limid_t& limid) {
   std::array<char, 64> name{};

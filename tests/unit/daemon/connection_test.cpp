@@ -119,8 +119,8 @@ INSTANTIATE_TEST_SUITE_P(
                    "log 10 LoadConfDCfg: Received new configuration. Loading config...",
                    "log 10 LoadConfdIpSpoofAllowedIfaces: Enable anti-ip-spoofing for: eth1",
                    "SendIpSpoofing eth1 true",
-                   "log 10 LoadConfdIpSpoofAllowedIpIPv4: There is no allowed-ip ipv4 rules for path: "
-                   "/config/anti-ip-spoofing/interface{\"eth1\"}/allowed-ip/ipv4 ",
+                   std::string{"log 10 LoadConfdIpSpoofAllowedIpIPv4: There is no allowed-ip ipv4 rules for path: "} +
+                       "/config/anti-ip-spoofing/interface{\"eth1\"}/allowed-ip/ipv4 ",
                    "log 11 LoadConfdIpSpoofAllowedIpAll: sending allowedAll[ALL] for[eth1]", "SendAllowedIpAll eth1 3",
                    "log 11 LoadConfDCfg: All LoadConfDCfg executed successfully!", "close running", kInLoop}})},
         ConnectCase{"RefusedRegistrationInTheLoopDoesNotMatter",

@@ -133,9 +133,9 @@ AllowedIpStatusEntry FullRow(uint32_t type, uint32_t family) {
   row.all_vlan = 11;
   row.flag = 1;
   row.family = family;
-  for (uint8_t i = 0; i < sizeof row.address; ++i) row.address[i] = static_cast<uint8_t>(0x20 + i);
+  for (size_t i = 0; i < sizeof row.address; ++i) row.address[i] = static_cast<uint8_t>(0x20 + i);
   row.vlan = 22;
-  for (uint8_t i = 0; i < sizeof row.mac; ++i) row.mac[i] = static_cast<uint8_t>(i + 1);
+  for (size_t i = 0; i < sizeof row.mac; ++i) row.mac[i] = static_cast<uint8_t>(i + 1);
   row.limid = limid_t{{0, 1}};
   row.state = 1;
   return row;
