@@ -54,7 +54,8 @@ Request Remove(const std::string& port, uint16_t vlan, uint32_t source_be) {
   return AboutEntry(port, wire::RequestKind::kRemove, vlan, source_be);
 }
 
-ManagerUnderTest::ManagerUnderTest(std::string dataplane) : dataplane_{std::move(dataplane)} {
+ManagerUnderTest::ManagerUnderTest(std::string dataplane)
+    : dataplane_{std::move(dataplane)}, executable_{MANAGER_EXECUTABLE} {
   char dir[] = "/tmp/manager-test-XXXXXX";
   if (mkdtemp(dir) == nullptr) std::abort();
   root_ = dir;
@@ -71,7 +72,19 @@ ManagerUnderTest::~ManagerUnderTest() {
   std::filesystem::remove_all(root_, ignored);
 }
 
+/// Where this was built nobody but its owner may be able to look, as below root's own directory.
+void ManagerUnderTest::CopyProgram() {
+  const std::filesystem::path program = root_ + "/program";
+  std::filesystem::create_directory(program);
+  for (const char* file : {MANAGER_EXECUTABLE, MANAGER_LIBRARY}) {
+    std::filesystem::copy(file, program, std::filesystem::copy_options::overwrite_existing);
+  }
+  executable_ = program / std::filesystem::path{MANAGER_EXECUTABLE}.filename();
+  environment_ = {{"LD_LIBRARY_PATH", program}};
+}
+
 void ManagerUnderTest::BecomeUser(const std::vector<std::string>& capabilities) {
+  CopyProgram();
   std::string set = "-all";
   for (const std::string& capability : capabilities) set += ",+" + capability;
   const std::string user{kUser};
@@ -81,10 +94,10 @@ void ManagerUnderTest::BecomeUser(const std::vector<std::string>& capabilities) 
 
 void ManagerUnderTest::Launch(const std::vector<std::string>& options) {
   std::vector<std::string> command = starter_;
-  command.insert(command.end(), {MANAGER_EXECUTABLE, "--dataplane", dataplane_});
+  command.insert(command.end(), {executable_, "--dataplane", dataplane_});
   command.insert(command.end(), options.begin(), options.end());
   socket_.reset();
-  process_ = std::make_unique<test::ChildProcess>(command, test::ChildProcess::Environment{}, root_ + "/manager");
+  process_ = std::make_unique<test::ChildProcess>(command, environment_, root_ + "/manager");
 }
 
 int ManagerUnderTest::Run(const std::vector<std::string>& options) {

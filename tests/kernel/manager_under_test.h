@@ -54,6 +54,7 @@ class ManagerUnderTest final {
   [[nodiscard]] bool WaitForPorts(const std::string& text) const;
 
  private:
+  void CopyProgram();
   void Launch(const std::vector<std::string>& options);
   [[nodiscard]] bool Connect();
   [[nodiscard]] bool SendFrame(ip_spoofing_mgr::wire::FrameType type, const std::string& payload);
@@ -61,6 +62,8 @@ class ManagerUnderTest final {
 
   std::string dataplane_;
   std::vector<std::string> starter_;
+  std::string executable_;
+  test::ChildProcess::Environment environment_;
   std::string root_;
   std::unique_ptr<test::ChildProcess> process_;
   common::UniqueFd socket_;
