@@ -7,8 +7,8 @@
 #include "cdb_store/path.h"
 #include "cdb_store/store_writer.h"
 #include "cdb_store_testing/models.h"
-#include "cdb_store_testing/temp_dir.h"
 #include "cdb_store_testing/tree.h"
+#include "temp_dir/temp_dir.h"
 
 namespace cdb_store {
 namespace {
@@ -41,7 +41,7 @@ struct TriggerCase {
 class Trigger : public ::testing::TestWithParam<TriggerCase> {};
 
 TEST_P(Trigger, FollowsWhatIsAtBelowAndAbove) {
-  const testing::TempDir dir;
+  const test::TempDir dir;
   auto store = StoreWriter::Open({.path = dir.path(), .durable = false}, testing::BoxSchema(), "server").value();
   testing::CommitTree(*store, {{"/tb:box/name", "one"},
                                {"/tb:box/clock/zone", "z"},

@@ -10,9 +10,9 @@
 #include "cdb_store/schema_builder.h"
 #include "cdb_store/store_writer.h"
 #include "cdb_store_testing/models.h"
-#include "cdb_store_testing/temp_dir.h"
 #include "cdb_store_testing/tree.h"
 #include "forked/forked.h"
+#include "temp_dir/temp_dir.h"
 
 namespace cdb_store {
 namespace {
@@ -46,7 +46,7 @@ class EnvironmentTest : public ::testing::Test {
     EXPECT_EQ(ReadFile(data_), before);
   }
 
-  testing::TempDir dir_;
+  test::TempDir dir_;
   const std::string data_ = dir_.path() + "/data.mdb";
 };
 

@@ -11,9 +11,9 @@
 
 #include "cdb_store/schema_builder.h"
 #include "cdb_store/store_writer.h"
-#include "cdb_store_testing/temp_dir.h"
 #include "cdb_store_testing/tree.h"
 #include "forked/forked.h"
+#include "temp_dir/temp_dir.h"
 
 namespace {
 
@@ -105,7 +105,7 @@ TEST_P(MigrationCrash, LeavesTheOldOrTheNewAtEveryWrite) {
   int old_stores = 0;
   int ended_at = -1;
   for (int at = 0; at < 1000; ++at) {
-    const testing::TempDir dir;
+    const test::TempDir dir;
     const std::vector<std::string> before = Fill(dir.path());
     const int status = MigrateWithFault(dir.path(), at, GetParam());
     if (status == 0) {

@@ -8,8 +8,8 @@
 #include "cdb_store/schema_builder.h"
 #include "cdb_store/store_writer.h"
 #include "cdb_store_testing/models.h"
-#include "cdb_store_testing/temp_dir.h"
 #include "cdb_store_testing/tree.h"
+#include "temp_dir/temp_dir.h"
 
 namespace cdb_store {
 namespace {
@@ -67,7 +67,7 @@ struct MigrationCase {
 class Migration : public ::testing::TestWithParam<MigrationCase> {};
 
 TEST_P(Migration, CarriesTheRowsOverOrLeavesThem) {
-  const testing::TempDir dir;
+  const test::TempDir dir;
   std::vector<std::string> before;
   Txid txid;
   {
@@ -152,7 +152,7 @@ class FirstFormat : public ::testing::Test {
     return StoreWriter::Open({.path = dir_.path(), .durable = false}, Build({}), "server");
   }
 
-  testing::TempDir dir_;
+  test::TempDir dir_;
   Txid txid_;
   std::vector<std::string> before_;
 };
@@ -218,13 +218,13 @@ TEST_F(ChecksModel, WhatTheModelRefusesIsLeftAsItIs) {
 }
 
 TEST_F(ChecksModel, AnEmptyStoreIsNotAsked) {
-  const testing::TempDir fresh;
+  const test::TempDir fresh;
   const auto allows = [](const View&) -> common::Status { return common::Error{"", "/", "asked"}; };
   EXPECT_TRUE(StoreWriter::Open({.path = fresh.path(), .durable = false}, Build({}), "server", {"1", allows}).ok());
 }
 
 TEST(MigrationOfAReader, AReaderWithTheOldModelIsTold) {
-  const testing::TempDir dir;
+  const test::TempDir dir;
   const auto open_once = [&](const Version& version) {
     return StoreWriter::Open({.path = dir.path(), .durable = false}, Build(version), "server").ok();
   };

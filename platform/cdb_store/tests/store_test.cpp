@@ -7,8 +7,8 @@
 #include "cdb_store/store_reader.h"
 #include "cdb_store/store_writer.h"
 #include "cdb_store_testing/models.h"
-#include "cdb_store_testing/temp_dir.h"
 #include "cdb_store_testing/tree.h"
+#include "temp_dir/temp_dir.h"
 
 namespace cdb_store {
 namespace {
@@ -59,7 +59,7 @@ class StoreTest : public ::testing::Test {
     return snapshot->Running().Count(*at.node, at.keys);
   }
 
-  testing::TempDir dir_;
+  test::TempDir dir_;
   std::unique_ptr<StoreWriter> store_;
 };
 

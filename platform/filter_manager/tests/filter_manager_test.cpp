@@ -41,7 +41,7 @@ class FilterManagerTest : public testing::Test {
     return FilterManager::GetClientResourcesInformation(client);
   }
   const test::TempDir directory_;
-  const fs::path& folder_ = directory_.path();
+  const fs::path folder_ = directory_.path();
 };
 
 /// First in the file: the library keeps its state for the life of the process.

@@ -24,7 +24,7 @@ class RegistryTest : public testing::Test {
   void TearDown() override { ::unsetenv(common::kStateDirVariable); }
 
   const test::TempDir directory_;
-  const std::filesystem::path& folder_ = directory_.path();
+  const std::filesystem::path folder_ = directory_.path();
 };
 
 /// The id as one number; 0 for the zero id.

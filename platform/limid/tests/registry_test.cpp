@@ -39,7 +39,7 @@ class RegistryFile : public testing::Test {
     for (const char* name : {"a", "b", "c"}) ASSERT_TRUE(registry->Intern(name));
   }
   const test::TempDir directory_;
-  const fs::path& folder_ = directory_.path();
+  const fs::path folder_ = directory_.path();
 };
 
 TEST_F(RegistryFile, NumbersCountFromOneAndOutliveTheProcess) {

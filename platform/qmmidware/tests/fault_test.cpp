@@ -43,7 +43,7 @@ class Fault : public testing::Test {
     return records;
   }
   const test::TempDir directory_;
-  const fs::path& folder_ = directory_.path();
+  const fs::path folder_ = directory_.path();
 };
 
 TEST_F(Fault, IsOneLineOnStandardErrorAndOneRecordInTheFile) {

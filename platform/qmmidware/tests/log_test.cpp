@@ -70,7 +70,7 @@ class LogSetUp : public testing::Test {
   [[nodiscard]] std::string Err() const { return ReadFile(folder_ / "err"); }
 
   const test::TempDir directory_;
-  const fs::path& folder_ = directory_.path();
+  const fs::path folder_ = directory_.path();
 };
 
 TEST_F(LogSetUp, TheEnvironmentsFileComesFirst) {

@@ -54,7 +54,7 @@ class Zlog : public testing::Test {
     zlog(category, "src/file.cpp", 12, "Function", 8, 42, level, "%s", text.c_str());
   }
   const test::TempDir directory_;
-  const fs::path& folder_ = directory_.path();
+  const fs::path folder_ = directory_.path();
 };
 
 TEST_F(Zlog, BeforeInitThereIsNoCategoryAndNothingIsEnabled) {

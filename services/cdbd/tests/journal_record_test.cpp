@@ -20,6 +20,15 @@ std::string Text(const std::optional<CommitSummary::Value>& value) {
   return value ? "'" + value->text + "'" + (value->cut ? " cut" : "") : "-";
 }
 
+void ExpectHead(const JournalEntry& entry, uint64_t txid, const std::string& comment) {
+  EXPECT_EQ(entry.txid, txid);
+  EXPECT_EQ(entry.time, kTime);
+  EXPECT_EQ(entry.user, "admin");
+  EXPECT_EQ(entry.session, 7U);
+  EXPECT_EQ(entry.comment, comment);
+  EXPECT_EQ(entry.fingerprint, 99U);
+}
+
 class JournalRecord : public testing::Test {
  protected:
   /// Makes the edit inside the shop and notes it, with what `entry` says about it.
@@ -89,12 +98,7 @@ TEST_F(JournalRecord, KeepsWhoWhenAndWhy) {
   Commit(Goods(1), entry);
   const std::vector<JournalEntry> entries = journal::Read(*fixture.store);
   ASSERT_EQ(entries.size(), 1U);
-  EXPECT_EQ(entries[0].txid, 1U);
-  EXPECT_EQ(entries[0].time, kTime);
-  EXPECT_EQ(entries[0].user, "admin");
-  EXPECT_EQ(entries[0].session, 7U);
-  EXPECT_EQ(entries[0].comment, "ticket 4711");
-  EXPECT_EQ(entries[0].fingerprint, 99U);
+  ExpectHead(entries[0], 1, "ticket 4711");
   EXPECT_EQ(entries[0].summary.created, 1U);
 }
 
@@ -159,12 +163,7 @@ TEST_F(JournalRecord, OfTheFirstLayoutIsRead) {
 
   const std::vector<JournalEntry> entries = journal::Read(*fixture.store);
   ASSERT_EQ(entries.size(), 2U) << "and the damaged one is passed over";
-  EXPECT_EQ(entries[0].txid, 2U);
-  EXPECT_EQ(entries[0].time, kTime);
-  EXPECT_EQ(entries[0].user, "admin");
-  EXPECT_EQ(entries[0].session, 7U);
-  EXPECT_EQ(entries[0].comment, "");
-  EXPECT_EQ(entries[0].fingerprint, 99U);
+  ExpectHead(entries[0], 2, "");
   EXPECT_EQ(entries[0].summary.created, 3U);
   EXPECT_EQ(entries[0].summary.modified, 2U);
   EXPECT_EQ(entries[0].summary.deleted, 1U);

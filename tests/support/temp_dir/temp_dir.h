@@ -9,10 +9,8 @@ namespace test {
 /// A new directory, removed with everything in it.
 class TempDir final {
  public:
-  TempDir() {
-    std::string name = (std::filesystem::temp_directory_path() / "ip-spoofing-test-XXXXXX").string();
-    if (::mkdtemp(name.data()) == nullptr) std::abort();
-    path_ = name;
+  TempDir() : path_{(std::filesystem::temp_directory_path() / "ip-spoofing-test-XXXXXX").string()} {
+    if (::mkdtemp(path_.data()) == nullptr) std::abort();
   }
   ~TempDir() {
     std::error_code ignored;
@@ -20,10 +18,10 @@ class TempDir final {
   }
   TempDir(const TempDir&) = delete;
   TempDir& operator=(const TempDir&) = delete;
-  [[nodiscard]] const std::filesystem::path& path() const noexcept { return path_; }
+  [[nodiscard]] const std::string& path() const noexcept { return path_; }
 
  private:
-  std::filesystem::path path_;
+  std::string path_;
 };
 
 }  // namespace test

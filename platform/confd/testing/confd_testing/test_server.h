@@ -12,9 +12,9 @@
 #include <vector>
 
 #include "cdb_store/schema.h"
-#include "cdb_store_testing/temp_dir.h"
 #include "common/unique_fd.h"
 #include "confd_wire/codec.h"
+#include "temp_dir/temp_dir.h"
 
 /// A server for tests of the client library: a process of its own that owns a store, answers hello, subscribe and
 /// register by itself, and leaves everything else to the test, which sends and receives packets through it.
@@ -91,7 +91,7 @@ class TestServer final {
   void Keep(std::string_view received);
 
   cdb_store::Schema schema_;
-  cdb_store::testing::TempDir dir_;
+  test::TempDir dir_;
   common::UniqueFd control_;
   pid_t pid_ = -1;
   std::deque<Packet> packets_;

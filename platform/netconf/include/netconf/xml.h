@@ -98,6 +98,9 @@ class OpenElement final {
 
 /// Appends an element that holds `text`, escaped.
 void AppendTextElement(std::string_view name, std::string_view attributes, std::string_view text, std::string* out);
+inline void AppendTextElement(std::string_view name, std::string_view text, std::string* out) {
+  AppendTextElement(name, {}, text, out);
+}
 
 /// Appends `element` as XML that stands for itself: every namespace in use is declared in it.
 void AppendXml(const XmlElement& element, std::string* out);

@@ -6,7 +6,7 @@ namespace cdbd {
 namespace {
 
 void AppendLeaf(const char* name, const std::string& text, std::string* out) {
-  if (!text.empty()) netconf::AppendTextElement(name, {}, text, out);
+  if (!text.empty()) netconf::AppendTextElement(name, text, out);
 }
 
 }  // namespace

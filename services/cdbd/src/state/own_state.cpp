@@ -9,12 +9,10 @@
 namespace cdbd {
 namespace {
 
+using netconf::AppendTextElement;
+
 constexpr const char* kMonitoringNs = "urn:ietf:params:xml:ns:yang:ietf-netconf-monitoring";
 constexpr const char* kLibraryNs = "urn:ietf:params:xml:ns:yang:ietf-yang-library";
-
-void Leaf(const char* name, std::string_view text, std::string* out) {
-  netconf::AppendTextElement(name, {}, text, out);
-}
 
 /// libyang says in which local file it found each module; that is nobody's business.
 void RemoveLocations(lyd_node* first) {
@@ -49,11 +47,11 @@ void WriteSchemas(const Model& model, std::string* out) {
   uint32_t index = 0;
   while (const lys_module* module = ly_ctx_get_module_iter(model.context(), &index)) {
     out->append("<schema>");
-    Leaf("identifier", module->name, out);
-    Leaf("version", module->revision != nullptr ? module->revision : "", out);
-    Leaf("format", "yang", out);
-    Leaf("namespace", module->ns, out);
-    Leaf("location", "NETCONF", out);
+    AppendTextElement("identifier", module->name, out);
+    AppendTextElement("version", module->revision != nullptr ? module->revision : "", out);
+    AppendTextElement("format", "yang", out);
+    AppendTextElement("namespace", module->ns, out);
+    AppendTextElement("location", "NETCONF", out);
     out->append("</schema>");
   }
   out->append("</schemas>");
@@ -63,14 +61,14 @@ void WriteSessions(const NetconfServer& server, std::string* out) {
   out->append("<sessions>");
   for (const SessionInfo& session : server.Sessions()) {
     out->append("<session>");
-    Leaf("session-id", std::to_string(session.id), out);
+    AppendTextElement("session-id", std::to_string(session.id), out);
     out->append("<transport xmlns:cdbm=\"").append(kMonitorNs).append("\">cdbm:netconf-local</transport>");
-    Leaf("username", session.user, out);
-    Leaf("login-time", DateAndTime(session.login), out);
-    Leaf("in-rpcs", std::to_string(session.in_rpcs), out);
-    Leaf("in-bad-rpcs", std::to_string(session.in_bad_rpcs), out);
-    Leaf("out-rpc-errors", std::to_string(session.out_rpc_errors), out);
-    Leaf("out-notifications", "0", out);
+    AppendTextElement("username", session.user, out);
+    AppendTextElement("login-time", DateAndTime(session.login), out);
+    AppendTextElement("in-rpcs", std::to_string(session.in_rpcs), out);
+    AppendTextElement("in-bad-rpcs", std::to_string(session.in_bad_rpcs), out);
+    AppendTextElement("out-rpc-errors", std::to_string(session.out_rpc_errors), out);
+    AppendTextElement("out-notifications", "0", out);
     out->append("</session>");
   }
   out->append("</sessions>");
@@ -78,25 +76,25 @@ void WriteSessions(const NetconfServer& server, std::string* out) {
 
 void WriteStatistics(const NetconfStatistics& statistics, std::string* out) {
   out->append("<statistics>");
-  Leaf("netconf-start-time", DateAndTime(statistics.start), out);
-  Leaf("in-bad-hellos", std::to_string(statistics.in_bad_hellos), out);
-  Leaf("in-sessions", std::to_string(statistics.in_sessions), out);
-  Leaf("dropped-sessions", std::to_string(statistics.dropped_sessions), out);
-  Leaf("in-rpcs", std::to_string(statistics.in_rpcs), out);
-  Leaf("in-bad-rpcs", std::to_string(statistics.in_bad_rpcs), out);
-  Leaf("out-rpc-errors", std::to_string(statistics.out_rpc_errors), out);
-  Leaf("out-notifications", "0", out);
+  AppendTextElement("netconf-start-time", DateAndTime(statistics.start), out);
+  AppendTextElement("in-bad-hellos", std::to_string(statistics.in_bad_hellos), out);
+  AppendTextElement("in-sessions", std::to_string(statistics.in_sessions), out);
+  AppendTextElement("dropped-sessions", std::to_string(statistics.dropped_sessions), out);
+  AppendTextElement("in-rpcs", std::to_string(statistics.in_rpcs), out);
+  AppendTextElement("in-bad-rpcs", std::to_string(statistics.in_bad_rpcs), out);
+  AppendTextElement("out-rpc-errors", std::to_string(statistics.out_rpc_errors), out);
+  AppendTextElement("out-notifications", "0", out);
   out->append("</statistics>");
 }
 
 void WriteMonitoring(const Core& core, std::string* out) {
   out->append("<netconf-state xmlns=\"").append(kMonitoringNs).append("\"><capabilities>");
-  for (const std::string& capability : core.netconf->capabilities()) Leaf("capability", capability, out);
+  for (const std::string& capability : core.netconf->capabilities()) AppendTextElement("capability", capability, out);
   out->append("</capabilities><datastores><datastore><name>running</name>");
   if (core.lock) {
     out->append("<locks><global-lock>");
-    Leaf("locked-by-session", std::to_string(core.lock->session), out);
-    Leaf("locked-time", DateAndTime(core.lock->since), out);
+    AppendTextElement("locked-by-session", std::to_string(core.lock->session), out);
+    AppendTextElement("locked-time", DateAndTime(core.lock->since), out);
     out->append("</global-lock></locks>");
   }
   out->append("</datastore></datastores>");
