@@ -2,8 +2,8 @@
 # Starts an element on this machine and shows it at work: see usage below.
 set -euo pipefail
 cd "$(dirname "$0")"
-. packaging/functions.sh
-. packaging/element.sh
+. tools/functions.sh
+. tools/element.sh
 
 usage() {
   cat <<'END'
@@ -33,7 +33,7 @@ while [ $# -gt 0 ]; do
 done
 
 if [ -z "${IP_SPOOFING_OWN_NETWORK:-}" ]; then
-  require_packages packaging/debian-packages.txt
+  require_packages tools/debian-packages.txt
   build_preset release >&2
   cmake --install build/release --prefix build/installed >/dev/null
   # The rest runs in namespaces that end with it, where there are any to be had.

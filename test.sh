@@ -2,7 +2,7 @@
 # Sets up, builds and tests everything: see usage below.
 set -euo pipefail
 cd "$(dirname "$0")"
-. packaging/functions.sh
+. tools/functions.sh
 
 usage() {
   cat <<'END'
@@ -43,17 +43,17 @@ run_tests() {
   ctest --preset "$1" -j "$(nproc)" --no-tests=error "${ctest_args[@]}"
 }
 
-require_packages packaging/debian-packages.txt
+require_packages tools/debian-packages.txt
 previous=
 for step in "${steps[@]}"; do
   # Said of the step before, so that the last thing printed is CTest's summary.
   [ -z "$previous" ] || say "$previous passed after $SECONDS s"
   previous=$step
   case $step in
-    format) packaging/check-format ;;
+    format) tools/check-format ;;
     tidy | tidy-all)
       [ -f build/dev/build.ninja ] || build_preset dev
-      packaging/check-tidy build/dev "${step/tidy-all/--all}"
+      tools/check-tidy build/dev "${step/tidy-all/--all}"
       ;;
     clang) build_preset tidy ;;
     *) run_tests "$step" ;;

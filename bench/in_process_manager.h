@@ -6,16 +6,16 @@
 #include <utility>
 #include <vector>
 
-#include "client_server.h"
+#include "clients/client_server.h"
 #include "common/event_loop.h"
 #include "common/paths.h"
 #include "common/unix_socket.h"
 #include "dataplane/dataplanes.h"
-#include "engine.h"
+#include "engine/engine.h"
 #include "harness.h"
-#include "limid_names.h"
-#include "link_watcher.h"
-#include "table.h"
+#include "interfaces/limid_names.h"
+#include "interfaces/link_watcher.h"
+#include "table/table.h"
 
 namespace bench {
 

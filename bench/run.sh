@@ -3,9 +3,9 @@
 # Usage: bench/run.sh [NAME...], e.g. bench/run.sh load commit
 set -euo pipefail
 cd "$(dirname "$0")/.."
-. packaging/functions.sh
+. tools/functions.sh
 
-require_packages packaging/debian-packages.txt
+require_packages tools/debian-packages.txt
 build_preset bench benchmarks >&2
 [ $# -gt 0 ] || set -- load commit status dataplane ports
 status=0

@@ -5,12 +5,12 @@
 #include <memory>
 #include <optional>
 
-#include "client_server.h"
-#include "commands.h"
+#include "clients/client_server.h"
 #include "common/unix_socket.h"
-#include "control_server.h"
+#include "control/commands.h"
+#include "control/control_server.h"
 #include "dataplane/memory_dataplane.h"
-#include "engine.h"
+#include "engine/engine.h"
 #include "require.h"
 
 namespace {

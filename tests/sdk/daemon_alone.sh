@@ -5,10 +5,10 @@ set -euo pipefail
 source_dir=$1
 build_dir=$2
 shift 2
-# shellcheck source=packaging/functions.sh
-. "$source_dir/packaging/functions.sh"
-# shellcheck source=packaging/element.sh
-. "$source_dir/packaging/element.sh"
+# shellcheck source=tools/functions.sh
+. "$source_dir/tools/functions.sh"
+# shellcheck source=tools/element.sh
+. "$source_dir/tools/element.sh"
 
 dir=$(mktemp -d)
 clean_up() {

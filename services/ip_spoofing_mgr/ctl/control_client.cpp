@@ -5,7 +5,7 @@
 
 #include "common/paths.h"
 #include "common/unix_socket.h"
-#include "control_wire.h"
+#include "control/control_wire.h"
 #include "ip_spoofing_mgr_wire/connection.h"
 
 namespace mgr {

@@ -11,20 +11,20 @@
 #include <utility>
 #include <vector>
 
-#include "client_server.h"
-#include "commands.h"
+#include "clients/client_server.h"
 #include "common/paths.h"
 #include "common/unix_socket.h"
-#include "control_server.h"
+#include "control/commands.h"
+#include "control/control_server.h"
+#include "control/status.h"
 #include "dataplane/dataplanes.h"
-#include "engine.h"
-#include "limid_names.h"
-#include "link_watcher.h"
-#include "metrics.h"
-#include "metrics_server.h"
-#include "other_planes.h"
-#include "status.h"
-#include "table.h"
+#include "engine/engine.h"
+#include "engine/other_planes.h"
+#include "interfaces/limid_names.h"
+#include "interfaces/link_watcher.h"
+#include "metrics/metrics.h"
+#include "metrics/metrics_server.h"
+#include "table/table.h"
 
 namespace mgr {
 namespace {

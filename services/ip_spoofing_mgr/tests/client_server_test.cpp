@@ -1,5 +1,5 @@
 // The clients' socket, frame by frame: who is let in, what is acknowledged, what ends a connection.
-#include "client_server.h"
+#include "clients/client_server.h"
 
 #include <gmock/gmock.h>
 #include <sys/socket.h>

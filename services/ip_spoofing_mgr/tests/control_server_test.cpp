@@ -1,5 +1,5 @@
 // The operators' socket, frame by frame.
-#include "control_server.h"
+#include "control/control_server.h"
 
 #include <gmock/gmock.h>
 #include <unistd.h>

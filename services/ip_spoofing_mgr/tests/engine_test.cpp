@@ -1,4 +1,4 @@
-#include "engine.h"
+#include "engine/engine.h"
 
 #include <arpa/inet.h>
 #include <gmock/gmock.h>

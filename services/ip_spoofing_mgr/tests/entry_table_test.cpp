@@ -1,5 +1,5 @@
 // The table of entries against std::map, on keys that stand close together and on keys that do not.
-#include "entry_table.h"
+#include "table/entry_table.h"
 
 #include <arpa/inet.h>
 #include <gmock/gmock.h>

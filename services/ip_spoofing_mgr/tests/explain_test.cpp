@@ -1,4 +1,4 @@
-#include "explain.h"
+#include "control/explain.h"
 
 #include <gtest/gtest.h>
 

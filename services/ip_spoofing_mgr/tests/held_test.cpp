@@ -1,6 +1,6 @@
 #include <gmock/gmock.h>
 
-#include "engine.h"
+#include "engine/engine.h"
 #include "support.h"
 
 /// The engine beside filters of an earlier manager that its dataplane cannot read.

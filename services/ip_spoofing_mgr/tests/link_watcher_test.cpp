@@ -1,5 +1,5 @@
 // Interfaces of a network namespace of the test's own.
-#include "link_watcher.h"
+#include "interfaces/link_watcher.h"
 
 #include <gmock/gmock.h>
 

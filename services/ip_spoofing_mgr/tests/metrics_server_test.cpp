@@ -1,4 +1,4 @@
-#include "metrics_server.h"
+#include "metrics/metrics_server.h"
 
 #include <gmock/gmock.h>
 

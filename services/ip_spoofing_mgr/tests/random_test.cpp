@@ -6,8 +6,8 @@
 #include <map>
 #include <random>
 
+#include "control/text.h"
 #include "support.h"
-#include "text.h"
 
 namespace mgr::test {
 namespace {

@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "text.h"
+#include "control/text.h"
 
 namespace mgr::test {
 namespace {

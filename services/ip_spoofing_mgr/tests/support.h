@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "control/status.h"
 #include "dataplane/memory_dataplane.h"
-#include "engine.h"
-#include "status.h"
+#include "engine/engine.h"
 
 namespace mgr::test {
 

@@ -4,7 +4,7 @@
 
 #include "common/paths.h"
 #include "edit/stored_check.h"
-#include "netconf/server.h"
+#include "northbound/server.h"
 #include "ops/operations.h"
 #include "programs/program_server.h"
 #include "state/database_state.h"

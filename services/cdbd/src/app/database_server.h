@@ -8,7 +8,7 @@
 #include "common/event_loop.h"
 #include "common/result.h"
 #include "model/model.h"
-#include "netconf/session.h"
+#include "northbound/session.h"
 
 namespace cdbd {
 

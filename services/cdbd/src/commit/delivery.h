@@ -3,7 +3,7 @@
 #include <functional>
 
 #include "cdb_store/store_writer.h"
-#include "netconf/rpc_error.h"
+#include "northbound/rpc_error.h"
 
 namespace cdbd {
 

@@ -6,8 +6,8 @@
 
 #include "cdb_store/store_writer.h"
 #include "model/model.h"
-#include "netconf/rpc_error.h"
 #include "netconf/xml.h"
+#include "northbound/rpc_error.h"
 
 namespace cdbd {
 

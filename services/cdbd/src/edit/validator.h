@@ -2,7 +2,7 @@
 
 #include "cdb_store/store_writer.h"
 #include "model/model.h"
-#include "netconf/rpc_error.h"
+#include "northbound/rpc_error.h"
 
 namespace cdbd {
 

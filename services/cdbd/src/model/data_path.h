@@ -4,7 +4,7 @@
 #include <string_view>
 
 #include "model/model.h"
-#include "netconf/rpc_error.h"
+#include "northbound/rpc_error.h"
 
 namespace cdbd {
 

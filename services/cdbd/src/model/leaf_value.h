@@ -4,8 +4,8 @@
 #include <string>
 
 #include "model/model.h"
-#include "netconf/rpc_error.h"
 #include "netconf/xml.h"
+#include "northbound/rpc_error.h"
 
 namespace cdbd {
 

@@ -4,7 +4,7 @@
 #include "edit/editor.h"
 #include "edit/validator.h"
 #include "model/leaf_value.h"
-#include "netconf/server.h"
+#include "northbound/server.h"
 #include "ops/operations.h"
 #include "ops/params.h"
 #include "read/data_writer.h"

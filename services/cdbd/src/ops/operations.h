@@ -1,6 +1,6 @@
 #pragma once
 
-#include "netconf/rpc.h"
+#include "northbound/rpc.h"
 #include "ops/core.h"
 
 namespace cdbd {

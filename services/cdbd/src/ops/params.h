@@ -4,8 +4,8 @@
 #include <optional>
 #include <string_view>
 
-#include "netconf/rpc_error.h"
 #include "netconf/xml.h"
+#include "northbound/rpc_error.h"
 
 namespace cdbd {
 

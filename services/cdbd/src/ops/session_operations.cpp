@@ -1,6 +1,6 @@
 #include <charconv>
 
-#include "netconf/server.h"
+#include "northbound/server.h"
 #include "ops/operations.h"
 #include "ops/params.h"
 

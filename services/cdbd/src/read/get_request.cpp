@@ -3,7 +3,7 @@
 #include <map>
 #include <utility>
 
-#include "netconf/server.h"
+#include "northbound/server.h"
 #include "read/data_writer.h"
 #include "read/entry_writer.h"
 #include "read/providers.h"

@@ -3,8 +3,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "netconf/server.h"
 #include "netconf/xml.h"
+#include "northbound/server.h"
 
 namespace cdbd {
 namespace {
