@@ -6,28 +6,12 @@
 #include <utility>
 #include <variant>
 
+#include "common/error.h"
+
 namespace common {
 
-/// What failed, on what, and why: "map_update src_v4 ge-1/2: No space left on device".
-struct Error {
-  std::string operation;
-  std::string object;
-  std::string reason;
-
-  [[nodiscard]] std::string Text() const {
-    std::string text = operation;
-    if (!object.empty()) text += (text.empty() ? "" : " ") + object;
-    if (!reason.empty()) text += (text.empty() ? "" : ": ") + reason;
-    return text;
-  }
-};
-
-/// An error from an `errno` value.
-inline Error SystemError(std::string operation, std::string object, int error_number) {
-  return {std::move(operation), std::move(object), std::strerror(error_number)};
-}
-
-/// A value or an Error. "Absent" is a value of T (std::optional), never an Error.
+/// A value or an Error. A lookup that may find nothing returns Result<std::optional<T>>: "not found" is a value there,
+/// so a read that failed never looks like one that found nothing.
 template <class T>
 class [[nodiscard]] Result final {
  public:
