@@ -11,6 +11,7 @@
 #include <functional>
 #include <optional>
 
+#include "dataplane/nft/layout.h"
 #include "dataplane/nft/table.h"
 #include "dataplane/tcx/layout.h"
 #include "probe.h"
@@ -32,6 +33,8 @@ struct Found {
   std::string logged;  ///< what the log names, behind the directory
 };
 void PrintTo(const Found& found, std::ostream* out) { *out << found.name; }
+
+std::string NftLayout() { return "v" + std::to_string(mgr::nft::kLayout); }
 
 /// The directory of the maps below `bpf`.
 std::string Maps(const std::string& bpf) {
@@ -94,7 +97,7 @@ class TakeOver : public testing::TestWithParam<Found> {
   /// One directory of maps and one attachment, or one table.
   void ExpectNothingLeftOver() {
     if (GetParam().plane == "nft") {
-      EXPECT_THAT(Table(), testing::EndsWith("_v1_49152"));
+      EXPECT_THAT(Table(), testing::EndsWith("_" + NftLayout() + "_49152"));
       return;
     }
     std::vector<std::string> names;
@@ -201,8 +204,9 @@ const std::vector<Found> kFound{
      "/bpf/links/port0"},
     {"ATableOfAnotherLayout", "nft", [](const std::string& table) { OtherTable(table, "v9_100"); },
      "table netdev ip_spoofing_[0-9a-f]*_v9_100"},
-    {"ATableOfThisLayoutWithoutItsSets", "nft", [](const std::string& table) { OtherTable(table, "v1_100"); },
-     "table netdev ip_spoofing_[0-9a-f]*_v1_100"},
+    {"ATableOfThisLayoutWithoutItsSets", "nft",
+     [](const std::string& table) { OtherTable(table, NftLayout() + "_100"); },
+     "table netdev ip_spoofing_[0-9a-f]*_" + NftLayout() + "_100"},
 };
 INSTANTIATE_TEST_SUITE_P(Of, TakeOver, testing::ValuesIn(kFound), [](const auto& found) { return found.param.name; });
 

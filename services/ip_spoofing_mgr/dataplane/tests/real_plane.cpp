@@ -26,12 +26,21 @@ void Sort(Snapshot& snapshot) {
 std::vector<PlaneUnderTest> Planes(bool real_only) {
   std::vector<PlaneUnderTest> planes;
   for (const DataplaneKind& kind : DataplaneKinds()) {
-    const bool real = kind.name != "memory";
-    if (!real && real_only) continue;
+    if (kind.name == "memory" && real_only) continue;
+    const std::vector<PlaneUnderTest> forms = PlanesOf(kind.name);
+    planes.insert(planes.end(), forms.begin(), forms.end());
+  }
+  return planes;
+}
+
+std::vector<PlaneUnderTest> PlanesOf(std::string_view wanted) {
+  std::vector<PlaneUnderTest> planes;
+  for (const DataplaneKind& kind : DataplaneKinds()) {
+    if (kind.name != wanted) continue;
     std::string name{kind.name};
     name[0] = static_cast<char>(std::toupper(name[0]));
-    planes.push_back({name, netns::As::kRoot, kind.open, real});
-    if (kind.name == "nft") planes.push_back({name + "Unprivileged", netns::As::kUnprivileged, kind.open, real});
+    planes.push_back({name, netns::As::kRoot, kind.open, kind.name != "memory"});
+    if (kind.name == "nft") planes.push_back({name + "Unprivileged", netns::As::kUnprivileged, kind.open, true});
   }
   return planes;
 }

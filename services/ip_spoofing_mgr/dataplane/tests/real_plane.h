@@ -6,6 +6,7 @@
 #include <memory>
 #include <ostream>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -25,6 +26,8 @@ struct PlaneUnderTest {
 
 /// Every plane that this build has; `real_only`: without the ones that filter nothing.
 std::vector<PlaneUnderTest> Planes(bool real_only);
+/// The forms of one plane, by the name of its kind; none where this build lacks it.
+std::vector<PlaneUnderTest> PlanesOf(std::string_view kind);
 inline void PrintTo(const PlaneUnderTest& plane, std::ostream* out) { *out << plane.name; }
 inline std::string NameOf(const testing::TestParamInfo<PlaneUnderTest>& plane) { return plane.param.name; }
 
