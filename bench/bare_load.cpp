@@ -91,7 +91,7 @@ class Loader final {
     InstanceKey parent{interface_keys};
     if (Count(parent, ipv4_) == 0) return;  // whether there are any is one read, how many the next
     const uint32_t count = Count(parent, ipv4_);
-    const std::string list_path = ip_spoofing_app::InterfacePath(name) + "/" + ip_spoofing_app::kAllowedIpv4;
+    const std::string list_path = ip_spoofing_app::interface_path(name) + "/" + ip_spoofing_app::kAllowedIpv4;
     const std::string_view first = parent.Row(ipv4_);
     const cdb_store::CursorHandle cursor = OpenCursor(txn_, table_);
     MDB_val key = cdb_store::ToVal(first);
@@ -114,7 +114,7 @@ class Loader final {
   }
 
   void WriteTexts(const std::string& list_path, uint32_t position, const ip_spoofing_mgr::AllowedIpEntry& entry) {
-    const std::string path = ip_spoofing_app::InstancePath(list_path, static_cast<int>(position));
+    const std::string path = ip_spoofing_app::instance_path(list_path, static_cast<int>(position));
     for (const char* leaf : {ip_spoofing_app::kAddressLeaf, ip_spoofing_app::kVlanLeaf, ip_spoofing_app::kMacLeaf}) {
       text_bytes_ = text_bytes_ + leaf_path_.assign(path).append(leaf).size();
     }

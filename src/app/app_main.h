@@ -6,6 +6,6 @@ namespace ip_spoofing_app {
 
 /// Builds the application, connects the manager client, runs the loop, says farewell on standard output.
 /// Returns the exit status, 0; a fatal fault ends the process with status 1 instead.
-int Main();
+int run_daemon();
 
 }  // namespace ip_spoofing_app

@@ -1,3 +1,3 @@
 #include "app/app_main.h"
 
-int main() { return ip_spoofing_app::Main(); }
+int main() { return ip_spoofing_app::run_daemon(); }

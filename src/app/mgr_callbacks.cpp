@@ -14,7 +14,7 @@ using ip_spoofing_mgr::AllowedIpStatusEntry;
 constexpr size_t kIpv4Size = 4;
 
 /// The ConfD manager, or null while there is none that is connected.
-ConfDAppMgr* ReadyConfdManager() {
+ConfDAppMgr* ready_confd_manager() {
   Application* const app = Application::Instance();
   if (app == nullptr) return nullptr;
   ConfDAppMgr* const confd = app->ConfdManager();
@@ -22,7 +22,7 @@ ConfDAppMgr* ReadyConfdManager() {
 }
 
 /// The row without its padding, and without what lies behind an IPv4 address.
-AllowedIpStatusEntry CopyRow(const AllowedIpStatusEntry& row) {
+AllowedIpStatusEntry copy_row(const AllowedIpStatusEntry& row) {
   AllowedIpStatusEntry copy{};
   copy.type = row.type;
   copy.all_vlan = row.all_vlan;
@@ -41,15 +41,15 @@ AllowedIpStatusEntry CopyRow(const AllowedIpStatusEntry& row) {
 }  // namespace
 
 void IpSpoofingMgrClientCbItf::OnMgrConnected() {
-  if (ConfDAppMgr* const confd = ReadyConfdManager()) confd->LoadConfDCfg(true);
+  if (ConfDAppMgr* const confd = ready_confd_manager()) confd->LoadConfDCfg(true);
 }
 
 void IpSpoofingMgrClientCbItf::OnAllowedIpList(const std::list<AllowedIpStatusEntry>& list) {
-  ConfDAppMgr* const confd = ReadyConfdManager();
+  ConfDAppMgr* const confd = ready_confd_manager();
   if (confd == nullptr) return;
   std::vector<AllowedIpStatusEntry> rows;
   rows.reserve(list.size());
-  for (const AllowedIpStatusEntry& row : list) rows.push_back(CopyRow(row));
+  for (const AllowedIpStatusEntry& row : list) rows.push_back(copy_row(row));
   confd->SetEntryList(rows);
 }
 

@@ -11,7 +11,7 @@ namespace {
 
 enum Severity : int { kNonFatal = 0, kFatal = 1 };
 
-void Generate(Severity severity, const CallSite& site, const char* format, va_list args) {
+void generate(Severity severity, const CallSite& site, const char* format, va_list args) {
   char message[FAULT_MSG_SIZE] = {};
   std::vsnprintf(message, sizeof message, format, args);
   qmmw_gen_fault(severity, site.function, site.file, site.line, message);
@@ -19,19 +19,18 @@ void Generate(Severity severity, const CallSite& site, const char* format, va_li
 
 }  // namespace
 
-void RaiseFatalFault(const CallSite& site, const char* format, ...) {
-  qmmw_print_backtrace();
+void raise_fatal_fault(const CallSite& site, const char* format, ...) {
   va_list args;
   va_start(args, format);
-  Generate(kFatal, site, format, args);
+  generate(kFatal, site, format, args);
   va_end(args);
   std::exit(1);
 }
 
-void RaiseFault(const CallSite& site, const char* format, ...) {
+void raise_fault(const CallSite& site, const char* format, ...) {
   va_list args;
   va_start(args, format);
-  Generate(kNonFatal, site, format, args);
+  generate(kNonFatal, site, format, args);
   va_end(args);
 }
 

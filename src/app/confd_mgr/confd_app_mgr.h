@@ -66,7 +66,8 @@ class ConfDAppMgr : public QmConfdInterface {
                    ConfdLeafType kind, bool optional);
   /// Reads at most 63 characters; `destination` stays as it was on failure.
   int GetStrFromConfd(int socket, const std::string& path, std::string* destination);
-  /// Copies the whole value, however long: the caller's buffer holds the leaf. A failure is a non-fatal fault too.
+  /// Copies the whole value, at most 256 bytes: the caller's buffer holds that many, or the longest value that the
+  /// model allows. A failure is a non-fatal fault too.
   int GetMacFromConfd(int socket, const std::string& path, uint8_t* destination);
   int GetInt32FromConfd(int socket, const std::string& path, int32_t* destination);
   int GetIpv4FromConfd(int socket, const std::string& path, struct in_addr* destination);

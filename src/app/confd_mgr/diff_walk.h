@@ -11,10 +11,10 @@ inline constexpr int kDeletePassFlags = ITER_WANT_ANCESTOR_DELETE | ITER_WANT_SC
 inline constexpr int kCreatePassFlags = ITER_WANT_SCHEMA_ORDER;
 
 /// Checks an iterator's pointers, each of which a fatal fault of `site` reports, and gives the interface's name.
-std::string CheckedInterfaceName(const CallSite& site, const confd_hkeypath_t* kp, const void* state);
+std::string checked_interface_name(const CallSite& site, const confd_hkeypath_t* kp, const void* state);
 
 /// Logs a change that is the other pass's business.
-confd_iter_ret OmitChange(const CallSite& site, zlog_category_t* category, const confd_hkeypath_t* kp, confd_iter_op op,
-                          const std::string& name);
+confd_iter_ret omit_change(const CallSite& site, zlog_category_t* category, const confd_hkeypath_t* kp,
+                           confd_iter_op op, const std::string& name);
 
 }  // namespace ip_spoofing_app

@@ -2,6 +2,7 @@
 #include "app/app_log.h"
 #include "app/confd_mgr/confd_app_mgr.h"
 #include "app/confd_mgr/diff_walk.h"
+#include "limid.h"
 #include "utils/fault.h"
 
 namespace ip_spoofing_app {
@@ -25,25 +26,25 @@ int ConfDAppMgr::HandleIpSpoofingIfacesDiff() {
 
 confd_iter_ret ConfDAppMgr::IpSpoofingIfacesDiffItDel(confd_hkeypath_t* kp, confd_iter_op op, confd_value_t* oldv,
                                                       confd_value_t* newv, void* state) {
-  const std::string name = CheckedInterfaceName(CALL_SITE, kp, state);
+  const std::string name = checked_interface_name(CALL_SITE, kp, state);
   auto* const mgr = static_cast<ConfDAppMgr*>(state);
-  if (op != MOP_DELETED) return OmitChange(CALL_SITE, mgr->category_, kp, op, name);
+  if (op != MOP_DELETED) return omit_change(CALL_SITE, mgr->category_, kp, op, name);
   return mgr->IpSpoofingIfacesDiffIt(kp, op, oldv, newv, state);
 }
 
 confd_iter_ret ConfDAppMgr::IpSpoofingIfacesDiffItCreate(confd_hkeypath_t* kp, confd_iter_op op, confd_value_t* oldv,
                                                          confd_value_t* newv, void* state) {
-  const std::string name = CheckedInterfaceName(CALL_SITE, kp, state);
+  const std::string name = checked_interface_name(CALL_SITE, kp, state);
   auto* const mgr = static_cast<ConfDAppMgr*>(state);
-  if (op == MOP_DELETED) return OmitChange(CALL_SITE, mgr->category_, kp, op, name);
+  if (op == MOP_DELETED) return omit_change(CALL_SITE, mgr->category_, kp, op, name);
   return mgr->IpSpoofingIfacesDiffIt(kp, op, oldv, newv, state);
 }
 
 confd_iter_ret ConfDAppMgr::IpSpoofingIfacesDiffIt(confd_hkeypath_t* kp, confd_iter_op op, confd_value_t* /*oldv*/,
                                                    confd_value_t* /*newv*/, void* state) {
   if (state == nullptr) FATAL_FAULT("%s: pConfDAppMgr is null", __func__);
-  const std::string path = KeypathText(kp);
-  const std::string name = InterfaceNameOf(kp);
+  const std::string path = keypath_text(kp);
+  const std::string name = interface_name_of(kp);
   LOG_DETAIL_LINE(category_, "path[%s] kplen[%d] op[%d] iface: %s", path.c_str(), kp->len, op, name.c_str());
 
   limid_t limid{};
@@ -82,14 +83,14 @@ confd_iter_ret ConfDAppMgr::IpSpoofingIfacesDiffIt(confd_hkeypath_t* kp, confd_i
 
 void ConfDAppMgr::UpdateAllowedIpAllConfig(int op, const std::string& path, const std::string& name) {
   const QmConfdCdbSession before(this, CDB_PRE_COMMIT_RUNNING, true);
-  const AllowedAllMode old_mode = ReadAllowedAllMode([&before] { return before.Socket(); }, path);
+  const AllowedAllMode old_mode = read_allowed_all_mode([&before] { return before.Socket(); }, path);
   limid_t limid{};
   limid_from_intfname(&limid, name.c_str());
 
   if (op != MOP_DELETED) {
-    const AllowedAllMode new_mode = ReadAllowedAllMode([this] { return cdb_sock_; }, path);
+    const AllowedAllMode new_mode = read_allowed_all_mode([this] { return cdb_sock_; }, path);
     if (new_mode == old_mode) return;
-    LOG_DETAIL_LINE(category_, "op[%d] sending allowed-ip[%s] old[%d] for[%s]", op, AllowedAllName(new_mode),
+    LOG_DETAIL_LINE(category_, "op[%d] sending allowed-ip[%s] old[%d] for[%s]", op, allowed_all_name(new_mode),
                     static_cast<int>(old_mode), name.c_str());
     mgr_client_->SendAllowedIpAll(&limid, new_mode);
     return;
@@ -97,7 +98,7 @@ void ConfDAppMgr::UpdateAllowedIpAllConfig(int op, const std::string& path, cons
   if (old_mode == ip_spoofing_mgr::kAllowedAllNone) return;
   mgr_client_->SendAllowedIpAll(&limid, ip_spoofing_mgr::kAllowedAllNone);
   LOG_DETAIL_LINE(category_, "op[%d] sending allowed-ip[%s] old[%d] for[%s]", op,
-                  AllowedAllName(ip_spoofing_mgr::kAllowedAllNone), static_cast<int>(old_mode), name.c_str());
+                  allowed_all_name(ip_spoofing_mgr::kAllowedAllNone), static_cast<int>(old_mode), name.c_str());
 }
 
 }  // namespace ip_spoofing_app

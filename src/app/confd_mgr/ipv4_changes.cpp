@@ -5,16 +5,15 @@
 #include "app/app_log.h"
 #include "app/confd_mgr/confd_app_mgr.h"
 #include "app/confd_mgr/diff_walk.h"
+#include "limid.h"
 #include "utils/fault.h"
 
 namespace ip_spoofing_app {
 namespace {
 
-// Lengths of keypaths: an interface's entry, and an IPv4 entry with its two keys.
-constexpr int kInterfaceEntryLength = 4;
-constexpr int kIpv4EntryLength = 7;
-
-void FillKeys(const confd_hkeypath_t* kp, AllowedIpEntry* entry) {
+void fill_keys(const confd_hkeypath_t* kp, AllowedIpEntry* entry) {
+  // Spelt with the number for the text of the failed assertion, as in interface_name_of().
+  static_assert(kIpv4EntryLength == 7);
   const struct in_addr address = CONFD_GET_IPV4(&kp->v[kp->len - 7][0]);
   std::memcpy(entry->address, &address, sizeof address);
   entry->vlan = static_cast<uint16_t>(CONFD_GET_INT32(&kp->v[kp->len - 7][1]));
@@ -44,17 +43,17 @@ int ConfDAppMgr::HandleIpSpoofingAllowedIpIPv4Diff() {
 
 confd_iter_ret ConfDAppMgr::IpSpoofingAllowedIpIPv4DiffItDel(confd_hkeypath_t* kp, confd_iter_op op,
                                                              confd_value_t* oldv, confd_value_t* newv, void* state) {
-  const std::string name = CheckedInterfaceName(CALL_SITE, kp, state);
+  const std::string name = checked_interface_name(CALL_SITE, kp, state);
   auto* const mgr = static_cast<ConfDAppMgr*>(state);
-  if (op != MOP_DELETED) return OmitChange(CALL_SITE, mgr->category_, kp, op, name);
+  if (op != MOP_DELETED) return omit_change(CALL_SITE, mgr->category_, kp, op, name);
   return mgr->IpSpoofingAllowedIpIPv4DiffIt(kp, op, oldv, newv, state);
 }
 
 confd_iter_ret ConfDAppMgr::IpSpoofingAllowedIpIPv4DiffItCreate(confd_hkeypath_t* kp, confd_iter_op op,
                                                                 confd_value_t* oldv, confd_value_t* newv, void* state) {
-  const std::string name = CheckedInterfaceName(CALL_SITE, kp, state);
+  const std::string name = checked_interface_name(CALL_SITE, kp, state);
   auto* const mgr = static_cast<ConfDAppMgr*>(state);
-  if (op == MOP_DELETED) return OmitChange(CALL_SITE, mgr->category_, kp, op, name);
+  if (op == MOP_DELETED) return omit_change(CALL_SITE, mgr->category_, kp, op, name);
   return mgr->IpSpoofingAllowedIpIPv4DiffIt(kp, op, oldv, newv, state);
 }
 
@@ -62,9 +61,9 @@ confd_iter_ret ConfDAppMgr::IpSpoofingAllowedIpIPv4DiffIt(confd_hkeypath_t* kp, 
                                                           confd_value_t* /*oldv*/, confd_value_t* /*newv*/,
                                                           void* /*state*/) {
   std::ostringstream path;
-  path << KeypathText(kp);
-  AllowedIpEntry entry = NewEntry();
-  const std::string name = InterfaceNameOf(kp);
+  path << keypath_text(kp);
+  AllowedIpEntry entry = new_entry();
+  const std::string name = interface_name_of(kp);
   LOG_DETAIL_LINE(category_, "called kplen[%d] op[%d] iface: %s", kp->len, op, name.c_str());
 
   if (kp->len < kIpv4EntryLength) {
@@ -75,24 +74,24 @@ confd_iter_ret ConfDAppMgr::IpSpoofingAllowedIpIPv4DiffIt(confd_hkeypath_t* kp, 
     return ITER_CONTINUE;
   }
 
-  FillKeys(kp, &entry);
+  fill_keys(kp, &entry);
   limid_from_intfname(&entry.limid, name.c_str());
   // From the configuration after the commit: the remove of an entry carries no MAC.
   ReadEntryMac(CALL_SITE, cdb_sock_, path.str(), &entry);
   switch (op) {
     case MOP_CREATED:
-      LOG_DETAIL_LINE(category_, "SendAddEntry for [%s] ip[%s] vlan[%d]", name.c_str(), TextOf(entry).data(),
+      LOG_DETAIL_LINE(category_, "SendAddEntry for [%s] ip[%s] vlan[%d]", name.c_str(), address_text(entry).data(),
                       entry.vlan);
       mgr_client_->SendAddEntry(&entry, entry.mac);
       return ITER_CONTINUE;
     case MOP_DELETED:
-      LOG_DETAIL_LINE(category_, "SendRemoveEntry for [%s] ip[%s] vlan[%d]", name.c_str(), TextOf(entry).data(),
+      LOG_DETAIL_LINE(category_, "SendRemoveEntry for [%s] ip[%s] vlan[%d]", name.c_str(), address_text(entry).data(),
                       entry.vlan);
       mgr_client_->SendRemoveEntry(&entry, entry.mac);
       return ITER_CONTINUE;
     case MOP_MODIFIED:
     case MOP_VALUE_SET:
-      LOG_DETAIL_LINE(category_, "SendUpdateEntry for [%s] ip[%s] vlan[%d]", name.c_str(), TextOf(entry).data(),
+      LOG_DETAIL_LINE(category_, "SendUpdateEntry for [%s] ip[%s] vlan[%d]", name.c_str(), address_text(entry).data(),
                       entry.vlan);
       mgr_client_->SendUpdateEntry(&entry, entry.mac);
       return ITER_CONTINUE;

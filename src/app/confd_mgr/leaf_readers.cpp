@@ -1,11 +1,13 @@
 // Typed reads of single leaves.
 #include <arpa/inet.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
 #include "app/app_log.h"
 #include "app/confd_mgr/confd_app_mgr.h"
+#include "limid.h"
 #include "utils/fault.h"
 
 namespace ip_spoofing_app {
@@ -13,7 +15,8 @@ namespace {
 
 constexpr int kStringBufferSize = 64;  // longer values are cut to 63 characters
 
-// A binary leaf is copied whole, so it is read into a buffer with room behind the six bytes that the data model allows.
+// A MAC leaf that is longer than the six bytes of the data model is copied whole up to this size, which every
+// destination has. What lies beyond it is not a MAC in any model, and is cut.
 constexpr size_t kMacBufferSize = 256;
 
 }  // namespace
@@ -60,7 +63,7 @@ int ConfDAppMgr::GetMacFromConfd(int socket, const std::string& path, uint8_t* d
     NON_FATAL_FAULT("Null pointer\n");
     return -1;
   }
-  if (length > 0) std::memcpy(destination, data, static_cast<size_t>(length));
+  if (length > 0) std::memcpy(destination, data, std::min(static_cast<size_t>(length), kMacBufferSize));
   std::free(data);
   return CONFD_OK;
 }
@@ -82,14 +85,14 @@ void ConfDAppMgr::ReadEntry(const CallSite& site, const QmConfdCdbSession& sessi
                             const std::string& name, AllowedIpEntry* entry) {
   struct in_addr address {};
   if (GetFromConfd(session.Socket(), path, kAddressLeaf, &address, LEAF_IPV4, false) != 0) {
-    RaiseFault(site, "%s error reading %s/address", site.function, path.c_str());
+    raise_fault(site, "%s error reading %s/address", site.function, path.c_str());
   }
   std::memcpy(entry->address, &address, sizeof address);
   entry->reserved1 = 0;
 
   int32_t vlan = 0;
   if (GetFromConfd(session.Socket(), path, kVlanLeaf, &vlan, LEAF_INT32, false) != 0) {
-    RaiseFault(site, "%s error reading %s/vlan", site.function, path.c_str());
+    raise_fault(site, "%s error reading %s/vlan", site.function, path.c_str());
   }
   entry->vlan = static_cast<uint16_t>(vlan);  // the low 16 bits, whatever the configuration holds
   entry->state = 0;
@@ -101,7 +104,7 @@ void ConfDAppMgr::ReadEntry(const CallSite& site, const QmConfdCdbSession& sessi
 void ConfDAppMgr::ReadEntryMac(const CallSite& site, int socket, const std::string& path, AllowedIpEntry* entry) {
   uint8_t mac[kMacBufferSize] = {};
   if (GetFromConfd(socket, path, kMacLeaf, mac, LEAF_MAC, true) != 0) {
-    RaiseFault(site, "%s error reading %s/mac", site.function, path.c_str());
+    raise_fault(site, "%s error reading %s/mac", site.function, path.c_str());
   }
   std::memcpy(entry->mac, mac, sizeof entry->mac);
 }

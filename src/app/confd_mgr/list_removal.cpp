@@ -5,7 +5,7 @@
 namespace ip_spoofing_app {
 
 void ConfDAppMgr::DeleteEntireAllowedIpIpv4List(const std::string& path, const std::string& name) {
-  AllowedIpEntry entry = NewEntry();
+  AllowedIpEntry entry = new_entry();
   const QmConfdCdbSession before(this, CDB_PRE_COMMIT_RUNNING, true);
   if (cdb_exists(before.Socket(), path.c_str()) != 1) {
     LOG_DETAIL_LINE(category_, "There is no allowed-ip ipv4 rules for path: %s ", path.c_str());
@@ -19,14 +19,14 @@ void ConfDAppMgr::DeleteEntireAllowedIpIpv4List(const std::string& path, const s
   // A list that exists without being counted is probed position by position, as far as the hardware could hold it.
   if (count == 0) count = max_entries_;
   for (int i = 0; i < count; ++i) {
-    const std::string instance = InstancePath(path, i);
+    const std::string instance = instance_path(path, i);
     if (cdb_exists(before.Socket(), instance.c_str()) != 1) {
       LOG_DETAIL_LINE(category_, "End of allowed-ip ipv4 list for iface: %s index[%d]", name.c_str(), i);
       break;
     }
     entry = {};
     ReadEntry(CALL_SITE, before, instance, name, &entry);
-    LOG_DETAIL_LINE(category_, "SendRemoveEntry for [%s] ip[%s] vlan[%d]", name.c_str(), TextOf(entry).data(),
+    LOG_DETAIL_LINE(category_, "SendRemoveEntry for [%s] ip[%s] vlan[%d]", name.c_str(), address_text(entry).data(),
                     entry.vlan);
     mgr_client_->SendRemoveEntry(&entry, entry.mac);
   }

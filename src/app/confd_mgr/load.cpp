@@ -4,6 +4,7 @@
 
 #include "app/app_log.h"
 #include "app/confd_mgr/confd_app_mgr.h"
+#include "limid.h"
 #include "utils/fault.h"
 
 namespace ip_spoofing_app {
@@ -71,7 +72,7 @@ int ConfDAppMgr::LoadConfdIpSpoofAllowedIfaces(const QmConfdCdbSession& session)
   for (int i = 0; i < count; ++i) {
     limid_t limid{};
     cdb_set_timeout(session.Socket(), kReadTimeoutSeconds);
-    const std::string path = InstancePath(kInterfacePath, i);
+    const std::string path = instance_path(kInterfacePath, i);
     std::string name;
     if (GetFromConfd(session.Socket(), path, kInterfaceNameLeaf, &name, LEAF_STRING, false) != 0) {
       NON_FATAL_FAULT("%s error reading %s/interface-name", __func__, path.c_str());
@@ -94,7 +95,7 @@ int ConfDAppMgr::LoadConfdIpSpoofAllowedIp(const QmConfdCdbSession& session, con
 }
 
 int ConfDAppMgr::LoadConfdIpSpoofAllowedIpIPv4(const QmConfdCdbSession& session, const std::string& name) {
-  const std::string list_path = InterfacePath(name) + "/" + kAllowedIpv4;
+  const std::string list_path = interface_path(name) + "/" + kAllowedIpv4;
   if (cdb_exists(session.Socket(), list_path.c_str()) != 1) {
     LOG_DETAIL_LINE(category_, "There is no allowed-ip ipv4 rules for path: %s ", list_path.c_str());
     return 0;
@@ -106,12 +107,13 @@ int ConfDAppMgr::LoadConfdIpSpoofAllowedIpIPv4(const QmConfdCdbSession& session,
                    count);
     return -1;
   }
-  AllowedIpEntry entry = NewEntry();
+  AllowedIpEntry entry = new_entry();
   for (int i = 0; i < count; ++i) {
     entry = {};
     cdb_set_timeout(session.Socket(), kReadTimeoutSeconds);
-    ReadEntry(CALL_SITE, session, InstancePath(list_path, i), name, &entry);
-    LOG_DETAIL_LINE(category_, "SendAddEntry for [%s] ip[%s] vlan[%d]", name.c_str(), TextOf(entry).data(), entry.vlan);
+    ReadEntry(CALL_SITE, session, instance_path(list_path, i), name, &entry);
+    LOG_DETAIL_LINE(category_, "SendAddEntry for [%s] ip[%s] vlan[%d]", name.c_str(), address_text(entry).data(),
+                    entry.vlan);
     mgr_client_->SendAddEntry(&entry, entry.mac);
   }
   return 0;
@@ -119,11 +121,11 @@ int ConfDAppMgr::LoadConfdIpSpoofAllowedIpIPv4(const QmConfdCdbSession& session,
 
 int ConfDAppMgr::LoadConfdIpSpoofAllowedIpAll(const QmConfdCdbSession& session, const std::string& name) {
   cdb_set_timeout(session.Socket(), kReadTimeoutSeconds);
-  const AllowedAllMode mode = ReadAllowedAllMode([&session] { return session.Socket(); }, InterfacePath(name));
+  const AllowedAllMode mode = read_allowed_all_mode([&session] { return session.Socket(); }, interface_path(name));
   limid_t limid{};
   limid_from_intfname(&limid, name.c_str());
   const bool send = mode != ip_spoofing_mgr::kAllowedAllNone;
-  LOG_INFO_LINE(category_, "%s allowedAll[%s] for[%s]", send ? "sending" : "omitting", AllowedAllName(mode),
+  LOG_INFO_LINE(category_, "%s allowedAll[%s] for[%s]", send ? "sending" : "omitting", allowed_all_name(mode),
                 name.c_str());
   if (send) mgr_client_->SendAllowedIpAll(&limid, mode);
   return 0;

@@ -4,8 +4,9 @@
 
 #include "app/app_log.h"
 #include "app/confd_mgr/confd_app_mgr.h"
+#include "limid.h"
 #include "utils/fault.h"
-#include "utils/heap_sort.h"
+#include "utils/merge_sort.h"
 
 namespace ip_spoofing_app {
 namespace {
@@ -30,16 +31,16 @@ constexpr int32_t kAddressIpv6All = 2;
 
 constexpr size_t kInterfaceNameSize = 64;
 
-void ReplyEndOfList(confd_trans_ctx* tctx) { confd_data_reply_next_key(tctx, nullptr, -1, -1); }
+void reply_end_of_list(confd_trans_ctx* tctx) { confd_data_reply_next_key(tctx, nullptr, -1, -1); }
 
-void ReplyKey(confd_trans_ctx* tctx, long position) {
+void reply_key(confd_trans_ctx* tctx, long position) {
   confd_value_t key;
   CONFD_SET_INT64(&key, position);
   confd_data_reply_next_key(tctx, &key, 1, position + 1);
 }
 
 /// The first four bytes of the address as the machine reads them. IPv6 rows are compared by these too.
-uint32_t RawAddress(const AllowedIpStatusEntry& row) {
+uint32_t raw_address(const AllowedIpStatusEntry& row) {
   uint32_t raw = 0;
   std::memcpy(&raw, row.address, sizeof raw);
   return raw;
@@ -137,15 +138,15 @@ int ConfDAppMgr::handle_get_next_allowed_ip(confd_trans_ctx* tctx, confd_hkeypat
     return CONFD_DELAYED_RESPONSE;
   }
   if (!mgr->list_received_) {
-    ReplyEndOfList(tctx);
+    reply_end_of_list(tctx);
     return CONFD_OK;
   }
   mgr->trans_ctx_ = nullptr;
   const long row = position == kTraversalStart ? 0 : next;
   if (static_cast<int32_t>(row) < rows) {
-    ReplyKey(tctx, row);
+    reply_key(tctx, row);
   } else {
-    ReplyEndOfList(tctx);
+    reply_end_of_list(tctx);
   }
   return CONFD_OK;
 }
@@ -166,7 +167,7 @@ int ConfDAppMgr::handle_get_obj_allowed_ip(confd_trans_ctx* tctx, confd_hkeypath
 
 void ConfDAppMgr::SetEntryList(const std::vector<AllowedIpStatusEntry>& list) {
   entry_list_ = list;
-  HeapSort(entry_list_, CompareStatusEntries);
+  merge_sort(entry_list_, CompareStatusEntries);
   LOG_DETAIL_LINE(category_, "allowed-ip list received list_size: %zu. trans_ctx_[%p]", list.size(),
                   static_cast<void*>(trans_ctx_));
   list_received_ = true;
@@ -179,7 +180,7 @@ bool CompareStatusEntries(const AllowedIpStatusEntry& a, const AllowedIpStatusEn
   if (a.type == b.type) {
     if (a.type != kTypeAddress) return a.all_vlan < b.all_vlan;
     if (a.vlan != b.vlan) return a.vlan < b.vlan;
-    return RawAddress(a) < RawAddress(b);
+    return raw_address(a) < raw_address(b);
   }
   if (a.type == kTypeAddress) return a.vlan < b.all_vlan;
   if (b.type == kTypeAddress) return a.all_vlan < b.vlan;

@@ -53,7 +53,6 @@ Limid& TheLimid() {
 
 int limid_from_intfname(limid_t* limid, const char* name) {
   fakes::Add(std::string("limid_from_intfname ") + name);
-  *limid = {};
   if (*name == '\0' || fakes::ScriptedResult("limid_from_intfname", {name}) != 0) return -1;
   *limid = fakes::TheLimid().Id(name);
   return 0;

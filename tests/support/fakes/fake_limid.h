@@ -2,6 +2,9 @@
 /// Deterministic logical interface ids: numbered 1, 2, ... in the order in which names are first seen, or as a test
 /// gives them. Every interface is a service port unless a test says otherwise.
 ///
+/// A conversion that fails leaves its destination as it was: a library that zeroes it would hide an id that the daemon
+/// carried over from another interface.
+///
 /// Scripted answers: "limid_from_intfname NAME" and "limid_to_type NAME", non-zero to fail as the library does;
 /// "limid_is_from_type NAME" and "limid_compare", returned.
 #pragma once

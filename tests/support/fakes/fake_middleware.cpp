@@ -116,7 +116,10 @@ zlog_category_t* qmmw_trace_register_category(const char* name) {
   return fakes::TheCategory();
 }
 
-void qmmw_print_backtrace() { fakes::TheTrace().Add(fakes::Kind::kFault, "backtrace"); }
+void qmmw_print_backtrace() {
+  fakes::TheTrace().Add(fakes::Kind::kFault, "backtrace");
+  if (fakes::TheMiddleware().at_backtrace) fakes::TheMiddleware().at_backtrace();
+}
 
 void qmmw_gen_fault(int severity, const char* function, const char* file, int line, const char* message) {
   fakes::TheMiddleware().faults.push_back({severity, function, file, line, message});

@@ -35,6 +35,7 @@ class Middleware {
   std::map<int, Registration> fds;               ///< in the loop now
   std::vector<Fault> faults;                     ///< in the order they were raised
   std::vector<std::function<void()>> loop_work;  ///< run one after the other by the next qmmw_loop_while()
+  std::function<void()> at_backtrace;            ///< run by qmmw_print_backtrace(), if set
   const bool* running = nullptr;                 ///< the flag that qmmw_loop_while() was given
   bool running_at_start = false;                 ///< what it was when qmmw_loop_while() was entered
   qmmw_t* const* finished = nullptr;             ///< the place of the handle that qmmw_finish() was given

@@ -44,7 +44,8 @@ void zlog(zlog_category_t* category, const char* file, size_t filelen, const cha
   if (level == fakes::kDetailLevel && !zlog.detail_enabled) ++zlog.detail_lines_while_disabled;
   const std::string function(func, funclen);
   zlog.lines.push_back({category, std::string(file, filelen), function, line, level, text});
-  fakes::TheTrace().Add(fakes::Kind::kLog, fakes::Format("log %d %s: %s", level, function.c_str(), text));
+  const char* const foreign = category == fakes::TheCategory() ? "" : " on a foreign category";
+  fakes::TheTrace().Add(fakes::Kind::kLog, fakes::Format("log %d %s: %s%s", level, function.c_str(), text, foreign));
 }
 
 int zlog_level_enabled(zlog_category_t* category, int level) {

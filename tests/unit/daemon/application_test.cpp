@@ -42,7 +42,7 @@ std::set<Kind> AllButReads() {
 [[noreturn]] void RunProcess() {
   fakes::Trace::DumpAtExit();
   dup2(STDERR_FILENO, STDOUT_FILENO);
-  std::exit(Main());
+  std::exit(run_daemon());
 }
 
 /// The whole output: what the process wrote, then the trace, nothing else.
@@ -106,7 +106,19 @@ INSTANTIATE_TEST_SUITE_P(
                             Lines{"backtrace", "fault 1 get_max_ip_spoofing_entries: Failed to initialize fm_lib"}}),
     [](const auto& row) { return row.param.name; });
 
+TEST_F(Process, SaysFarewellOnlyAfterTheLoop) {
+  fakes::TheTrace().Record({Kind::kFault});
+  fakes::TheMiddleware().loop_work = {[] { std::fputs("in the loop\n", stderr); }};
+  EXPECT_EXIT(RunProcess(), testing::ExitedWithCode(0), testing::StrEq("in the loop\nip-spoofing-app: Leaving...\n"));
+}
+
 using ApplicationObject = DaemonTest;
+
+TEST_F(ApplicationObject, NamesTheMiddlewareAsItIsNamed) {
+  fakes::TheTrace().Record({Kind::kMiddleware});
+  const Application app("some-name");
+  EXPECT_THAT(Taken(), testing::Contains("qmmw_init some-name"));
+}
 
 TEST_F(ApplicationObject, LoopRunsOnTheFlagThatConstructionSetLast) {
   Application app("some-name");

@@ -12,7 +12,7 @@ using ConfigModel = DaemonTest;
 
 TEST_F(ConfigModel, NewEntryHasTheIdOfInterfaceIndexZero) {
   fakes::TheTrace().Record({Kind::kLimid});
-  const AllowedIpEntry entry = NewEntry();
+  const AllowedIpEntry entry = new_entry();
   EXPECT_EQ(Taken(), Lines{"limid_from_ifindex 0"});
   EXPECT_EQ(fakes::Describe(entry), "(no interface) 0.0.0.0 vlan 0 mac 00:00:00:00:00:00");
 }
@@ -30,7 +30,7 @@ TEST_P(AddressOfAnEntry, IsWrittenByItsFamily) {
   AllowedIpEntry entry{};
   entry.family = GetParam().family;
   std::fill(std::begin(entry.address), std::end(entry.address), GetParam().fill);
-  const AddressText text = TextOf(entry);
+  const AddressText text = address_text(entry);
   const std::string padded(text.begin(), text.end());  // zero to its end
   EXPECT_EQ(padded, GetParam().text + std::string(46 - GetParam().text.size(), '\0'));
 }

@@ -161,6 +161,15 @@ INSTANTIATE_TEST_SUITE_P(
                   -1,
                   {kRegistered[0], kRegistered[1], kRegistered[2], "backtrace",
                    "fault 1 ip_spoofing_register_status_callbacks: Couldn't register status callback"}},
+        FatalCase{"DataCallbacksWithAResultAboveZero",
+                  "confd_register_data_cb",
+                  1,
+                  {kRegistered[0], kRegistered[1], kRegistered[2], "backtrace",
+                   "fault 1 ip_spoofing_register_status_callbacks: Couldn't register status callback"}},
+        FatalCase{"EndOfTheSubscriptionsWithAResultAboveZero", "cdb_subscribe_done", 1,
+                  Join({kRegistered,
+                        {kSubscribed[0], kSubscribed[1], kSubscribed[2], "backtrace",
+                         "fault 1 ConfDSubscribe: the library's text"}})},
         FatalCase{"TransactionCallbacksWithAResultAboveZero",
                   "confd_register_trans_cb",
                   7,
@@ -187,6 +196,36 @@ INSTANTIATE_TEST_SUITE_P(
                         {kStatus, kStatus, "open running", "log 12 LoadConfDCfg: Could not start CDB session.", "close",
                          "backtrace", "fault 1 AppConnect: Failed to load ConfD Configuration"}})}),
     [](const auto& row) { return row.param.name; });
+
+struct LateTextCase {
+  std::string name;
+  std::string call;
+  std::string fault;
+};
+
+class FaultText : public DaemonTest, public testing::WithParamInterface<LateTextCase> {};
+
+// The backtrace may itself change the library's last error; the fault reports what stands there after it.
+TEST_P(FaultText, IsTakenAfterTheBacktrace) {
+  ConfDAppMgr& confd = Build({Kind::kFault});
+  fakes::TheScript().Return(GetParam().call, -1, "the text before");
+  fakes::TheMiddleware().at_backtrace = [] { fakes::SetLastError(CONFD_ERR_EXTERNAL, "the text after"); };
+  EXPECT_EXIT(
+      {
+        fakes::Trace::DumpAtExit();
+        fakes::TheWrapper().Connect(&confd);
+        ConfDAppMgr::TreatSubscriptionMsg(fakes::TheHandle(), fakes::kSubscriptionSocket, &confd);
+      },
+      testing::ExitedWithCode(1), DiesWithExactly({"backtrace", "fault 1 " + GetParam().fault + ": the text after"}));
+}
+
+INSTANTIATE_TEST_SUITE_P(All, FaultText,
+                         testing::Values(LateTextCase{"RegisterDone", "confd_register_done", "AppConnect"},
+                                         LateTextCase{"Subscribe", "cdb_subscribe", "SubscribeConfD"},
+                                         LateTextCase{"SubscribeDone", "cdb_subscribe_done", "ConfDSubscribe"},
+                                         LateTextCase{"ReadMessage", "cdb_read_subscription_socket",
+                                                      "TreatSubscriptionMsg"}),
+                         [](const auto& row) { return row.param.name; });
 
 using Disconnect = DaemonTest;
 

@@ -109,6 +109,15 @@ TEST_F(DispatchEnds, NullContextStopsTheProcessWithoutAWord) {
 
 using DispatchState = ChangesTest;
 
+TEST_F(DispatchState, MessageIsReadAndSyncedOnItsOwnDescriptor) {
+  ConfDAppMgr& confd = BuildSubscribed();
+  fakes::TheTrace().Record({Kind::kSubscription});
+  fakes::TheCdb().messages.push_back({kIfacePoint});
+  ConfDAppMgr::TreatSubscriptionMsg(fakes::TheHandle(), 77, &confd);
+  EXPECT_EQ(Taken(),
+            Join({{"cdb_read_subscription_socket 77"}, Passes(1, {}, {}), {"cdb_sync_subscription_socket 77 1"}}));
+}
+
 TEST_F(DispatchState, PointsAreThoseOfTheSubscriptions) {
   ConfDAppMgr& confd = Build({Kind::kSubscription});
   fakes::TheCdb().next_point = 70;

@@ -1,4 +1,5 @@
 // Reads of single leaves: values, results, faults.
+#include <algorithm>
 #include <array>
 
 #include "daemon_fixture.h"
@@ -88,6 +89,26 @@ TEST_F(LeafReaders, LongMacIsCopiedWhole) {
   std::array<uint8_t, 10> mac{};
   EXPECT_EQ(Get(kEntry, "/mac", mac.data(), LEAF_MAC, true), 0);
   EXPECT_EQ(mac, (std::array<uint8_t, 10>{1, 2, 3, 4, 5, 6, 7, 8, 0, 0}));
+}
+
+std::string Bytes(int count) {
+  std::string text;
+  for (int i = 0; i < count; ++i) text += fakes::Format(i == 0 ? "%02x" : ":%02x", i % 251);
+  return text;
+}
+
+// 256 bytes are what every destination holds.
+TEST_F(LeafReaders, BinaryBeyond256BytesIsCut) {
+  for (const int length : {255, 256, 257, 5000}) {
+    fakes::TheCdb().Put(CDB_RUNNING, Ipv4("eth3", "10.0.0.1 100") + "/mac", Bytes(length));
+    std::array<uint8_t, 6000> destination{};
+    destination.fill(0xee);
+    EXPECT_EQ(Get(kEntry, "/mac", destination.data(), LEAF_MAC, true), 0);
+    const int copied = std::min(length, 256);
+    for (int i = 0; i < copied; ++i) ASSERT_EQ(destination[static_cast<size_t>(i)], i % 251) << length;
+    EXPECT_EQ(destination[static_cast<size_t>(copied)], 0xee) << length;
+  }
+  EXPECT_EQ(Taken(), Lines{});
 }
 
 struct FailedRead {

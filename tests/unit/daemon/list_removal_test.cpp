@@ -112,6 +112,37 @@ INSTANTIATE_TEST_SUITE_P(
                     },
                     {"log 12 DeleteEntireAllowedIpIpv4List: Failed getting number allowed-ip ipv4 instances from "
                      "ConfD (error -2)"}},
+        RemovalCase{"EntriesCannotBeCountedForAPlainError",
+                    [] {
+                      PutEntries(2);
+                      fakes::TheScript().Return("cdb_num_instances pre-commit " + kList, -1);
+                    },
+                    {"log 12 DeleteEntireAllowedIpIpv4List: Failed getting number allowed-ip ipv4 instances from "
+                     "ConfD (error -1)"}},
+        RemovalCase{
+            "ValuesOfTheEntryBeforeAreNotUsed",
+            [] {
+              PutEntries(2);
+              fakes::TheScript().Return("cdb_get_ipv4 " + kList + "[1]/address", -1);
+              fakes::TheScript().Return("cdb_get_int32 " + kList + "[1]/vlan", -1);
+            },
+            Join({Removed(1),
+                  {ReadFault(1, "address"), ReadFault(1, "vlan"), Log("SendRemoveEntry for [eth3] ip[0.0.0.0] vlan[0]"),
+                   "SendRemoveEntry eth3 0.0.0.0 vlan 0" + kZeroMac, kExiting}})},
+        RemovalCase{
+            "IdOfTheEntryBeforeIsNotUsed",
+            [] {
+              PutEntries(2);
+              fakes::TheScript().ReturnNth("limid_from_intfname eth3", 2, -1);
+            },
+            Join({Removed(1), {Removed(2)[0], "SendRemoveEntry (no interface) 10.0.0.2 vlan 2" + kZeroMac, kExiting}})},
+        RemovalCase{"IdOfIndexZeroIsNotUsed",
+                    [] {
+                      PutEntries(1);
+                      fakes::TheLimid().index_zero = fakes::TheLimid().Id("eth0");
+                      fakes::TheScript().Return("limid_from_intfname eth3", -1);
+                    },
+                    {Removed(1)[0], "SendRemoveEntry (no interface) 10.0.0.1 vlan 1" + kZeroMac, kExiting}},
         RemovalCase{"CountZeroProbesUpToTheEnd",
                     [] {
                       PutEntries(2);
@@ -222,6 +253,70 @@ TEST_F(ListRemovalReads, PercentSignInThePathIsAConversion) {
   confd.DeleteEntireAllowedIpIpv4List(list, "a%sb");
   EXPECT_EQ(Taken(), (Lines{"open pre-commit", Log("There is no allowed-ip ipv4 rules for path: " + list + " "),
                             "close pre-commit"}));
+}
+
+/// A name with a doubled percent sign makes a path that, as a format, names the list of another interface.
+struct PercentCase {
+  std::string name;
+  int own_entries;  ///< of the interface of that name; the other one has two
+};
+
+class ListRemovalPercent : public ChangesTest, public testing::WithParamInterface<PercentCase> {};
+
+TEST_P(ListRemovalPercent, ReadsTheOtherList) {
+  ConfDAppMgr& confd = BuildSubscribed();
+  fakes::TheTrace().Record({Kind::kRequest});
+  fakes::TheCdb().Put(CDB_PRE_COMMIT_RUNNING, Iface("a%%b"));
+  for (int i = 0; i < GetParam().own_entries; ++i) {
+    fakes::TheCdb().Put(CDB_PRE_COMMIT_RUNNING, Ipv4("a%%b", "10.0.9." + std::to_string(i) + " 9"));
+  }
+  for (const char* keys : {"10.0.0.1 1", "10.0.0.2 2"}) {
+    fakes::TheCdb().Put(CDB_PRE_COMMIT_RUNNING, Ipv4("a%b", keys));
+  }
+  confd.DeleteEntireAllowedIpIpv4List(Iface("a%%b") + "/allowed-ip/ipv4", "a%%b");
+  EXPECT_EQ(Taken(), (Lines{"SendRemoveEntry a%%b 10.0.0.1 vlan 1" + kZeroMac,
+                            "SendRemoveEntry a%%b 10.0.0.2 vlan 2" + kZeroMac}));
+}
+
+INSTANTIATE_TEST_SUITE_P(All, ListRemovalPercent,
+                         testing::Values(PercentCase{"OwnListEmpty", 0}, PercentCase{"OwnListShorter", 1},
+                                         PercentCase{"OwnListLonger", 3}),
+                         [](const auto& row) { return row.param.name; });
+
+TEST_F(ListRemovalReads, ConvertTheNameAfterTheLeaves) {
+  ConfDAppMgr& confd = BuildSubscribed();
+  fakes::TheTrace().Record({Kind::kLimid, Kind::kRequest, Kind::kSession});
+  PutEntries(2);
+  confd.DeleteEntireAllowedIpIpv4List(kList, "eth3");
+  EXPECT_EQ(Taken(), (Lines{"limid_from_ifindex 0", "open pre-commit", "limid_from_intfname eth3",
+                            "SendRemoveEntry eth3 10.0.0.1 vlan 1" + kZeroMac, "limid_from_intfname eth3",
+                            "SendRemoveEntry eth3 10.0.0.2 vlan 2" + kZeroMac, "close pre-commit"}));
+}
+
+TEST_F(ListRemovalReads, FaultsNameTheFileOfTheRemoval) {
+  ConfDAppMgr& confd = BuildSubscribed();
+  PutEntries(1);
+  fakes::TheScript().Return("cdb_get_ipv4", -1);
+  fakes::TheScript().Return("cdb_get_int32", -1);
+  confd.DeleteEntireAllowedIpIpv4List(kList, "eth3");
+  ASSERT_EQ(fakes::TheMiddleware().faults.size(), 2U);
+  for (const fakes::Fault& fault : fakes::TheMiddleware().faults) {
+    EXPECT_EQ(fault.file, "src/app/confd_mgr/list_removal.cpp");
+  }
+}
+
+TEST_F(ListRemovalReads, DisabledDetailIsNotFormatted) {
+  ConfDAppMgr& confd = BuildSubscribed();
+  fakes::TheZlog().detail_enabled = false;
+  PutEntries(1);
+  confd.DeleteEntireAllowedIpIpv4List(kList, "eth3");
+  confd.DeleteEntireAllowedIpIpv4List(Iface("eth4") + "/allowed-ip/ipv4", "eth4");
+  fakes::TheScript().Return("cdb_exists " + kList + "[0]", 0);
+  confd.DeleteEntireAllowedIpIpv4List(kList, "eth3");
+  EXPECT_EQ(Taken(), (Lines{"open pre-commit", Removed(1)[1], "close pre-commit", "open pre-commit", "close pre-commit",
+                            "open pre-commit", "close pre-commit"}));
+  EXPECT_EQ(fakes::TheZlog().detail_lines_while_disabled, 0);
+  EXPECT_THAT(fakes::TheZlog().asked_levels, testing::Each(10));
 }
 
 TEST_F(ListRemovalReads, MissingMandatoryLeafEndsTheProcess) {

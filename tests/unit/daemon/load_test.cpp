@@ -177,6 +177,72 @@ const LoadCase kFailures[] = {
      -1,
      NotLoaded({"log 12 LoadConfdIpSpoofAllowedIfaces: Failed getting number of anti-ip-spoofing interface instances "
                 "from ConfD database (error -2) "})},
+    {"InterfacesCannotBeCountedForAPlainError",
+     [] {
+       PutInterfaces({"eth1"});
+       fakes::TheScript().Return("cdb_num_instances " + kList, -1);
+     },
+     -1,
+     NotLoaded({"log 12 LoadConfdIpSpoofAllowedIfaces: Failed getting number of anti-ip-spoofing interface instances "
+                "from ConfD database (error -1) "})},
+    {"EntriesCannotBeCountedForAPlainError",
+     [] {
+       Put(Ipv4("eth1", "10.0.0.1 1"));
+       fakes::TheScript().Return("cdb_num_instances " + kEth1List, -1);
+     },
+     -1,
+     NotLoaded({Enable("eth1"), "SendIpSpoofing eth1 true",
+                "log 12 LoadConfdIpSpoofAllowedIpIPv4: Failed getting number of anti-ip-spoofing allowed-ip ipv4 "
+                "instances from ConfD database (error -1)"})},
+    {"RefusedTimeoutsDoNotMatter",
+     [] {
+       Put(Ipv4("eth1", "10.0.0.1 1"));
+       fakes::TheScript().Return("cdb_set_timeout", -1);
+     },
+     0,
+     Loaded({Enable("eth1"), "SendIpSpoofing eth1 true", AddLog("[eth1] ip[10.0.0.1] vlan[1]"),
+             "SendAddEntry eth1 10.0.0.1 vlan 1 mac 00:00:00:00:00:00", Omitting("eth1")})},
+    {"IdOfTheInterfaceBeforeIsNotUsed",
+     [] {
+       PutInterfaces({"eth1", "eth2"});
+       fakes::TheScript().Return("limid_from_intfname eth2", -1);
+     },
+     0,
+     Loaded(Join(
+         {Bare("eth1"), {Enable("eth2"), "SendIpSpoofing (no interface) true", NoRules("eth2"), Omitting("eth2")}}))},
+    {"IdOfIndexZeroIsNotUsedForAnEntry",
+     [] {
+       Put(Ipv4("eth1", "10.0.0.1 1"));
+       fakes::TheLimid().index_zero = fakes::TheLimid().Id("eth0");
+       fakes::TheScript().ReturnNth("limid_from_intfname eth1", 2, -1);
+     },
+     0,
+     Loaded({Enable("eth1"), "SendIpSpoofing eth1 true", AddLog("[eth1] ip[10.0.0.1] vlan[1]"),
+             "SendAddEntry (no interface) 10.0.0.1 vlan 1 mac 00:00:00:00:00:00", Omitting("eth1")})},
+    {"NameOfTheInterfaceBeforeIsNotUsed",
+     [] {
+       PutInterfaces({"eth1", "eth2"});
+       fakes::TheScript().Return("cdb_get_str " + kList + "[1]/interface-name", -1, "no string");
+     },
+     0,
+     Loaded(Join({Bare("eth1"),
+                  {LoadFault("LoadConfdIpSpoofAllowedIfaces", kList + "[1]", "interface-name"), Enable(""),
+                   "SendIpSpoofing (no interface) true", NoRules(""), Omitting("")}}))},
+    {"ValuesOfTheEntryBeforeAreNotUsed",
+     [] {
+       Put(Ipv4("eth1", "10.0.0.1 1") + "/mac", "02:00:00:00:00:01");
+       Put(Ipv4("eth1", "10.0.0.2 2") + "/mac", "02:00:00:00:00:02");
+       fakes::TheScript().Return("cdb_get_ipv4 " + kEth1List + "[1]/address", -1);
+       fakes::TheScript().Return("cdb_get_int32 " + kEth1List + "[1]/vlan", -1);
+       fakes::TheScript().Return("cdb_get_binary " + kEth1List + "[1]/mac", -1, "broken");
+     },
+     0,
+     Loaded({Enable("eth1"), "SendIpSpoofing eth1 true", AddLog("[eth1] ip[10.0.0.1] vlan[1]"),
+             "SendAddEntry eth1 10.0.0.1 vlan 1 mac 02:00:00:00:00:01",
+             LoadFault("LoadConfdIpSpoofAllowedIpIPv4", kEth1List + "[1]", "address"),
+             LoadFault("LoadConfdIpSpoofAllowedIpIPv4", kEth1List + "[1]", "vlan"), "fault 0 GetMacFromConfd: broken\n",
+             LoadFault("LoadConfdIpSpoofAllowedIpIPv4", kEth1List + "[1]", "mac"), AddLog("[eth1] ip[0.0.0.0] vlan[0]"),
+             "SendAddEntry eth1 0.0.0.0 vlan 0 mac 00:00:00:00:00:00", Omitting("eth1")})},
     {"RootThatExistsWithoutInterfaces", [] { fakes::TheScript().Return("cdb_exists /config/anti-ip-spoofing", 1); }, 0,
      Loaded({})},
     {"NameThatCannotBeReadIsEmpty",
@@ -277,6 +343,29 @@ const LoadCase kValues[] = {
      0,
      Loaded({Enable("a%sb"), "SendIpSpoofing a%sb true", NoRules("a%sb"), AllLog("sending allowedAll[ALL] for[a%sb]"),
              "SendAllowedIpAll a%sb 3"})},
+    // So a doubled one names the list of another interface, to the test for existence and to the count.
+    {"DoubledPercentSignReadsAnotherList",
+     [] {
+       PutInterfaces({"a%%b"});
+       Put(Ipv4("a%b", "10.0.0.1 1"));
+       Put(Ipv4("a%b", "10.0.0.2 2"));
+     },
+     0,
+     Loaded({Enable("a%%b"), "SendIpSpoofing a%%b true", AddLog("[a%%b] ip[10.0.0.1] vlan[1]"),
+             "SendAddEntry a%%b 10.0.0.1 vlan 1 mac 00:00:00:00:00:00", AddLog("[a%%b] ip[10.0.0.2] vlan[2]"),
+             "SendAddEntry a%%b 10.0.0.2 vlan 2 mac 00:00:00:00:00:00", Omitting("a%%b"),  //
+             Enable("a%b"), "SendIpSpoofing a%b true", NoRules("a%b"), Omitting("a%b")})},
+    {"DoubledPercentSignCountsAnotherList",
+     [] {
+       Put(Ipv4("a%%b", "10.0.0.9 9"));
+       Put(Ipv4("a%b", "10.0.0.1 1"));
+       Put(Ipv4("a%b", "10.0.0.2 2"));
+     },
+     0,
+     Loaded({Enable("a%%b"), "SendIpSpoofing a%%b true", AddLog("[a%%b] ip[10.0.0.1] vlan[1]"),
+             "SendAddEntry a%%b 10.0.0.1 vlan 1 mac 00:00:00:00:00:00", AddLog("[a%%b] ip[10.0.0.2] vlan[2]"),
+             "SendAddEntry a%%b 10.0.0.2 vlan 2 mac 00:00:00:00:00:00", Omitting("a%%b"),  //
+             Enable("a%b"), "SendIpSpoofing a%b true", NoRules("a%b"), Omitting("a%b")})},
     {"QuoteInANameIsNotEscaped",
      [] {
        Put("/config/anti-ip-spoofing/interface{\"a\\\"b\"}/allowed-ip/ipv4{10.0.0.1 1}");
@@ -430,6 +519,19 @@ INSTANTIATE_TEST_SUITE_P(All, LoadFatal,
                                          MissingLeaf("MacTestFails", kEth1List + "[0]/mac", -1),
                                          MissingLeaf("MacTestLosesTheSocket", kEth1List + "[0]/mac", -2)),
                          [](const auto& row) { return row.param.name; });
+
+using LoadFaults = DaemonTest;
+
+TEST_F(LoadFaults, NameTheFileOfTheLoader) {
+  ConfDAppMgr& confd = Build({Kind::kFault});
+  Put(Ipv4("eth1", "10.0.0.1 1") + "/mac", "02:00:00:00:00:01");
+  for (const char* read : {"cdb_get_ipv4", "cdb_get_int32", "cdb_get_binary"}) fakes::TheScript().Return(read, -1);
+  EXPECT_EQ(confd.LoadConfDCfg(false), 0);
+  std::vector<std::string> files;
+  for (const fakes::Fault& fault : fakes::TheMiddleware().faults) files.push_back(fault.file);
+  EXPECT_THAT(files, testing::ElementsAre("src/app/confd_mgr/load.cpp", "src/app/confd_mgr/load.cpp",
+                                          "src/app/confd_mgr/leaf_readers.cpp", "src/app/confd_mgr/load.cpp"));
+}
 
 using LoadLogging = DaemonTest;
 

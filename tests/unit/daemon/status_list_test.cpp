@@ -121,6 +121,19 @@ TEST_F(Status, ListLeavesALineWithItsSizeAndTheWaitingContext) {
                             "reply 7 end"}));
 }
 
+TEST_F(Status, TransactionsLeaveAPendingRequest) {
+  ConfDAppMgr& confd = BuildRegistered();
+  fakes::TheTrace().Record({Kind::kRequest, Kind::kReply});
+  confd_trans_ctx* const first = fakes::TheProvider().Transaction(7);
+  confd_trans_ctx* const second = fakes::TheProvider().Transaction(8);
+  EXPECT_EQ(ConfDAppMgr::handle_get_next_allowed_ip(first, nullptr, -1), CONFD_DELAYED_RESPONSE);
+  EXPECT_EQ(ConfDAppMgr::show_allowed_ip_trans_finish(first), CONFD_OK);
+  EXPECT_EQ(ConfDAppMgr::show_allowed_ip_trans_init(second), CONFD_OK);
+  EXPECT_EQ(ConfDAppMgr::handle_get_next_allowed_ip(second, nullptr, -1), CONFD_OK);
+  confd.SetEntryList(Rows(1));
+  EXPECT_EQ(Taken(), (Lines{"RequestAllowedIpList", "reply 8 end", "reply 7 key int64:0 next 1"}));
+}
+
 /// A client whose manager answers before the request has returned.
 class AnsweringClient : public ip_spoofing_mgr::IpSpoofingPreventionMgrClient {
  public:

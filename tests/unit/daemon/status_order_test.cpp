@@ -1,11 +1,12 @@
-// The order of the status list, which is no order where rows of one port differ in type, and a sort that bears it.
+// The comparison of the status list, which contradicts itself where rows of one port differ in type, and the sort that
+// accepts it.
 #include <algorithm>
 #include <array>
 #include <functional>
 #include <random>
 
 #include "daemon_fixture.h"
-#include "utils/heap_sort.h"
+#include "utils/merge_sort.h"
 
 namespace ip_spoofing_app {
 namespace {
@@ -126,13 +127,13 @@ TEST_F(StatusOrder, EveryPairOfRandomRowsIsComparedAsStated) {
 
 // ---------------------------------------------------------------------------------------------------------- sort
 
-/// A comparison, and how often it may be asked for n elements.
 using Less = std::function<bool(int, int)>;
 
+/// The most comparisons that a merge sort of n elements makes.
 size_t Bound(size_t n) {
-  size_t log2 = 1;
-  while ((size_t{1} << log2) < n + 1) ++log2;
-  return 2 * n * (log2 + 1) + 2;
+  size_t log2 = 0;
+  while ((size_t{1} << log2) < n) ++log2;
+  return n * log2;
 }
 
 /// Sorts 0, 1, ..., n-1 in a random order under `less`; checks that it ends in time and keeps every element.
@@ -141,7 +142,7 @@ void SortAndCheck(size_t n, std::mt19937* random, const Less& less, std::vector<
   for (size_t i = 0; i < n; ++i) items[i] = static_cast<int>(i);
   std::shuffle(items.begin(), items.end(), *random);
   size_t asked = 0;
-  HeapSort(items, [&](int a, int b) {
+  merge_sort(items, [&](int a, int b) {
     ++asked;
     return less(a, b);
   });
@@ -151,7 +152,7 @@ void SortAndCheck(size_t n, std::mt19937* random, const Less& less, std::vector<
   for (size_t i = 0; i < n; ++i) ASSERT_EQ(items[i], static_cast<int>(i));
 }
 
-TEST(HeapSort, SortsByAnOrder) {
+TEST(MergeSort, SortsByAnOrder) {
   std::mt19937 random(1);
   for (size_t n = 0; n < 300; ++n) {
     std::vector<int> sorted;
@@ -161,14 +162,23 @@ TEST(HeapSort, SortsByAnOrder) {
   }
 }
 
+TEST(MergeSort, KeepsTheOrderOfEqualElements) {
+  for (size_t n = 0; n < 300; ++n) {
+    std::vector<std::pair<int, size_t>> items(n);
+    for (size_t i = 0; i < n; ++i) items[i] = {static_cast<int>(i * 7 % 5), i};
+    merge_sort(items, [](const auto& a, const auto& b) { return a.first < b.first; });
+    EXPECT_TRUE(std::is_sorted(items.begin(), items.end())) << n;
+  }
+}
+
 struct BadOrder {
   std::string name;
   std::function<bool(std::mt19937*, int, int)> less;
 };
 
-class HeapSortBears : public testing::TestWithParam<BadOrder> {};
+class MergeSortAccepts : public testing::TestWithParam<BadOrder> {};
 
-TEST_P(HeapSortBears, AnyComparison) {
+TEST_P(MergeSortAccepts, AnyComparison) {
   std::mt19937 random(2);
   for (size_t n = 0; n < 400; ++n) {
     std::vector<int> sorted;
@@ -178,7 +188,7 @@ TEST_P(HeapSortBears, AnyComparison) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    All, HeapSortBears,
+    All, MergeSortAccepts,
     testing::Values(BadOrder{"AlwaysTrue", [](std::mt19937*, int, int) { return true; }},
                     BadOrder{"AlwaysFalse", [](std::mt19937*, int, int) { return false; }},
                     BadOrder{"Reflexive", [](std::mt19937*, int a, int b) { return a <= b; }},
@@ -187,6 +197,12 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& row) { return row.param.name; });
 
 class StatusSort : public DaemonTest, public testing::WithParamInterface<uint32_t> {
+ public:
+  static void Tag(AllowedIpStatusEntry* row, uint32_t tag) {
+    row->mac[0] = 1;
+    for (int i = 0; i < 4; ++i) row->mac[1 + i] = static_cast<uint8_t>(tag >> (24 - 8 * i));
+  }
+
  protected:
   /// Rows as the manager's list gave them back, in the order in which they are served. The address tells them apart.
   std::vector<uint32_t> Served(const Rows& rows) {
@@ -206,11 +222,6 @@ class StatusSort : public DaemonTest, public testing::WithParamInterface<uint32_
       tags.push_back(mac[0] << 24 | mac[1] << 16 | mac[2] << 8 | mac[3]);
     }
     return tags;
-  }
-
-  static void Tag(AllowedIpStatusEntry* row, uint32_t tag) {
-    row->mac[0] = 1;
-    for (int i = 0; i < 4; ++i) row->mac[1 + i] = static_cast<uint8_t>(tag >> (24 - 8 * i));
   }
 };
 
@@ -243,6 +254,43 @@ TEST_P(StatusSort, OrdersRowsOfOneType) {
   }
   const std::vector<uint32_t> served = Served(rows);
   for (size_t i = 1; i < served.size(); ++i) EXPECT_FALSE(Stated(fields[served[i]], fields[served[i - 1]])) << i;
+}
+
+/// An ordinary port: sources on one VLAN and an allow-all row of the same VLAN, which the comparison takes for equal to
+/// each of them. Tag 0 is the allow-all row, tag n the source of the n-th address.
+struct OrdinaryPort {
+  Rows rows;
+  std::vector<uint32_t> wanted;
+};
+
+enum class ModeRow { kFirst, kLast };
+
+OrdinaryPort MakeOrdinaryPort(size_t sources, ModeRow where, std::mt19937* random) {
+  std::vector<uint8_t> hosts(sources);
+  for (size_t i = 0; i < sources; ++i) hosts[i] = static_cast<uint8_t>(i + 1);
+  std::shuffle(hosts.begin(), hosts.end(), *random);
+  OrdinaryPort port;
+  for (const uint8_t host : hosts) {
+    // The last octet is the highest byte of the number that is compared.
+    port.rows.push_back(Make({1, 0, 0, 0, {{10, 0, 0, host}}}));
+    StatusSort::Tag(&port.rows.back(), host);
+  }
+  AllowedIpStatusEntry mode = Make({1, 1, 0, 0, kNone});
+  StatusSort::Tag(&mode, 0);
+  port.rows.insert(where == ModeRow::kFirst ? port.rows.begin() : port.rows.end(), mode);
+  for (uint32_t i = 1; i <= sources; ++i) port.wanted.push_back(i);
+  port.wanted.insert(where == ModeRow::kFirst ? port.wanted.begin() : port.wanted.end(), 0U);
+  return port;
+}
+
+TEST_P(StatusSort, OrdersSourcesBesideAnAllowAllRow) {
+  std::mt19937 random(GetParam());
+  for (const ModeRow where : {ModeRow::kFirst, ModeRow::kLast}) {
+    for (const size_t sources : {size_t{3}, size_t{5}, size_t{GetParam() * 8}}) {
+      const OrdinaryPort port = MakeOrdinaryPort(sources, where, &random);
+      EXPECT_EQ(Served(port.rows), port.wanted);
+    }
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(Seed, StatusSort, testing::Range(1U, 25U), testing::PrintToStringParamName());
