@@ -1,6 +1,7 @@
 #include "netconf/xml.h"
 
 #include <expat.h>
+#include <strings.h>
 
 #include <climits>
 #include <memory_resource>
@@ -21,6 +22,14 @@ struct FreeParser {
   void operator()(XML_Parser parser) const noexcept { XML_ParserFree(parser); }
 };
 using ParserPtr = std::unique_ptr<std::remove_pointer_t<XML_Parser>, FreeParser>;
+
+constexpr const char* kOnlyUtf8 = "only the encoding UTF-8 is allowed";
+
+/// Starts as a document in UTF-16 or UTF-32 does. Expat would detect those by itself.
+bool StartsWithWideCharacters(std::string_view text) {
+  return text.starts_with("\xfe\xff") || text.starts_with("\xff\xfe") ||
+         text.substr(0, 2).find('\0') != std::string_view::npos;
+}
 
 bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
 
@@ -80,6 +89,9 @@ class XmlDocument::Builder final {
         parser_.get(),
         [](void* self, const char* prefix, const char* uri) { static_cast<Builder*>(self)->Bind(prefix, uri); },
         nullptr);
+    XML_SetXmlDeclHandler(parser_.get(), [](void* self, const char*, const char* encoding, int) {
+      if (encoding != nullptr && ::strcasecmp(encoding, "UTF-8") != 0) static_cast<Builder*>(self)->Refuse(kOnlyUtf8);
+    });
     XML_SetStartDoctypeDeclHandler(parser_.get(), [](void* self, const char*, const char*, const char*, int) {
       static_cast<Builder*>(self)->Refuse("a document type declaration is not allowed");
     });
@@ -87,6 +99,7 @@ class XmlDocument::Builder final {
 
   common::Status Run(std::string_view text) {
     if (text.size() > INT_MAX) return common::Error{"parse", "XML", "the document is too large"};
+    if (StartsWithWideCharacters(text)) return common::Error{"line 1", "", kOnlyUtf8};
     if (XML_Parse(parser_.get(), text.data(), static_cast<int>(text.size()), XML_TRUE) == XML_STATUS_OK)
       return common::Ok();
     const std::string reason = refused_ != nullptr ? refused_ : XML_ErrorString(XML_GetErrorCode(parser_.get()));

@@ -166,7 +166,7 @@ INSTANTIATE_TEST_SUITE_P(
         Row{"DeleteEntryInAnother", Allowed("<ipv4 OP='delete'><address>10.0.0.2</address><vlan>5</vlan></ipv4>"),
             "data-missing", kIpv4 + "[address='10.0.0.2'][vlan='5']", "it does not exist"},
         Row{"BadOperation", Allowed("<all OP='destroy'/>"), "bad-attribute", kEth0 + "/allowed-ip",
-            "'destroy' is no operation", "<bad-attribute>operation</bad-attribute><bad-element>all</bad-element>"},
+            "'destroy' is not an operation", "<bad-attribute>operation</bad-attribute><bad-element>all</bad-element>"},
         Row{"OperationOfAKey", "AIS{<interface><interface-name OP='delete'>eth0</interface-name></interface>}AIS",
             "bad-attribute", kEth0, "a key cannot be deleted from its list entry",
             "<bad-attribute>operation</bad-attribute><bad-element>interface-name</bad-element>"},

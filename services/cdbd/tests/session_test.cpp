@@ -64,6 +64,29 @@ TEST_P(Answers, AndTheSessionLivesOn) {
 
 const std::string kEdit = "<edit-config><target><running/></target>";
 
+std::string UnexpectedAttribute(const std::string& attribute, const std::string& element) {
+  return Error("protocol", "unknown-attribute", "unexpected attribute '" + attribute + "'",
+               "<bad-attribute>" + attribute + "</bad-attribute>" + BadElement(element));
+}
+
+std::string BadAttributeValue(const std::string& message, const std::string& attribute, const std::string& element) {
+  return Error("protocol", "bad-attribute", message,
+               "<bad-attribute>" + attribute + "</bad-attribute>" + BadElement(element));
+}
+
+/// ASCII `text` in UTF-16, each character as `high` and its code in the order of `big_endian`.
+std::string Utf16(std::string_view text, bool big_endian) {
+  std::string out;
+  for (const char c : text) out += big_endian ? std::string{'\0', c} : std::string{c, '\0'};
+  return out;
+}
+
+const std::string kGet = "<rpc message-id=\"1\" " + kNc + "><get/></rpc>";
+const std::string kNotUtf8 = Error("rpc", "malformed-message", "line 1: only the encoding UTF-8 is allowed");
+const std::string kNcPrefix = " xmlns:nc=\"urn:ietf:params:xml:ns:netconf:base:1.0\"";
+const std::string kValidate = "<validate><source><running/></source></validate>";
+const std::string kOnlyElements = "text where only elements are expected";
+
 INSTANTIATE_TEST_SUITE_P(
     Sessions, Answers,
     testing::Values(
@@ -72,20 +95,33 @@ INSTANTIATE_TEST_SUITE_P(
         Row{"EmptyMessage", " ", Error("rpc", "malformed-message", "line 1: no element found")},
         Row{"NotUtf8", "<rpc message-id=\"\xff\"/>",
             Error("rpc", "malformed-message", "line 1: not well-formed (invalid token)")},
+        Row{"Utf16BigEndian", "\xfe\xff" + Utf16(kGet, true), kNotUtf8},
+        Row{"Utf16LittleEndian", "\xff\xfe" + Utf16(kGet, false), kNotUtf8},
+        Row{"Utf16BigEndianWithoutMark", Utf16(kGet, true), kNotUtf8},
+        Row{"Utf16LittleEndianWithoutMark", Utf16(kGet, false), kNotUtf8},
+        Row{"DeclaredLatin1", "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>" + kGet, kNotUtf8},
+        Row{"DeclaredUtf16", "<?xml version=\"1.0\" encoding=\"UTF-16\"?>" + kGet, kNotUtf8},
+        Row{"DeclaredUnknownEncoding", "<?xml version=\"1.0\" encoding=\"none\"?>" + kGet, kNotUtf8},
+        Row{"DeclaredLatin1InBase10", "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>" + kGet,
+            Error("rpc", "operation-failed", "line 1: only the encoding UTF-8 is allowed"), false},
+        Row{"DeclaredUtf8",
+            "<?xml version=\"1.0\" encoding=\"utf-8\"?><rpc message-id=\"1\" " + kNc + ">" + kValidate + "</rpc>",
+            "<ok/>"},
+        Row{"ByteOrderMarkOfUtf8", "\xef\xbb\xbf<rpc message-id=\"1\" " + kNc + ">" + kValidate + "</rpc>", "<ok/>"},
         Row{"DocumentType", "<!DOCTYPE rpc><rpc/>",
             Error("rpc", "malformed-message", "line 1: a document type declaration is not allowed")},
         Row{"NoRpc", "<hello " + kNc + "/>",
-            Error("rpc", "unknown-element", "a request is an &lt;rpc&gt; element", BadElement("hello"))},
+            Error("protocol", "unknown-element", "a request is an &lt;rpc&gt; element", BadElement("hello"))},
         Row{"RpcInNoNamespace", "<rpc message-id=\"1\"><get/></rpc>",
-            Error("rpc", "unknown-namespace", "&lt;rpc&gt; is not in the namespace of NETCONF",
+            Error("protocol", "unknown-namespace", "&lt;rpc&gt; is not in the namespace of NETCONF",
                   BadElement("rpc") + "<bad-namespace></bad-namespace>")},
         Row{"NoMessageId", "<rpc " + kNc + "><get/></rpc>",
             Error("rpc", "missing-attribute", "&lt;rpc&gt; has no message-id",
                   "<bad-attribute>message-id</bad-attribute>" + BadElement("rpc"))},
         Row{"NoOperation", "$",
-            Error("rpc", "missing-element", "&lt;rpc&gt; holds exactly one operation", BadElement("rpc"))},
+            Error("protocol", "missing-element", "&lt;rpc&gt; holds exactly one operation", BadElement("rpc"))},
         Row{"TwoOperations", "$<get/><get/>",
-            Error("rpc", "bad-element", "&lt;rpc&gt; holds exactly one operation", BadElement("get"))},
+            Error("protocol", "bad-element", "&lt;rpc&gt; holds exactly one operation", BadElement("get"))},
         Row{"UnknownOperation", "$<reboot/>",
             Error("protocol", "operation-not-supported", "there is no operation 'reboot'")},
         Row{"OperationOfAnUnknownNamespace", "$<reboot xmlns=\"urn:other\"/>",
@@ -116,12 +152,12 @@ INSTANTIATE_TEST_SUITE_P(
             Error("protocol", "unknown-element", "&lt;edit-config&gt; has no parameter 'url'", BadElement("url"))},
         Row{"EditDefaultOperation",
             "$" + kEdit + "<default-operation>delete</default-operation><config/></edit-config>",
-            Error("protocol", "invalid-value", "'delete' is no value of 'default-operation'",
+            Error("protocol", "invalid-value", "'delete' is not a value of 'default-operation'",
                   BadElement("default-operation"))},
         Row{"EditTestOption", "$" + kEdit + "<test-option>never</test-option><config/></edit-config>",
-            Error("protocol", "invalid-value", "'never' is no value of 'test-option'", BadElement("test-option"))},
+            Error("protocol", "invalid-value", "'never' is not a value of 'test-option'", BadElement("test-option"))},
         Row{"EditErrorOption", "$" + kEdit + "<error-option>panic</error-option><config/></edit-config>",
-            Error("protocol", "invalid-value", "'panic' is no value of 'error-option'", BadElement("error-option"))},
+            Error("protocol", "invalid-value", "'panic' is not a value of 'error-option'", BadElement("error-option"))},
         Row{"EditOfNothing", "$" + kEdit + "<config/></edit-config>", "<ok/>"},
         Row{"LockCandidate", "$<lock><target><candidate/></target></lock>",
             Error("protocol", "unknown-element", "'candidate' is not supported as target", BadElement("candidate"))},
@@ -129,22 +165,84 @@ INSTANTIATE_TEST_SUITE_P(
             Error("protocol", "operation-failed", "this session holds no lock on running")},
         Row{"KillWithoutSession", "$<kill-session/>",
             Error("protocol", "missing-element", "&lt;kill-session&gt; needs 'session-id'", BadElement("session-id"))},
-        Row{"KillNoNumber", "$<kill-session><session-id>x</session-id></kill-session>",
-            Error("protocol", "invalid-value", "'x' is no value of 'session-id'", BadElement("session-id"))},
-        Row{"KillNobody", "$<kill-session><session-id>999999</session-id></kill-session>",
-            Error("protocol", "invalid-value", "'999999' is no value of 'session-id'", BadElement("session-id"))},
+        Row{"KillTextInsteadOfNumber", "$<kill-session><session-id>x</session-id></kill-session>",
+            Error("protocol", "invalid-value", "'x' is not a value of 'session-id'", BadElement("session-id"))},
+        Row{"KillUnknownSession", "$<kill-session><session-id>999999</session-id></kill-session>",
+            Error("protocol", "invalid-value", "'999999' is not a value of 'session-id'", BadElement("session-id"))},
         Row{"SchemaOfNoModule",
             "$<get-schema xmlns=\"urn:ietf:params:xml:ns:yang:ietf-netconf-monitoring\"><identifier>x</identifier>"
             "</get-schema>",
-            Error("protocol", "invalid-value", "'x' is no value of 'identifier'", BadElement("identifier"))},
+            Error("protocol", "invalid-value", "'x' is not a value of 'identifier'", BadElement("identifier"))},
         Row{"SchemaOfAnotherVersion",
             "$<get-schema xmlns=\"urn:ietf:params:xml:ns:yang:ietf-netconf-monitoring\"><identifier>cdb-monitor"
             "</identifier><version>1999-01-01</version></get-schema>",
-            Error("protocol", "invalid-value", "'1999-01-01' is no value of 'version'", BadElement("version"))},
+            Error("protocol", "invalid-value", "'1999-01-01' is not a value of 'version'", BadElement("version"))},
         Row{"SchemaInAnotherFormat",
             "$<get-schema xmlns=\"urn:ietf:params:xml:ns:yang:ietf-netconf-monitoring\"><identifier>cdb-monitor"
             "</identifier><format>yin</format></get-schema>",
-            Error("protocol", "invalid-value", "'yin' is no value of 'format'", BadElement("format"))},
+            Error("protocol", "invalid-value", "'yin' is not a value of 'format'", BadElement("format"))},
+        Row{"TextInRpc", "$x" + kValidate, Error("protocol", "bad-element", kOnlyElements, BadElement("rpc"))},
+        Row{"TextInOperation", "$<validate>x<source><running/></source></validate>",
+            Error("protocol", "bad-element", kOnlyElements, BadElement("validate"))},
+        Row{"TextInSource", "$<validate><source>x<running/></source></validate>",
+            Error("protocol", "bad-element", kOnlyElements, BadElement("source"))},
+        Row{"TextInDatastore", "$<validate><source><running>x</running></source></validate>",
+            Error("protocol", "bad-element", kOnlyElements, BadElement("running"))},
+        Row{"ElementInDatastore", "$<validate><source><running><x/></running></source></validate>",
+            Error("protocol", "unknown-element", "&lt;running&gt; holds no elements", BadElement("x"))},
+        Row{"ElementInTextParameter",
+            "$" + kEdit + "<default-operation>merge<x/></default-operation><config/></edit-config>",
+            Error("protocol", "unknown-element", "&lt;default-operation&gt; holds no elements", BadElement("x"))},
+        Row{"AttributeOfOperation", "$<validate x=\"1\"><source><running/></source></validate>",
+            UnexpectedAttribute("x", "validate")},
+        Row{"AttributeOfGet", "$<get x=\"1\"/>", UnexpectedAttribute("x", "get")},
+        Row{"AttributeOfGetConfig", "$<get-config x=\"1\"><source><running/></source></get-config>",
+            UnexpectedAttribute("x", "get-config")},
+        Row{"AttributeOfClose", "$<close-session x=\"1\"/>", UnexpectedAttribute("x", "close-session")},
+        Row{"AttributeOfLock", "$<lock x=\"1\"><target><running/></target></lock>", UnexpectedAttribute("x", "lock")},
+        Row{"AttributeOfUnlock", "$<unlock x=\"1\"><target><running/></target></unlock>",
+            UnexpectedAttribute("x", "unlock")},
+        Row{"AttributeOfKill", "$<kill-session x=\"1\"><session-id>1</session-id></kill-session>",
+            UnexpectedAttribute("x", "kill-session")},
+        Row{"AttributeOfGetSchema",
+            "$<get-schema x=\"1\" xmlns=\"urn:ietf:params:xml:ns:yang:ietf-netconf-monitoring\"><identifier>cdb-monitor"
+            "</identifier></get-schema>",
+            UnexpectedAttribute("x", "get-schema")},
+        Row{"AttributeOfSource", "$<validate><source x=\"1\"><running/></source></validate>",
+            UnexpectedAttribute("x", "source")},
+        Row{"AttributeOfDatastore", "$<validate><source><running x=\"1\"/></source></validate>",
+            UnexpectedAttribute("x", "running")},
+        Row{"AttributeOfTextParameter",
+            "$" + kEdit + "<default-operation x=\"1\">merge</default-operation><config/></edit-config>",
+            UnexpectedAttribute("x", "default-operation")},
+        Row{"AttributeOfComment",
+            "$" + kEdit + "<comment xmlns=\"urn:ip-spoofing:cdb-monitor\" x=\"1\">c</comment><config/></edit-config>",
+            UnexpectedAttribute("x", "comment")},
+        Row{"OperationOfConfig", "$" + kEdit + "<config" + kNcPrefix + " nc:operation=\"replace\"/></edit-config>",
+            UnexpectedAttribute("operation", "config")},
+        Row{"OperationOfEditConfig",
+            "$<edit-config" + kNcPrefix + " nc:operation=\"delete\"><target><running/></target><config/></edit-config>",
+            UnexpectedAttribute("operation", "edit-config")},
+        Row{"LanguageOfOperation", "$<get xml:lang=\"en\"/>", UnexpectedAttribute("lang", "get")},
+        Row{"AttributeOfConfigToValidate", "$<validate><source><config x=\"1\"/></source></validate>",
+            UnexpectedAttribute("x", "config")},
+        Row{"AttributeOfFilter", "$<get><filter type=\"subtree\" x=\"1\"/></get>", UnexpectedAttribute("x", "filter")},
+        Row{"ForeignTypeOfFilter", "$<get><filter xmlns:f=\"urn:f\" f:type=\"subtree\"/></get>",
+            UnexpectedAttribute("type", "filter")},
+        Row{"SelectOfSubtreeFilter", "$<get><filter type=\"subtree\" select=\"/x\"/></get>",
+            UnexpectedAttribute("select", "filter")},
+        Row{"SecondTypeOfFilter", "$<get><filter" + kNcPrefix + " type=\"subtree\" nc:type=\"xpath\"/></get>",
+            BadAttributeValue("filters of type 'xpath' are not supported, only 'subtree'", "type", "filter")},
+        Row{"TypeOfFilterOfNetconf",
+            "$<get-config><source><running/></source><filter" + kNcPrefix + " nc:type=\"subtree\"/></get-config>",
+            "<data></data>"},
+        Row{"BadOperation",
+            "$" + kEdit + "<config><config xmlns=\"urn:ip-spoofing:anti-ip-spoofing\"" + kNcPrefix +
+                " nc:operation=\"melt\"/></config></edit-config>",
+            "<rpc-error><error-type>application</error-type><error-tag>bad-attribute</error-tag><error-severity>error"
+            "</error-severity><error-message xml:lang=\"en\">'melt' is not an operation"
+            "</error-message><error-info><bad-attribute>operation</bad-attribute><bad-element>config</bad-element>"
+            "</error-info></rpc-error>"},
         Row{"ValidateRunning", "$<validate><source><running/></source></validate>", "<ok/>"},
         Row{"ValidateGoodConfig",
             "$<validate><source><config>" + Interfaces({"eth0"}) + "</config></source></validate>", "<ok/>"}),

@@ -53,8 +53,9 @@ struct XmlElement {
 /// A parsed document, read-only. About 64 bytes an element plus its text.
 class XmlDocument final {
  public:
-  /// Parses UTF-8 `text`. Fails, with the line, when it is not well formed and namespace-correct, has a document type
-  /// declaration, is nested deeper than 128 elements or has more than 8 million of them.
+  /// Parses UTF-8 `text`. Fails, with the line, when it is not well formed and namespace-correct, is in or declares
+  /// another encoding, has a document type declaration, is nested deeper than 128 elements or has more than 8 million
+  /// of them.
   static common::Result<std::unique_ptr<XmlDocument>> Parse(std::string_view text);
   ~XmlDocument();
 

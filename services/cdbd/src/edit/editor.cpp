@@ -99,7 +99,7 @@ bool Editor::Resolve(const Node& parent, const Element& element, Operation inher
         continue;
       }
       error.message = node->IsKeyLeaf() ? "a key cannot be deleted from its list entry"
-                                        : "'" + std::string{a->value} + "' is no operation";
+                                        : "'" + std::string{a->value} + "' is not an operation";
     } else {
       error.tag = "unknown-attribute";
       error.message = "unexpected attribute '" + std::string{a->name->local} + "'";

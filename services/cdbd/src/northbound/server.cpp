@@ -130,7 +130,7 @@ void NetconfServer::OnMessage(Session& session, const std::string& message) {
   std::unique_ptr<netconf::XmlDocument> document = std::move(parsed).value();
   const XmlElement& root = document->root();
   if (!root.Is(kBaseNs, "rpc")) {
-    RpcError error{.type = "rpc", .tag = "unknown-element", .message = "a request is an <rpc> element"};
+    RpcError error{.type = "protocol", .tag = "unknown-element", .message = "a request is an <rpc> element"};
     error.info = BadElement(root.name->local);
     if (root.name->local == "rpc") {
       error.tag = "unknown-namespace";
@@ -145,9 +145,14 @@ void NetconfServer::OnMessage(Session& session, const std::string& message) {
     error.info = BadAttribute("message-id", "rpc");
     return Refuse(session, attributes, error);
   }
+  if (!netconf::Trim(root.text).empty()) {
+    RpcError error{.type = "protocol", .tag = "bad-element", .message = "text where only elements are expected"};
+    error.info = BadElement("rpc");
+    return Refuse(session, attributes, error);
+  }
   const XmlElement* operation = root.first_child;
   if (operation == nullptr || operation->next != nullptr) {
-    RpcError error{.type = "rpc", .tag = operation == nullptr ? "missing-element" : "bad-element"};
+    RpcError error{.type = "protocol", .tag = operation == nullptr ? "missing-element" : "bad-element"};
     error.message = "<rpc> holds exactly one operation";
     error.info = BadElement(operation == nullptr ? "rpc" : operation->next->name->local);
     return Refuse(session, attributes, error);

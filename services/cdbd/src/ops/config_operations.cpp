@@ -35,17 +35,6 @@ std::string CommentOf(const Model& model, Params* params) {
   return std::string{element->text};
 }
 
-void CheckFilter(const XmlElement* filter, std::optional<RpcError>* error) {
-  if (filter == nullptr || error->has_value()) return;
-  const netconf::XmlAttribute* type = filter->Attribute("", "type");
-  if (type == nullptr) type = filter->Attribute(netconf::kBaseNs, "type");
-  if (type == nullptr || type->value == "subtree") return;
-  RpcError bad{.type = "protocol", .tag = "bad-attribute"};
-  bad.message = "filters of type '" + std::string{type->value} + "' are not supported, only 'subtree'";
-  bad.info = BadAttribute("type", "filter");
-  *error = std::move(bad);
-}
-
 Selection SelectionOf(const XmlElement* filter) {
   return filter == nullptr ? Selection::Everything() : Selection::Of(*filter);
 }
@@ -144,10 +133,8 @@ void RunEdit(Core& core, const RpcPtr& rpc, const EditRequest& request, const Co
 void GetConfig(Core& core, const RpcPtr& rpc) {
   Params params{rpc->operation(), {"source", "filter"}};
   params.RequireOneOf("source", {"running"});
-  std::optional<RpcError> error = params.error();
-  const XmlElement* filter = params.Find("filter");
-  CheckFilter(filter, &error);
-  if (error) return rpc->Fail(*error);
+  const XmlElement* filter = params.Filter();
+  if (params.error()) return rpc->Fail(*params.error());
   const auto snapshot = core.store.Take();
   if (!snapshot) return rpc->Fail(RpcError{.message = snapshot.error().Text()});
   std::string data{"<data>"};
@@ -159,11 +146,9 @@ void GetConfig(Core& core, const RpcPtr& rpc) {
 }
 
 void Get(Core& core, const RpcPtr& rpc) {
-  const Params params{rpc->operation(), {"filter"}};
-  std::optional<RpcError> error = params.error();
-  const XmlElement* filter = params.Find("filter");
-  CheckFilter(filter, &error);
-  if (error) return rpc->Fail(*error);
+  Params params{rpc->operation(), {"filter"}};
+  const XmlElement* filter = params.Filter();
+  if (params.error()) return rpc->Fail(*params.error());
   StartGet(core, rpc, SelectionOf(filter));
 }
 

@@ -6,7 +6,17 @@
 
 namespace cdbd {
 
+using netconf::XmlAttribute;
 using netconf::XmlElement;
+
+namespace {
+
+/// The attributes of <filter> (RFC 6241, section 6.2), which some clients write in the namespace of NETCONF.
+bool IsOfFilter(const XmlAttribute& attribute, std::string_view name) {
+  return attribute.name->local == name && (attribute.name->ns.empty() || attribute.name->ns == netconf::kBaseNs);
+}
+
+}  // namespace
 
 Params::Params(const XmlElement& operation, std::initializer_list<std::string_view> known,
                std::initializer_list<std::string_view> added)
@@ -14,6 +24,8 @@ Params::Params(const XmlElement& operation, std::initializer_list<std::string_vi
   const auto holds = [](std::initializer_list<std::string_view> names, std::string_view name) {
     return std::find(names.begin(), names.end(), name) != names.end();
   };
+  CheckAttributes(operation);
+  CheckOnlyElements(operation);
   for (const XmlElement* child = operation.first_child; child != nullptr; child = child->next) {
     const netconf::XmlName& full = *child->name;
     const bool expected = (full.ns == operation.name->ns && holds(known, full.local)) ||
@@ -23,6 +35,7 @@ Params::Params(const XmlElement& operation, std::initializer_list<std::string_vi
       Note("unknown-element", "<" + std::string{operation.name->local} + "> has no parameter '" + name + "'", name);
     else if (operation.Child(full.ns, full.local) != child)
       Note("bad-element", "'" + name + "' is there more than once", name);
+    if (name != "filter") CheckAttributes(*child);  // Filter() looks at its attributes
   }
 }
 
@@ -30,9 +43,11 @@ const XmlElement* Params::Find(std::string_view name) const { return operation_.
 
 const XmlElement* Params::FindAdded(std::string_view name) const { return operation_.Child(kMonitorNs, name); }
 
-std::string_view Params::Text(std::string_view name, std::string_view otherwise) const {
+std::string_view Params::Text(std::string_view name, std::string_view otherwise) {
   const XmlElement* element = Find(name);
-  return element == nullptr ? otherwise : netconf::Trim(element->text);
+  if (element == nullptr) return otherwise;
+  CheckNoElements(*element);
+  return netconf::Trim(element->text);
 }
 
 const XmlElement* Params::Require(std::string_view name) {
@@ -45,6 +60,7 @@ const XmlElement* Params::Require(std::string_view name) {
 const XmlElement* Params::RequireOneOf(std::string_view name, std::initializer_list<std::string_view> allowed) {
   const XmlElement* element = Require(name);
   if (element == nullptr) return nullptr;
+  CheckOnlyElements(*element);
   const XmlElement* choice = element->first_child;
   if (choice == nullptr) {
     Note("missing-element", "'" + std::string{name} + "' is empty", name);
@@ -58,17 +74,58 @@ const XmlElement* Params::RequireOneOf(std::string_view name, std::initializer_l
          bad.name->local);
     return nullptr;
   }
+  CheckAttributes(*choice);
+  if (choice->name->local != "config") {
+    CheckNoElements(*choice);
+    CheckOnlyElements(*choice);
+  }
   return choice;
 }
 
+const XmlElement* Params::Filter() {
+  const XmlElement* filter = Find("filter");
+  if (filter == nullptr) return nullptr;
+  for (const XmlAttribute* a = filter->attributes; a != nullptr; a = a->next) {
+    if (!IsOfFilter(*a, "type"))
+      NoteAttribute("unknown-attribute", "unexpected attribute '" + std::string{a->name->local} + "'", *a, *filter);
+    else if (a->value != "subtree")
+      NoteAttribute("bad-attribute",
+                    "filters of type '" + std::string{a->value} + "' are not supported, only 'subtree'", *a, *filter);
+  }
+  return filter;
+}
+
 void Params::Invalid(std::string_view name, std::string_view value) {
-  Note("invalid-value", "'" + std::string{value} + "' is no value of '" + std::string{name} + "'", name);
+  Note("invalid-value", "'" + std::string{value} + "' is not a value of '" + std::string{name} + "'", name);
 }
 
 void Params::Invalid(std::string_view name, const RpcError& error) {
   if (error_) return;
   Note("invalid-value", "'" + std::string{name} + "': " + error.message, name);
   error_->app_tag = error.app_tag;
+}
+
+void Params::CheckAttributes(const XmlElement& element) {
+  for (const XmlAttribute* a = element.attributes; a != nullptr; a = a->next)
+    NoteAttribute("unknown-attribute", "unexpected attribute '" + std::string{a->name->local} + "'", *a, element);
+}
+
+void Params::CheckOnlyElements(const XmlElement& element) {
+  if (!netconf::Trim(element.text).empty())
+    Note("bad-element", "text where only elements are expected", element.name->local);
+}
+
+void Params::CheckNoElements(const XmlElement& element) {
+  if (element.first_child != nullptr)
+    Note("unknown-element", "<" + std::string{element.name->local} + "> holds no elements",
+         element.first_child->name->local);
+}
+
+void Params::NoteAttribute(const char* tag, std::string message, const XmlAttribute& attribute,
+                           const XmlElement& element) {
+  if (error_) return;
+  error_ = RpcError{.type = "protocol", .tag = tag, .message = std::move(message)};
+  error_->info = BadAttribute(attribute.name->local, element.name->local);
 }
 
 void Params::Note(const char* tag, std::string message, std::string_view element) {
