@@ -62,6 +62,13 @@ TEST_P(Answers, AndTheSessionLivesOn) {
   EXPECT_EQ(client.GetConfig(), "");
 }
 
+/// What is in `text` after `open` and before the next `close`; "" if either is missing.
+std::string Between(const std::string& text, const std::string& open, const std::string& close) {
+  const size_t begin = text.find(open);
+  const size_t end = begin == std::string::npos ? begin : text.find(close, begin + open.size());
+  return end == std::string::npos ? "" : text.substr(begin + open.size(), end - begin - open.size());
+}
+
 const std::string kEdit = "<edit-config><target><running/></target>";
 
 std::string UnexpectedAttribute(const std::string& attribute, const std::string& element) {
@@ -305,15 +312,42 @@ TEST_F(Answers, ATestOnlyEditChangesNothing) {
 
 TEST_F(Answers, TheHelloNamesWhatWorks) {
   NetconfClient client = server->Connect();
-  using testing::Contains;
-  using testing::StartsWith;
-  const auto& capabilities = client.raw().capabilities();
-  const std::string prefix = "urn:ietf:params:netconf:capability:";
-  for (const char* one : {"writable-running:1.0", "rollback-on-error:1.0", "validate:1.1"})
-    EXPECT_THAT(capabilities, Contains(prefix + one));
-  EXPECT_THAT(capabilities, Contains(StartsWith(prefix + "yang-library:1.1?revision=2019-01-04&content-id=")));
-  for (const char* one : {"candidate", "startup", "xpath", "url", "confirmed-commit"})
-    EXPECT_THAT(capabilities, Not(Contains(StartsWith(prefix + one))));
+  const std::string library =
+      client.Get("<yang-library xmlns=\"urn:ietf:params:xml:ns:yang:ietf-yang-library\"><content-id/></yang-library>");
+  const std::string content_id = Between(library, "<content-id>", "</content-id>");
+  ASSERT_FALSE(content_id.empty()) << library;
+  const std::string base = "urn:ietf:params:netconf:";
+  const std::vector<std::string> expected{
+      base + "base:1.0",
+      base + "base:1.1",
+      base + "capability:writable-running:1.0",
+      base + "capability:rollback-on-error:1.0",
+      base + "capability:validate:1.1",
+      base + "capability:yang-library:1.0?revision=2019-01-04&module-set-id=" + content_id,
+      base + "capability:yang-library:1.1?revision=2019-01-04&content-id=" + content_id,
+      "urn:ietf:params:xml:ns:netconf:base:1.0?module=ietf-netconf&revision=2011-06-01&features=writable-running,"
+      "rollback-on-error,validate",
+      "urn:ietf:params:xml:ns:yang:ietf-netconf-monitoring?module=ietf-netconf-monitoring&revision=2010-10-04"};
+  // The library's own modules come with it.
+  std::vector<std::string> capabilities;
+  for (const std::string& one : client.raw().capabilities())
+    if (one.find("?module=yang&") == std::string::npos) capabilities.push_back(one);
+  EXPECT_EQ(capabilities, expected);
+}
+
+// RFC 7895: what a client that knows only yang-library 1.0 reads after the hello.
+TEST_F(Answers, HaveTheModulesOfYangLibrary10) {
+  NetconfClient client = server->Connect();
+  const std::string ns = " xmlns=\"urn:ietf:params:xml:ns:yang:ietf-yang-library\"";
+  const auto modules = [&](const std::string& filter) {
+    return client.Get("<modules-state" + ns + ">" + filter + "</modules-state>");
+  };
+  const std::string set = Between(modules("<module-set-id/>"), "<module-set-id>", "</module-set-id>");
+  EXPECT_THAT(client.raw().capabilities(), testing::Contains(testing::EndsWith("&module-set-id=" + set)));
+  EXPECT_EQ(modules("<module><name>anti-ip-spoofing</name></module>"),
+            "<modules-state" + ns +
+                "><module><name>anti-ip-spoofing</name><revision>2026-11-21</revision><namespace>urn:ip-spoofing:"
+                "anti-ip-spoofing</namespace><conformance-type>implement</conformance-type></module></modules-state>");
 }
 
 TEST(Locks, KeepOthersOutUntilTheSessionEnds) {

@@ -115,11 +115,11 @@ void AddOwnState(Core& core, StateReader* reader) {
 
 std::vector<std::string> Capabilities(const Model& model) {
   const std::string capability = "urn:ietf:params:netconf:capability:";
-  std::vector<std::string> all{"urn:ietf:params:netconf:base:1.0",
-                               "urn:ietf:params:netconf:base:1.1",
-                               capability + "writable-running:1.0",
-                               capability + "rollback-on-error:1.0",
+  std::vector<std::string> all{"urn:ietf:params:netconf:base:1.0", "urn:ietf:params:netconf:base:1.1",
+                               capability + "writable-running:1.0", capability + "rollback-on-error:1.0",
                                capability + "validate:1.1",
+                               // Clients of RFC 7895 know the library only by this one (RFC 7950, section 5.6.4).
+                               capability + "yang-library:1.0?revision=2019-01-04&module-set-id=" + model.content_id(),
                                capability + "yang-library:1.1?revision=2019-01-04&content-id=" + model.content_id()};
   // Modules of YANG 1.1 are found through the YANG library, those of YANG 1.0 in the hello (RFC 7950, section 5.6.4).
   uint32_t index = 0;
