@@ -6,6 +6,7 @@
 
 #include "meta_records.h"
 #include "migration.h"
+#include "store_files.h"
 #include "table.h"
 
 namespace cdb_store {
@@ -23,27 +24,54 @@ uint32_t NewStoreNumber() {
 
 common::Result<std::unique_ptr<StoreWriter>> StoreWriter::Open(const StoreOptions& options, Schema schema,
                                                                const std::string& primary, const ModelCheck& check) {
+  const StoreFiles files(options);
+  auto lock = files.Lock();
+  if (!lock) return lock.error();
+  const auto creates = files.NeedsCreation();
+  if (!creates) return creates.error();
+  if (creates.value()) {
+    const auto draft = files.PrepareDraft();
+    if (!draft) return draft.error();
+    StoreOptions draft_options = options;
+    draft_options.path = draft.value();
+    auto env = Environment::Create(draft_options);
+    if (!env) return env.error();
+    StoreWriter fresh(std::move(env).value());
+    fresh.schema_ = schema;
+    if (auto status = fresh.Adopt(primary, check); !status) return status.error();
+    fresh.env_.reset();
+    if (auto status = files.PublishDraft(); !status) return status.error();
+  }
   auto env = Environment::OpenForWriting(options);
   if (!env) return env.error();
   std::unique_ptr<StoreWriter> store(new StoreWriter(std::move(env).value()));
+  store->lock_ = std::move(lock).value();
+  store->created_ = creates.value();
   store->schema_ = std::move(schema);
-  if (auto status = store->AdoptOrCreate(primary, check); !status) return status.error();
+  const auto txn = store->env_->BeginRead();
+  if (!txn) return txn.error();
+  const uint32_t number = ReadIdentityRecord(txn.value().get(), store->env_->meta).txid.store;
+  if (number != 0) {
+    if (auto status = files.CheckIdentity(number); !status) return status.error();
+  }
+  if (auto status = store->Adopt(primary, check); !status) return status.error();
+  if (auto status = files.WriteIdentity(number); !status) return status.error();
   return store;
 }
 
-common::Status StoreWriter::AdoptOrCreate(const std::string& primary, const ModelCheck& check) {
+// Of a database that is being created nothing is known yet: its tables are empty.
+common::Status StoreWriter::Adopt(const std::string& primary, const ModelCheck& check) {
   constexpr const char* kOperation = "open configuration store";
   auto begun = env_->BeginWrite();
   if (!begun) return begun.error();
   TxnHandle txn = std::move(begun).value();
   const std::optional<std::string> stored = ReadMeta(txn.get(), env_->meta, kIdentityKey);
   const std::optional<Identity> known = stored ? UnpackIdentity(*stored) : Identity{};
-  MDB_stat rows{};
-  if (const int code = mdb_stat(txn.get(), env_->running, &rows); code != 0) {
-    return StoreError(kOperation, path(), code);
-  }
-  if (!known || (!stored && rows.ms_entries > 0)) {
-    return common::Error{kOperation, path(), "data.mdb is damaged (what names its state is gone); nothing was changed"};
+  const bool complete = env_->is_new() ? !stored : known && known->txid.store != 0;
+  if (!complete) {
+    return common::Error{
+        kOperation, path(),
+        std::string("data.mdb is damaged (what names its state is gone)") + kNothingChanged + kBeginAnew};
   }
   Identity identity = *known;
   const uint64_t fingerprint = schema_.Fingerprint();

@@ -10,8 +10,6 @@
 #include "common/paths.h"
 #include "common/version.h"
 
-namespace {}  // namespace
-
 int main(int argc, char** argv) {
   cdbd::ServerOptions options;
   std::string log_level = "info";
@@ -45,6 +43,8 @@ int main(int argc, char** argv) {
   app.add_option("--provider-timeout", provider_limit, "Seconds for a data provider to answer a request")
       ->capture_default_str();
   app.add_option("--database-size", map_mib, "Upper bound of the database file, MiB")->capture_default_str();
+  app.add_flag("--new-database", options.new_database,
+               "Begin with an empty configuration where the former database is gone or empty. For one start");
   app.add_option("--log-level", log_level, "Least level that is logged")
       ->capture_default_str()
       ->check(CLI::IsMember({"trace", "debug", "info", "warning", "error", "critical", "off"}));

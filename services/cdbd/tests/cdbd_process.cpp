@@ -29,6 +29,7 @@ void CdbdProcess::Spawn() {
   std::vector<std::string> command{CDBD_EXECUTABLE, "--run-dir", RunDir(), "--state-dir",
                                    StateDir(),      "--models",  models_};
   command.insert(command.end(), options_.begin(), options_.end());
+  command.insert(command.end(), extra_options_.begin(), extra_options_.end());
   process_ = std::make_unique<ChildProcess>(command, ChildProcess::Environment{}, root_ + "/cdbd");
 }
 

@@ -27,6 +27,8 @@ class CdbdProcess final {
 
   /// Where the next start finds its modules; CDBD_MODELS_DIR without it.
   void SetModels(std::string directory) { models_ = std::move(directory); }
+  /// Options of the next starts besides those of the constructor.
+  void SetExtraOptions(std::vector<std::string> options) { extra_options_ = std::move(options); }
   /// Starts it and waits until it listens.
   void Start();
   /// Starts it, expecting that it ends by itself: its exit status, or -1 when it does not end.
@@ -49,6 +51,7 @@ class CdbdProcess final {
   void Spawn();
 
   std::vector<std::string> options_;
+  std::vector<std::string> extra_options_;
   std::string models_ = CDBD_MODELS_DIR;
   std::string root_;
   std::unique_ptr<ChildProcess> process_;

@@ -5,9 +5,9 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "common/result.h"
-#include "common/unique_fd.h"
 
 namespace cdb_store {
 
@@ -30,15 +30,18 @@ struct StoreOptions {
   std::string path;                   ///< an existing directory
   size_t map_size = kDefaultMapSize;  ///< fixed upper bound of the file, bytes
   bool durable = true;                ///< false: a crash of the machine may lose the last commits (tests, benchmarks)
+  std::string identity_file{};        ///< names the database that was last here; "": PATH/identity
+  bool new_database = false;          ///< begin with an empty one where the former one is gone or empty
 };
 
 /// The open LMDB environment with its sub-databases. One per process and store; never used after fork(2).
 class Environment final {
  public:
-  /// For the one server: creates the store where there is none. Holds a lock until destroyed, so that a second server
-  /// on the same directory fails here. A file that is damaged, foreign or of another version fails and is left as it
-  /// is.
+  /// For the one server, which holds the store's lock. A file that is damaged, foreign or of another version fails and
+  /// is left as it is.
   static common::Result<std::unique_ptr<Environment>> OpenForWriting(const StoreOptions& options);
+  /// Creates an empty database with its tables in a directory that has none.
+  static common::Result<std::unique_ptr<Environment>> Create(const StoreOptions& options);
   /// For clients: the store must exist.
   static common::Result<std::unique_ptr<Environment>> OpenForReading(const std::string& path);
   ~Environment();
@@ -47,7 +50,8 @@ class Environment final {
 
   [[nodiscard]] MDB_env* handle() const noexcept { return env_; }
   [[nodiscard]] const std::string& path() const noexcept { return path_; }
-  [[nodiscard]] bool created() const noexcept { return created_; }
+  /// Made by Create().
+  [[nodiscard]] bool is_new() const noexcept { return mode_ == Mode::kCreate; }
 
   MDB_dbi running = 0;
   MDB_dbi pre_commit = 0;
@@ -63,14 +67,17 @@ class Environment final {
   int ReleaseDeadReaders() const;
 
  private:
-  explicit Environment(std::string path) : path_{std::move(path)} {}
+  enum class Mode : uint8_t { kRead, kWrite, kCreate };
+  Environment(std::string path, Mode mode) : path_{std::move(path)}, mode_{mode} {}
   common::Status Open(unsigned flags, size_t map_size);
-  common::Status OpenTables(bool writable);
+  common::Status OpenTables();
+  common::Status CheckFormat(MDB_txn* txn) const;
+  /// The error of a file that is not usable, with what the server's operator can do.
+  [[nodiscard]] common::Error Unusable(std::string_view reason) const;
 
   std::string path_;
+  Mode mode_;
   MDB_env* env_ = nullptr;
-  bool created_ = false;
-  common::UniqueFd lock_;
 };
 
 /// An error from an LMDB return code.

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "cdb_store/store_reader.h"
+#include "common/unique_fd.h"
 
 namespace cdb_store {
 
@@ -92,15 +93,17 @@ struct ModelCheck {
 /// The server's side of the store. One per directory, held by a lock file.
 class StoreWriter final {
  public:
-  /// Opens or creates the store for `schema`. Rows written for another schema are carried over, in one transaction,
-  /// when all their nodes exist in the new one with the same kind, type and keys and `check` allows the whole; else it
-  /// fails, naming the first that does not, and the store is left as it is. `primary` is the server's name for clients.
+  /// Opens the store for `schema`, or creates it in a directory that never held one. A database that existed and is
+  /// gone, empty, damaged or replaced by another one is refused: an empty configuration opens what was guarded. Rows
+  /// written for another schema are carried over, in one transaction, when all their nodes exist in the new one with
+  /// the same kind, type and keys and `check` allows the whole; else it fails, naming the first that does not, and the
+  /// store is left as it is. `primary` is the server's name for clients.
   static common::Result<std::unique_ptr<StoreWriter>> Open(const StoreOptions& options, Schema schema,
                                                            const std::string& primary, const ModelCheck& check = {});
 
   [[nodiscard]] const Schema& schema() const noexcept { return schema_; }
   [[nodiscard]] const std::string& path() const noexcept { return env_->path(); }
-  [[nodiscard]] bool created() const noexcept { return env_->created(); }
+  [[nodiscard]] bool created() const noexcept { return created_; }  ///< by this Open()
   [[nodiscard]] const Txid& txid() const noexcept { return identity_.txid; }
   /// The rows were stored for another schema and have been carried over to this one. The log was not touched.
   [[nodiscard]] bool migrated() const noexcept { return migrated_; }
@@ -121,11 +124,13 @@ class StoreWriter final {
  private:
   friend class WriteTxn;
   explicit StoreWriter(std::unique_ptr<Environment> env) : env_{std::move(env)} {}
-  common::Status AdoptOrCreate(const std::string& primary, const ModelCheck& check);
+  common::Status Adopt(const std::string& primary, const ModelCheck& check);
 
+  common::UniqueFd lock_;  ///< outlives the environment
   std::unique_ptr<Environment> env_;
   Schema schema_;
   Identity identity_;
+  bool created_ = false;
   bool migrated_ = false;
 };
 

@@ -45,6 +45,8 @@ common::Result<std::unique_ptr<DatabaseServer>> DatabaseServer::Start(common::Ev
     if (const common::Status made = common::EnsureDir(dir); !made) return made.error();
   cdb_store::StoreOptions store_options;
   store_options.path = options.state_dir + "/cdb";
+  store_options.identity_file = options.state_dir + "/cdb.identity";
+  store_options.new_database = options.new_database;
   store_options.map_size = options.map_size;
   store_options.durable = options.durable;
   const cdb_store::ModelCheck check{model.value()->version(), [&model](const cdb_store::View& running) {
@@ -73,6 +75,7 @@ common::Result<std::unique_ptr<DatabaseServer>> DatabaseServer::Start(common::Ev
       ProgramServer::Listen(loop, options.run_dir + "/cdb.sock", core.store, parts->subscriptions, parts->providers);
   if (!programs) return programs.error();
   parts->programs = std::move(programs).value();
+  if (core.store.created()) spdlog::info("created {}, with an empty configuration", core.store.path());
   spdlog::info("serving {} at transaction {}", core.store.path(), core.store.txid().number);
   return std::unique_ptr<DatabaseServer>{new DatabaseServer{std::move(parts)}};
 }

@@ -18,6 +18,7 @@ struct ServerOptions {
   std::string state_dir;
   size_t map_size = cdb_store::kDefaultMapSize;
   bool durable = true;
+  bool new_database = false;  ///< begin with an empty one where the former one is gone or empty
   SessionLimits netconf;
   std::chrono::milliseconds subscriber_limit{30000};  ///< for a subscriber to take in a commit
   std::chrono::milliseconds provider_limit{120000};   ///< for a data provider to answer a request

@@ -1,4 +1,4 @@
-// A server that dies, or whose disk fails, at any write while it carries a database over.
+// A server that dies, or whose disk fails, at any write while it creates a database or carries one over.
 #include <gtest/gtest.h>
 #include <sys/syscall.h>
 #include <sys/uio.h>
@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -55,8 +56,20 @@ ssize_t pwrite(int fd, const void* data, size_t size, off_t at) {
 ssize_t writev(int fd, const iovec* parts, int count) {
   return WithFault(static_cast<size_t>(count), [&](size_t n) { return syscall(SYS_writev, fd, parts, n); });
 }
+ssize_t write(int fd, const void* data, size_t size) {
+  return WithFault(size, [&](size_t n) { return syscall(SYS_write, fd, data, n); });
+}
 int fdatasync(int fd) {
   return static_cast<int>(WithFault(1, [&](size_t n) { return n == 0 ? 0 : syscall(SYS_fdatasync, fd); }));
+}
+int fsync(int fd) {
+  return static_cast<int>(WithFault(1, [&](size_t n) { return n == 0 ? 0 : syscall(SYS_fsync, fd); }));
+}
+int unlink(const char* path) {
+  return static_cast<int>(WithFault(1, [&](size_t n) { return n == 0 ? 0 : syscall(SYS_unlink, path); }));
+}
+int rename(const char* from, const char* to) {
+  return static_cast<int>(WithFault(1, [&](size_t n) { return n == 0 ? 0 : syscall(SYS_rename, from, to); }));
 }
 }
 
@@ -76,14 +89,16 @@ Schema Build(bool grown) {
   return builder.Build().value();
 }
 
-/// Carries the store over in a process of its own. Its end, as test::WaitFor() tells it.
-int MigrateWithFault(const std::string& path, int after, Fault kind) {
+/// Opens the store in a process of its own. Its end, as test::WaitFor() tells it; 0: the fault did not come.
+int OpenWithFault(const StoreOptions& options, bool grown, int after, Fault kind) {
   return test::InChild([&] {
     fault = kind;
     writes_until_fault = after;
-    const auto store = StoreWriter::Open({.path = path}, Build(true), "server");
+    const auto store = StoreWriter::Open(options, Build(grown), "server");
+    const bool came = writes_until_fault < 0;
+    writes_until_fault = -1;
     if (!store.ok()) return 1;
-    return writes_until_fault >= 0 ? 0 : 3;
+    return came ? 3 : 0;
   });
 }
 
@@ -107,7 +122,7 @@ TEST_P(MigrationCrash, LeavesTheOldOrTheNewAtEveryWrite) {
   for (int at = 0; at < 1000; ++at) {
     const test::TempDir dir;
     const std::vector<std::string> before = Fill(dir.path());
-    const int status = MigrateWithFault(dir.path(), at, GetParam());
+    const int status = OpenWithFault({.path = dir.path()}, true, at, GetParam());
     if (status == 0) {
       ended_at = at;
       break;
@@ -132,14 +147,44 @@ TEST_P(MigrationCrash, LeavesTheOldOrTheNewAtEveryWrite) {
   EXPECT_GE(old_stores, ended_at - 2) << "only the last write makes it new";
 }
 
+class CreationCrash : public ::testing::TestWithParam<Fault> {};
+
+TEST_P(CreationCrash, NextStartSucceedsAfterAnyWrite) {
+  int ended_at = -1;
+  for (int at = 0; at < 1000 && ended_at < 0; ++at) {
+    const test::TempDir dir;
+    const int status = OpenWithFault({.path = dir.path()}, false, at, GetParam());
+    if (status == 0) ended_at = at;
+    const auto store = StoreWriter::Open({.path = dir.path(), .durable = false}, Build(false), "server");
+    ASSERT_TRUE(store.ok()) << "write " << at << ": " << store.error().Text();
+    EXPECT_EQ(testing::Dump(store.value()->Take().value()->Running()), std::vector<std::string>{});
+  }
+  EXPECT_GE(ended_at, 10) << "both header pages, the tables, the move and the identity, each with its sync";
+}
+
+TEST_P(CreationCrash, ReplacingALostStoreCanBeRepeated) {
+  int ended_at = -1;
+  for (int at = 0; at < 1000 && ended_at < 0; ++at) {
+    const test::TempDir dir;
+    ASSERT_TRUE(StoreWriter::Open({.path = dir.path(), .durable = false}, Build(false), "server").ok());
+    std::filesystem::resize_file(dir.path() + "/data.mdb", 0);
+    const int status = OpenWithFault({.path = dir.path(), .new_database = true}, false, at, GetParam());
+    if (status == 0) ended_at = at;
+    const bool is_there = std::filesystem::file_size(dir.path() + "/data.mdb") > 0;
+    const auto store =
+        StoreWriter::Open({.path = dir.path(), .durable = false, .new_database = !is_there}, Build(false), "server");
+    ASSERT_TRUE(store.ok()) << "write " << at << ": " << store.error().Text();
+  }
+  EXPECT_GE(ended_at, 10);
+}
+
 std::string FaultName(const ::testing::TestParamInfo<Fault>& row) {
   constexpr const char* kNames[] = {"KilledBefore", "KilledAfter", "Fails", "WritesHalf"};
   return kNames[static_cast<int>(row.param)];
 }
-INSTANTIATE_TEST_SUITE_P(All, MigrationCrash,
-                         ::testing::Values(Fault::kKilledBefore, Fault::kKilledAfter, Fault::kFails,
-                                           Fault::kWritesHalf),
-                         FaultName);
+const auto kFaults = ::testing::Values(Fault::kKilledBefore, Fault::kKilledAfter, Fault::kFails, Fault::kWritesHalf);
+INSTANTIATE_TEST_SUITE_P(All, MigrationCrash, kFaults, FaultName);
+INSTANTIATE_TEST_SUITE_P(All, CreationCrash, kFaults, FaultName);
 
 }  // namespace
 }  // namespace cdb_store
