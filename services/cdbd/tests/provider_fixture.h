@@ -96,6 +96,10 @@ class Provider final {
   /// Serves one transaction to its end, that the server tells; the highest number of requests that were open at once.
   size_t Serve(const std::vector<Values>& rows) {
     Accept();
+    return ServeRows(rows);
+  }
+  /// The same for a transaction that was accepted.
+  size_t ServeRows(const std::vector<Values>& rows) {
     size_t most = 0;
     while (true) {
       std::vector<std::string> open{worker.ReceiveBytes().value_or("")};

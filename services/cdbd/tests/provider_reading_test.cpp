@@ -214,28 +214,6 @@ TEST_F(ProviderData, APacketWithoutSenseEndsTheConnection) {
   }
 }
 
-TEST_F(OneProvider, TwoReadersAreServedSideBySide) {
-  PendingGet first{server, kFilter};
-  const int32_t first_handle = provider.Accept();
-  const auto first_next = provider.worker.Receive<GetNext>();
-  PendingGet second{server, kFilter};
-  const int32_t second_handle = provider.Accept();
-  const auto second_next = provider.worker.Receive<GetNext>();
-  ASSERT_TRUE(first_next && second_next);
-  EXPECT_NE(first_handle, second_handle);
-  EXPECT_EQ(second_next->thandle, second_handle);
-  provider.End(*second_next);
-  EXPECT_EQ(second.Reply(), "");
-  ASSERT_TRUE(provider.worker.Receive<confd_wire::TransFinish>());
-  provider.Key(*first_next, 0);
-  const auto object = provider.worker.Receive<GetObject>();
-  const auto next = provider.worker.Receive<GetNext>();
-  ASSERT_TRUE(object && next);
-  provider.Object(*object, Row("eth0", 1));
-  provider.End(*next);
-  EXPECT_EQ(first.Reply(), kOpen + RowText(0, "eth0", 1) + kClose);
-}
-
 TEST_F(OneProvider, ARowThatIsGoneWhenItIsAskedForIsLeftOut) {
   PendingGet get{server, kFilter};
   provider.Accept();

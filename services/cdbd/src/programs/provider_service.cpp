@@ -29,6 +29,10 @@ bool IsAnswer(std::string_view message) {
   }
 }
 
+common::Error CallpointError(const cdb_store::Node& list, std::string why) {
+  return {"callpoint", "'" + list.callpoint + "'", std::move(why)};
+}
+
 }  // namespace
 
 struct ProviderService::Transaction {
@@ -110,18 +114,52 @@ void ProviderService::Fetch(Request request, Done done) {
   // The latest: an older one that still seems connected is on its way out.
   const auto daemon = std::find_if(daemons_.rbegin(), daemons_.rend(),
                                    [&](const auto& entry) { return entry.second.callpoints.count(callpoint) != 0; });
-  if (daemon == daemons_.rend())
-    return done(common::Error{"callpoint", "'" + callpoint + "'", "no data provider is connected"});
+  if (daemon == daemons_.rend()) return done(CallpointError(*request.list, "no data provider is connected"));
+  const Turn turn{daemon->first, callpoint};
+  const auto [waiting, is_free] = turns_.try_emplace(turn);
+  Waiting reading{std::move(request), std::move(done)};
+  if (!is_free) return waiting->second.push_back(std::move(reading));
+  Begin(turn, std::move(reading));
+}
+
+void ProviderService::Begin(const Turn& turn, Waiting reading) {
   const int32_t thandle = last_thandle_ == INT32_MAX ? last_thandle_ = 1 : ++last_thandle_;
   confd_wire::TransInit init;
   init.thandle = thandle;
-  init.user = request.user;
-  auto transaction = std::make_unique<Transaction>(schema_, std::move(request), thandle);
-  transaction->daemon = daemon->first;
-  transaction->done = std::move(done);
+  init.user = reading.request.user;
+  auto transaction = std::make_unique<Transaction>(schema_, std::move(reading.request), thandle);
+  transaction->daemon = turn.first;
+  transaction->done = std::move(reading.done);
   transaction->timer = loop_.AddTimer(limit_, [this, thandle] { OnTimer(thandle); });
   transactions_.emplace(thandle, std::move(transaction));
-  daemon->second.control->Send(confd_wire::Encode(init));
+  daemons_.at(turn.first).control->Send(confd_wire::Encode(init));
+}
+
+// Readers that went away while they waited are passed over.
+void ProviderService::BeginNext(const Turn& turn) {
+  const auto found = turns_.find(turn);
+  if (found == turns_.end()) return;
+  std::deque<Waiting>& waiting = found->second;
+  while (!waiting.empty()) {
+    Waiting next = std::move(waiting.front());
+    waiting.pop_front();
+    if (next.request.wanted()) return Begin(turn, std::move(next));
+  }
+  turns_.erase(found);
+}
+
+/// All that wait for a provider that is gone, whose turns end with it.
+std::vector<ProviderService::Waiting> ProviderService::TakeWaiting(uint64_t daemon) {
+  std::vector<Waiting> taken;
+  for (auto turn = turns_.begin(); turn != turns_.end();) {
+    if (turn->first.first != daemon) {
+      ++turn;
+      continue;
+    }
+    for (Waiting& waiting : turn->second) taken.push_back(std::move(waiting));
+    turn = turns_.erase(turn);
+  }
+  return taken;
 }
 
 void ProviderService::OnInit(Connection& connection, std::string_view packet, bool* understood) {
@@ -200,8 +238,9 @@ void ProviderService::End(int32_t thandle, std::optional<std::string> error) {
     transaction->worker->Send(confd_wire::Encode(finish));
   }
   const Request& request = transaction->reading.request();
+  BeginNext({transaction->daemon, request.list->callpoint});
   if (error) {
-    const common::Error failure{"callpoint", "'" + request.list->callpoint + "'", std::move(*error)};
+    const common::Error failure = CallpointError(*request.list, std::move(*error));
     spdlog::warn("{}", failure.Text());
     return transaction->done(failure);
   }
@@ -210,7 +249,7 @@ void ProviderService::End(int32_t thandle, std::optional<std::string> error) {
 
 void ProviderService::OnClosed(Connection& connection, const std::string&) {
   std::vector<int32_t> orphans;
-  std::string who;
+  std::vector<Waiting> waiting;
   if (connection.kind == ClientKind::kControl) {
     const auto found = daemons_.find(connection.id());
     if (found == daemons_.end()) return;
@@ -218,6 +257,7 @@ void ProviderService::OnClosed(Connection& connection, const std::string&) {
       spdlog::info("data provider '{}' (process {}) is gone", connection.name, connection.pid());
     for (const auto& [thandle, transaction] : transactions_)
       if (transaction->daemon == connection.id()) orphans.push_back(thandle);
+    waiting = TakeWaiting(connection.id());
     // Its workers are useless without it.
     const std::map<uint64_t, Connection*> workers = std::move(found->second.workers);
     daemons_.erase(found);
@@ -228,12 +268,16 @@ void ProviderService::OnClosed(Connection& connection, const std::string&) {
     for (const auto& [thandle, transaction] : transactions_)
       if (transaction->worker == &connection) orphans.push_back(thandle);
   }
+  const std::string why =
+      fmt::format("the data provider '{}' (process {}) disconnected", connection.name, connection.pid());
   for (const int32_t thandle : orphans) {
     const auto found = transactions_.find(thandle);
     if (found == transactions_.end()) continue;
     found->second->worker = nullptr;
-    End(thandle, fmt::format("the data provider '{}' (process {}) disconnected", connection.name, connection.pid()));
+    End(thandle, why);
   }
+  for (const Waiting& reading : waiting)
+    if (reading.request.wanted()) reading.done(CallpointError(*reading.request.list, why));
 }
 
 }  // namespace cdbd

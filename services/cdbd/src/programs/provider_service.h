@@ -1,12 +1,14 @@
 #pragma once
 
 #include <chrono>
+#include <deque>
 #include <map>
 #include <memory>
 #include <optional>
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "cdb_store/schema.h"
@@ -26,11 +28,14 @@ struct Daemon {
   std::set<std::string> callpoints;
 };
 
-/// The data providers. Every Fetch() is a transaction with one of them: any number go on at a time, and each is only a
-/// state here. Loop thread only.
+/// The data providers. Every Fetch() is a transaction with one of them, and only a state here: nothing blocks.
+///
+/// A provider may keep one list for all its readers, so the readings of one callpoint of one provider take turns. Those
+/// of different callpoints or providers run side by side. Loop thread only.
 class ProviderService final : public Providers {
  public:
-  /// `limit`: for a provider to answer what it was asked for together.
+  /// `limit`: how long a provider may take for each answer. A reading that waits for its turn has no limit: it waits at
+  /// most for those before it, and each of them has.
   ProviderService(common::EventLoop& loop, const cdb_store::Schema& schema, std::chrono::milliseconds limit);
   ~ProviderService() override;
 
@@ -47,10 +52,19 @@ class ProviderService final : public Providers {
 
  private:
   struct Transaction;
+  /// A reading that waits for its turn.
+  struct Waiting {
+    Request request;
+    Done done;
+  };
+  using Turn = std::pair<uint64_t, std::string>;  ///< the provider's control connection, and the callpoint
 
   bool OnRegister(Connection& connection, std::string_view packet);
   void OnInit(Connection& connection, std::string_view packet, bool* understood);
   bool OnReply(Connection& connection, std::string_view packet);
+  void Begin(const Turn& turn, Waiting reading);
+  void BeginNext(const Turn& turn);
+  std::vector<Waiting> TakeWaiting(uint64_t daemon);
   void GoOn(int32_t thandle);
   void OnTimer(int32_t thandle);
   void End(int32_t thandle, std::optional<std::string> error);
@@ -60,6 +74,7 @@ class ProviderService final : public Providers {
   const std::chrono::milliseconds limit_;
   std::map<uint64_t, Daemon> daemons_;  ///< by control connection
   std::map<int32_t, std::unique_ptr<Transaction>> transactions_;
+  std::map<Turn, std::deque<Waiting>> turns_;  ///< of each reading that runs: those that wait for it to end
   int32_t last_thandle_ = 0;
 };
 
