@@ -53,7 +53,8 @@ TEST_F(Turns, PassesOverAReaderThatLeft) {
   NetconfClient first = Begin();
   ASSERT_EQ(provider.Accept(), 1);
   { const NetconfClient left = Begin(); }
-  ASSERT_TRUE(Eventually([&] { return server.Log().find("ended") != std::string::npos; }, NetconfClient::kLimit));
+  ASSERT_TRUE(
+      Eventually([&] { return server.Log().find("session 3 ended") != std::string::npos; }, NetconfClient::kLimit));
   NetconfClient last = Begin();
   provider.ServeRows(kRows);
   EXPECT_EQ(Reply(first), kWhole);
@@ -67,7 +68,8 @@ TEST_F(Turns, IsFreeAgainWhenAllWaitingReadersLeft) {
   NetconfClient first = Begin();
   ASSERT_EQ(provider.Accept(), 1);
   { const NetconfClient left = Begin(); }
-  ASSERT_TRUE(Eventually([&] { return server.Log().find("ended") != std::string::npos; }, NetconfClient::kLimit));
+  ASSERT_TRUE(
+      Eventually([&] { return server.Log().find("session 3 ended") != std::string::npos; }, NetconfClient::kLimit));
   provider.ServeRows(kRows);
   EXPECT_EQ(Reply(first), kWhole);
   NetconfClient later = Begin();
