@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "edit/validator.h"
+#include "northbound/rpc_error.h"
 #include "store_fixture.h"
 
 namespace cdbd::test {
@@ -46,9 +47,9 @@ struct Row {
 void PrintTo(const Row& row, std::ostream* out) { *out << row.edit; }
 
 /// Everything of the first error in one text, so that a row shows all that is wrong at once.
-std::string Shown(const RpcErrors& errors) {
+std::string Shown(const DataErrors& errors) {
   if (errors.empty()) return "accepted";
-  const RpcError& e = errors.front();
+  const RpcError e = ToRpcErrors(errors).front();
   return e.tag + "\n" + WithoutPrefixes(e.path) + "\n" + e.message + "\n" + e.info + "\n" + e.app_tag;
 }
 std::string Expected(const Row& row) {
@@ -147,7 +148,7 @@ INSTANTIATE_TEST_SUITE_P(
             "no data model has the namespace 'urn:other'",
             "<bad-element>config</bad-element><bad-namespace>urn:other</bad-namespace>"},
         Row{"NoNamespace", "<config/>", "unknown-namespace", "", "'config' is in no namespace",
-            "<bad-element>config</bad-element><bad-namespace></bad-namespace>"},
+            "<bad-element>config</bad-element><bad-namespace/>"},
         Row{"NotConfiguration", "<state xmlns='urn:ip-spoofing:anti-ip-spoofing'/>", "unknown-element", "",
             "'state' is not configuration", "<bad-element>state</bad-element>"},
         Row{"TextInAContainer", Allowed("text"), "bad-element", kEth0 + "/allowed-ip",
@@ -186,12 +187,12 @@ void PrintTo(const RuleRow& row, std::ostream* out) { *out << row.edit; }
 class Rules : public testing::TestWithParam<RuleRow> {};
 
 /// As the server does it: apply, check every rule, commit only what is valid.
-RpcErrors Commit(StoreFixture& fixture, const std::string& edit) {
+DataErrors Commit(StoreFixture& fixture, const std::string& edit) {
   const auto document = netconf::XmlDocument::Parse("<config>" + Expand(edit) + "</config>");
   if (!document) throw std::runtime_error(document.error().Text());
   auto txn = fixture.store->Begin();
   if (!txn) throw std::runtime_error(txn.error().Text());
-  RpcErrors errors = Editor{*fixture.model, txn.value(), {}}.Apply(document.value()->root());
+  DataErrors errors = Editor{*fixture.model, txn.value(), {}}.Apply(document.value()->root());
   if (errors.empty()) errors = Validate(*fixture.model, txn.value().Running(), &txn.value());
   if (errors.empty() && !txn.value().Commit()) throw std::runtime_error("commit");
   return errors;
@@ -341,7 +342,7 @@ TEST(ContinueOnError, TellsEveryErrorAndAppliesTheRest) {
   ASSERT_TRUE(txn.ok());
   EditOptions options;
   options.continue_on_error = true;
-  const RpcErrors errors = Editor{*fixture.model, txn.value(), options}.Apply(document.value()->root());
+  const DataErrors errors = Editor{*fixture.model, txn.value(), options}.Apply(document.value()->root());
   ASSERT_EQ(errors.size(), 2U);
   EXPECT_EQ(errors[0].tag, "data-missing");
   EXPECT_EQ(errors[1].tag, "invalid-value");

@@ -24,7 +24,7 @@ TEST_P(RandomEdits, LeaveWhatTheSimpleModelSays) {
     Tree expected = tree;
     const std::string tag = Apply(schema, edits, operation, &expected);
     const cdb_store::Txid before = fixture.store->txid();
-    const RpcErrors errors = fixture.Edit(xml, *ParseOperation(operation));
+    const DataErrors errors = fixture.Edit(xml, *ParseOperation(operation));
     const std::string got = errors.empty() ? "" : errors.front().tag;
     ASSERT_EQ(got, tag) << "edit " << i << " (" << operation << "): " << xml << "\non\n"
                         << tree.Text() << (errors.empty() ? "" : errors.front().message + errors.front().path);

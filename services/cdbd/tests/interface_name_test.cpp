@@ -43,7 +43,7 @@ TEST(InterfaceName, IsWhatAnInterfaceCanBeCalled) {
   for (int c = 0x20; c < 0x7f; ++c)
     for (const char* dots : {"", ".", ".."}) names.push_back(std::string{dots} + static_cast<char>(c));
   for (const std::string& name : names) {
-    RpcError error;
+    DataError error;
     EXPECT_EQ(CanonicalValue(*fixture.model, *leaf, name, &error).has_value(), IsAllowed(name)) << name;
   }
 }

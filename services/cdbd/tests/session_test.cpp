@@ -121,7 +121,7 @@ INSTANTIATE_TEST_SUITE_P(
             Error("protocol", "unknown-element", "a request is an &lt;rpc&gt; element", BadElement("hello"))},
         Row{"RpcInNoNamespace", "<rpc message-id=\"1\"><get/></rpc>",
             Error("protocol", "unknown-namespace", "&lt;rpc&gt; is not in the namespace of NETCONF",
-                  BadElement("rpc") + "<bad-namespace></bad-namespace>")},
+                  BadElement("rpc") + "<bad-namespace/>")},
         Row{"NoMessageId", "<rpc " + kNc + "><get/></rpc>",
             Error("rpc", "missing-attribute", "&lt;rpc&gt; has no message-id",
                   "<bad-attribute>message-id</bad-attribute>" + BadElement("rpc"))},

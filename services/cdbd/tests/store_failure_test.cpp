@@ -46,9 +46,9 @@ TEST_F(StoreFailure, IsAnErrorOfReadingTheConfiguration) {
     ASSERT_TRUE(document.ok());
     const Selection selection = filter.empty() ? Selection::Everything() : Selection::Of(document.value()->root());
     ForEachRead([&] {
-      DataWriter writer{*fixture.model, snapshot.value()->Running(), nullptr};
+      const cdb_store::View running = snapshot.value()->Running();
       std::string out;
-      return !writer.Write(selection, &out).ok();
+      return !WriteConfiguration(*fixture.model, running, selection, &out).ok();
     });
   }
 }

@@ -9,7 +9,7 @@
 #include "cdb_store/store_writer.h"
 #include "edit/editor.h"
 #include "model/model.h"
-#include "read/data_writer.h"
+#include "read/stored_data.h"
 
 namespace cdbd::test {
 
@@ -41,14 +41,14 @@ class StoreFixture {
   StoreFixture& operator=(const StoreFixture&) = delete;
 
   /// Applies and commits `config`, the content of <config>; nothing is committed when there are errors.
-  RpcErrors Edit(const std::string& config, Operation default_operation = Operation::kMerge) {
+  DataErrors Edit(const std::string& config, Operation default_operation = Operation::kMerge) {
     const auto document = netconf::XmlDocument::Parse("<config>" + config + "</config>");
     if (!document) throw std::runtime_error(document.error().Text() + " in " + config);
     auto txn = store->Begin();
     if (!txn) throw std::runtime_error(txn.error().Text());
     EditOptions options;
     options.default_operation = default_operation;
-    RpcErrors errors = Editor{*model, txn.value(), options}.Apply(document.value()->root());
+    DataErrors errors = Editor{*model, txn.value(), options}.Apply(document.value()->root());
     if (!errors.empty()) return errors;
     if (const auto committed = txn.value().Commit(); !committed) throw std::runtime_error(committed.error().Text());
     return {};
@@ -59,12 +59,13 @@ class StoreFixture {
   [[nodiscard]] std::string Read(const std::optional<std::string>& filter = std::nullopt) {
     const auto snapshot = store->Take();
     if (!snapshot) throw std::runtime_error(snapshot.error().Text());
-    DataWriter writer{*model, snapshot.value()->Running(), nullptr};
+    const cdb_store::View running = snapshot.value()->Running();
     std::string out;
     const auto document = netconf::XmlDocument::Parse("<filter>" + filter.value_or("") + "</filter>");
     if (!document) throw std::runtime_error(document.error().Text());
     const Selection selection = filter ? Selection::Of(document.value()->root()) : Selection::Everything();
-    if (const auto written = writer.Write(selection, &out); !written) throw std::runtime_error(written.error().Text());
+    if (const auto written = WriteConfiguration(*model, running, selection, &out); !written)
+      throw std::runtime_error(written.error().Text());
     return out;
   }
 

@@ -3,14 +3,14 @@
 #include <functional>
 
 #include "cdb_store/store_writer.h"
-#include "northbound/rpc_error.h"
+#include "model/data_error.h"
 
 namespace cdbd {
 
 /// Tells subscribers of a commit and waits for them.
 class Delivery {
  public:
-  using Done = std::function<void(RpcErrors warnings)>;
+  using Done = std::function<void(DataErrors warnings)>;
   virtual ~Delivery() = default;
   /// Somebody is subscribed: the difference of the next commit has to be kept for them.
   [[nodiscard]] virtual bool HasSubscribers() const = 0;

@@ -25,7 +25,7 @@ std::optional<Operation> ParseOperation(std::string_view name) {
   return std::nullopt;
 }
 
-RpcErrors Editor::Apply(const Element& config) {
+DataErrors Editor::Apply(const Element& config) {
   Operation inherited = options_.default_operation;
   if (inherited == Operation::kReplace) {
     for (const NodeId child : schema_.root().children)
@@ -40,8 +40,8 @@ RpcErrors Editor::Apply(const Element& config) {
 
 void Editor::Children(const Node& parent, const Element& holder, Operation inherited) {
   if (!holder.text.empty() && !netconf::Trim(holder.text).empty()) {
-    RpcError error{.tag = "bad-element", .message = "text where only elements are expected"};
-    error.info = BadElement(holder.name->local);
+    DataError error{.tag = "bad-element", .message = "text where only elements are expected"};
+    error.details = {{"bad-element", std::string{holder.name->local}}};
     return Fail(parent, std::move(error));
   }
   std::vector<Item> items;
@@ -73,13 +73,13 @@ bool Editor::Resolve(const Node& parent, const Element& element, Operation inher
   const int ns = model_.NamespaceIndex(name.ns);
   const Node* node = ns < 0 ? nullptr : schema_.FindChild(parent, name.local, ns);
   if (node == nullptr || schema_.ns(*node).uri != name.ns || !node->config) {
-    RpcError error{.tag = "unknown-element"};
-    error.info = BadElement(name.local);
+    DataError error{.tag = "unknown-element"};
+    error.details = {{"bad-element", std::string{name.local}}};
     if (!model_.KnowsNamespace(name.ns)) {
       error.tag = "unknown-namespace";
       error.message = name.ns.empty() ? "'" + std::string{name.local} + "' is in no namespace"
                                       : "no data model has the namespace '" + std::string{name.ns} + "'";
-      error.info += "<bad-namespace>" + netconf::Escaped(name.ns) + "</bad-namespace>";
+      error.details.push_back({"bad-namespace", std::string{name.ns}});
     } else if (node != nullptr && !node->config) {
       error.message = "'" + node->name + "' is not configuration";
     } else {
@@ -90,8 +90,8 @@ bool Editor::Resolve(const Node& parent, const Element& element, Operation inher
   }
   *item = {&element, node, inherited};
   for (const netconf::XmlAttribute* a = element.attributes; a != nullptr; a = a->next) {
-    RpcError error{.tag = "bad-attribute"};
-    error.info = BadAttribute(a->name->local, name.local);
+    DataError error{.tag = "bad-attribute"};
+    error.details = {{"bad-attribute", std::string{a->name->local}}, {"bad-element", std::string{name.local}}};
     if (a->name->ns == netconf::kBaseNs && a->name->local == "operation") {
       const auto operation = ParseOperation(a->value);
       if (operation && *operation != Operation::kNone && !(node->IsKeyLeaf() && Removes(*operation))) {
@@ -123,17 +123,17 @@ bool Editor::CheckTogether(const std::vector<Item>& items) {
     if (!in(seen, node.id)) {
       seen.push_back(node.id);
     } else if (!node.IsKeyed()) {
-      RpcError error{.tag = "bad-element", .message = "'" + node.name + "' is there more than once"};
-      error.info = BadElement(node.name);
+      DataError error{.tag = "bad-element", .message = "'" + node.name + "' is there more than once"};
+      error.details = {{"bad-element", node.name}};
       Fail(node, std::move(error));
       return false;
     }
     if (Removes(item.operation) || in(kept, node.id)) continue;
     for (const NodeId rival : model_.extras(node).rivals) {
       if (!in(kept, rival)) continue;
-      RpcError error{.tag = "bad-element"};
+      DataError error{.tag = "bad-element"};
       error.message = "'" + node.name + "' and '" + schema_.node(rival).name + "' are in different cases of one choice";
-      error.info = BadElement(node.name);
+      error.details = {{"bad-element", node.name}};
       Fail(node, std::move(error));
       return false;
     }
@@ -168,7 +168,7 @@ void Editor::Leaf(const Item& item) {
     Store(txn_.Delete(node, keys_.keys()));
     return;
   }
-  RpcError error;
+  DataError error;
   const auto stored = StoredValue(model_, node, *item.element, &error);
   if (!stored) return Fail(node, std::move(error));
   if (item.operation == Operation::kNone) return;
@@ -218,7 +218,7 @@ void Editor::Instance(const Item& item) {
 bool Editor::AppendKeys(const Item& item) {
   const Node& node = *item.node;
   const auto append = [&](const Node& key, const Element& element) {
-    RpcError error;
+    DataError error;
     const auto stored = StoredValue(model_, key, element, &error);
     if (stored && keys_.Append(key.type, *stored)) return true;
     if (stored) error = {.tag = "invalid-value", .message = "the keys are too long to be stored"};
@@ -234,10 +234,10 @@ bool Editor::AppendKeys(const Item& item) {
     const Element* again = element;
     while (again != nullptr && (again == element || !again->Is(ns, key.name))) again = again->next;
     if (element == nullptr || again != nullptr) {
-      RpcError error{.tag = element == nullptr ? "missing-element" : "bad-element"};
+      DataError error{.tag = element == nullptr ? "missing-element" : "bad-element"};
       error.message = "key '" + key.name + "' of list '" + node.name + "' is " +
                       (element == nullptr ? "missing" : "there more than once");
-      error.info = BadElement(key.name);
+      error.details = {{"bad-element", key.name}};
       keys_.Truncate(way_.back().keys_size);
       Fail(node, std::move(error));
       return false;
@@ -265,7 +265,7 @@ bool Editor::Store(const common::Status& status) {
   return false;
 }
 
-void Editor::Fail(const Node& node, RpcError error) {
+void Editor::Fail(const Node& node, DataError error) {
   SetPath(model_, node, keys_.keys(), &error);
   errors_.push_back(std::move(error));
 }

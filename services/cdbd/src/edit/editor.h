@@ -5,9 +5,9 @@
 #include <vector>
 
 #include "cdb_store/store_writer.h"
+#include "model/data_error.h"
 #include "model/model.h"
 #include "netconf/xml.h"
-#include "northbound/rpc_error.h"
 
 namespace cdbd {
 
@@ -29,7 +29,7 @@ class Editor final {
       : model_{model}, schema_{model.schema()}, txn_{txn}, options_{options} {}
 
   /// The errors, none on success.
-  RpcErrors Apply(const netconf::XmlElement& config);
+  DataErrors Apply(const netconf::XmlElement& config);
 
  private:
   using Node = cdb_store::Node;
@@ -59,7 +59,7 @@ class Editor final {
   void DecideChoices();
 
   bool Store(const common::Status& status);
-  void Fail(const Node& node, RpcError error);
+  void Fail(const Node& node, DataError error);
   void Exists(const Node& node);
   void Missing(const Node& node);
   [[nodiscard]] bool Stopped() const { return fatal_ || (!errors_.empty() && !options_.continue_on_error); }
@@ -70,7 +70,7 @@ class Editor final {
   const EditOptions options_;
   cdb_store::InstanceKey keys_;
   std::vector<Step> way_;
-  RpcErrors errors_;
+  DataErrors errors_;
   bool fatal_ = false;
 };
 

@@ -12,7 +12,7 @@ namespace {
 using cdb_store::Node;
 
 common::Status CheckValue(const Model& model, const Node& leaf, std::string_view stored, std::string_view keys) {
-  RpcError error;
+  DataError error;
   if (CanonicalValue(model, leaf, cdb_store::ValueToText(leaf, stored), &error)) return common::Ok();
   return common::Error{"", cdb_store::InstanceText(model.schema(), leaf, keys), error.message};
 }
@@ -77,7 +77,7 @@ common::Status CheckStored(const Model& model, const cdb_store::View& view) {
   }
   if (view.error() != 0) return cdb_store::StoreError("", "/", view.error());
   if (!model.has_constraints()) return common::Ok();
-  const RpcErrors errors = Validate(model, view, nullptr);
+  const DataErrors errors = Validate(model, view, nullptr);
   if (errors.empty()) return common::Ok();
   return common::Error{"", errors.front().path.empty() ? "/" : errors.front().path, errors.front().message};
 }

@@ -6,7 +6,7 @@
 
 #include "cdb_store/packed_row.h"
 #include "model/data_path.h"
-#include "read/data_writer.h"
+#include "read/stored_data.h"
 
 namespace cdbd {
 namespace {
@@ -124,7 +124,7 @@ const lyd_node* FindLacking(const lysc_node& missing, const lysc_node& parent, u
 }
 
 // libyang names only the schema node of what is missing: the instance has to be looked for.
-void SetPathOfMissing(const Model& model, const std::string& schema_path, const lyd_node* tree, RpcError* error) {
+void SetPathOfMissing(const Model& model, const std::string& schema_path, const lyd_node* tree, DataError* error) {
   const lysc_node* missing = FindSchema(model, schema_path);
   if (missing == nullptr) return;
   const lysc_node* parent = missing->parent;
@@ -139,14 +139,12 @@ void SetPathOfMissing(const Model& model, const std::string& schema_path, const 
     SetPath(model, choice ? *at.node : model.schema().node(Model::IdOf(*missing)), at.keys.keys(), error);
   else if (parent == nullptr && !choice)
     SetPath(model, model.schema().node(Model::IdOf(*missing)), {}, error);
-  if (choice)
-    error->info =
-        std::string{"<missing-choice xmlns=\"urn:ietf:params:xml:ns:yang:1\">"} + missing->name + "</missing-choice>";
+  if (choice) error->details = {{"missing-choice", missing->name, "urn:ietf:params:xml:ns:yang:1"}};
 }
 
-RpcError FromComplaint(const Model& model, const lyd_node* tree) {
+DataError FromComplaint(const Model& model, const lyd_node* tree) {
   const Complaint complaint = LastComplaint(model.context());
-  RpcError error{.tag = "operation-failed", .message = complaint.message};
+  DataError error{.tag = "operation-failed", .message = complaint.message};
   error.app_tag = complaint.app_tag;
   const auto says = [&](std::string_view words) { return complaint.message.find(words) != std::string::npos; };
   if (complaint.app_tag == "instance-required" || complaint.app_tag == "missing-choice" || says("Mandatory"))
@@ -161,10 +159,10 @@ RpcError FromComplaint(const Model& model, const lyd_node* tree) {
 
 }  // namespace
 
-RpcErrors Validate(const Model& model, const cdb_store::View& view, cdb_store::WriteTxn* txn) {
+DataErrors Validate(const Model& model, const cdb_store::View& view, cdb_store::WriteTxn* txn) {
   std::string xml;
-  if (const auto written = DataWriter{model, view, nullptr}.Write(Selection::Everything(), &xml); !written)
-    return {RpcError{.message = written.error().Text()}};
+  if (const auto written = WriteConfiguration(model, view, Selection::Everything(), &xml); !written)
+    return {DataError{.message = written.error().Text()}};
   ly_err_clean(const_cast<ly_ctx*>(model.context()), nullptr);
   lyd_node* raw = nullptr;
   const LY_ERR parsed = lyd_parse_data_mem(model.context(), xml.c_str(), LYD_XML,
@@ -180,7 +178,7 @@ RpcErrors Validate(const Model& model, const cdb_store::View& view, cdb_store::W
   if (valid != LY_SUCCESS) return {FromComplaint(model, tree.get())};
   if (txn == nullptr) return {};
   if (const common::Status deleted = DeleteVanished(model, *txn, diff.get()); !deleted)
-    return {RpcError{.message = deleted.error().Text()}};
+    return {DataError{.message = deleted.error().Text()}};
   return {};
 }
 

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "cdb_store/store_writer.h"
+#include "model/data_error.h"
 #include "model/model.h"
-#include "northbound/rpc_error.h"
 
 namespace cdbd {
 
@@ -10,6 +10,6 @@ namespace cdbd {
 /// `txn`, whose Running() is `view`, nodes that were there before and whose "when" has become false are deleted, as
 /// RFC 7950 (section 8.3.2) has it. The errors, none when it is valid. Cost follows the configuration: to be called
 /// when the model has constraints.
-RpcErrors Validate(const Model& model, const cdb_store::View& view, cdb_store::WriteTxn* txn);
+DataErrors Validate(const Model& model, const cdb_store::View& view, cdb_store::WriteTxn* txn);
 
 }  // namespace cdbd

@@ -9,7 +9,7 @@ namespace {
 
 using cdb_store::Node;
 
-void Declare(const std::string& prefix, const std::string& uri, RpcError* error) {
+void Declare(const std::string& prefix, const std::string& uri, DataError* error) {
   const std::pair<std::string, std::string> entry{prefix, uri};
   auto& all = error->path_namespaces;
   if (std::find(all.begin(), all.end(), entry) == all.end()) all.push_back(entry);
@@ -20,7 +20,7 @@ std::string Quoted(const std::string& text) {
   return quote + text + quote;
 }
 
-void AppendStep(const Model& model, const Node& node, std::string_view keys, RpcError* error) {
+void AppendStep(const Model& model, const Node& node, std::string_view keys, DataError* error) {
   const cdb_store::Schema& schema = model.schema();
   const cdb_store::Namespace& ns = schema.ns(node);
   Declare(ns.prefix, ns.uri, error);
@@ -41,14 +41,14 @@ void AppendStep(const Model& model, const Node& node, std::string_view keys, Rpc
 
 }  // namespace
 
-void SetPath(const Model& model, const Node& node, std::string_view keys, RpcError* error) {
+void SetPath(const Model& model, const Node& node, std::string_view keys, DataError* error) {
   error->path.clear();
   std::vector<const Node*> steps;
   for (const Node* at = &node; at->id != cdb_store::kRootId; at = &model.schema().node(at->parent)) steps.push_back(at);
   for (auto step = steps.rbegin(); step != steps.rend(); ++step) AppendStep(model, **step, keys, error);
 }
 
-void SetLibyangPath(const Model& model, std::string_view path, RpcError* error) {
+void SetLibyangPath(const Model& model, std::string_view path, DataError* error) {
   error->path.clear();
   std::string module;
   size_t at = 0;

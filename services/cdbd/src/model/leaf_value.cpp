@@ -53,12 +53,12 @@ std::string MapPrefixes(std::string_view text, Replace with) {
 }  // namespace
 
 std::optional<std::string> CanonicalValue(const Model& model, const Node& leaf, std::string_view text,
-                                          RpcError* error) {
+                                          DataError* error) {
   return CanonicalValue(model, *model.extras(leaf).schema, text, error);
 }
 
 std::optional<std::string> CanonicalValue(const Model& model, const lysc_node& leaf, std::string_view text,
-                                          RpcError* error) {
+                                          DataError* error) {
   ly_err_clean(const_cast<ly_ctx*>(model.context()), nullptr);
   const char* canonical = nullptr;
   const LY_ERR valid =
@@ -74,26 +74,28 @@ std::optional<std::string> CanonicalValue(const Model& model, const lysc_node& l
   return value;
 }
 
+std::string_view WithModuleNames(const Model& model, const Node& leaf, const netconf::XmlElement& element,
+                                 std::string* buffer) {
+  if (!HasPrefixes(TypeOf(*model.extras(leaf).schema))) return element.text;
+  *buffer = MapPrefixes(netconf::Trim(element.text), [&](std::string_view prefix) {
+    const std::string ns{element.Namespace(prefix)};
+    const lys_module* module = ly_ctx_get_module_implemented_ns(model.context(), ns.c_str());
+    return module != nullptr ? std::string{module->name} : std::string{prefix};
+  });
+  return *buffer;
+}
+
 std::optional<std::string> StoredValue(const Model& model, const Node& leaf, const netconf::XmlElement& element,
-                                       RpcError* error) {
+                                       DataError* error) {
   error->tag = "invalid-value";
   if (element.first_child != nullptr) {
     error->tag = "bad-element";
     error->message = "'" + leaf.name + "' is a leaf and holds no elements";
-    error->info = BadElement(leaf.name);
+    error->details = {{"bad-element", leaf.name}};
     return std::nullopt;
   }
-  const lysc_node* schema = model.extras(leaf).schema;
   std::string mapped;
-  std::string_view text = element.text;
-  if (HasPrefixes(TypeOf(*schema))) {
-    mapped = MapPrefixes(netconf::Trim(text), [&](std::string_view prefix) {
-      const std::string ns{element.Namespace(prefix)};
-      const lys_module* module = ly_ctx_get_module_implemented_ns(model.context(), ns.c_str());
-      return module != nullptr ? std::string{module->name} : std::string{prefix};
-    });
-    text = mapped;
-  }
+  const std::string_view text = WithModuleNames(model, leaf, element, &mapped);
   const std::optional<std::string> canonical = CanonicalValue(model, leaf, text, error);
   if (!canonical) return std::nullopt;
   auto stored = cdb_store::ValueFromText(leaf, *canonical);

@@ -5,42 +5,63 @@
 namespace cdbd {
 namespace {
 
+std::string TextElement(std::string_view name, std::string_view text) {
+  std::string out;
+  netconf::AppendTextElement(name, text, &out);
+  return out;
+}
+
 void AppendLeaf(const char* name, const std::string& text, std::string* out) {
   if (!text.empty()) netconf::AppendTextElement(name, text, out);
 }
 
 }  // namespace
 
-std::string BadElement(std::string_view name) { return "<bad-element>" + netconf::Escaped(name) + "</bad-element>"; }
+std::string BadElement(std::string_view name) { return TextElement("bad-element", name); }
 
 std::string BadAttribute(std::string_view attribute, std::string_view element) {
-  return "<bad-attribute>" + netconf::Escaped(attribute) + "</bad-attribute>" + BadElement(element);
+  return TextElement("bad-attribute", attribute) + BadElement(element);
+}
+
+std::string BadNamespace(std::string_view ns) { return TextElement("bad-namespace", ns); }
+
+RpcErrors ToRpcErrors(const DataErrors& errors) {
+  RpcErrors all;
+  for (const DataError& error : errors) {
+    RpcError& one = all.emplace_back();
+    one.tag = error.tag;
+    one.message = error.message;
+    one.path = error.path;
+    one.app_tag = error.app_tag;
+    one.warning = error.warning;
+    one.path_namespaces = error.path_namespaces;
+    for (const ErrorDetail& detail : error.details) {
+      const std::string xmlns = detail.ns.empty() ? "" : " xmlns=\"" + netconf::EscapedAttribute(detail.ns) + "\"";
+      netconf::AppendTextElement(detail.name, xmlns, detail.text, &one.info);
+    }
+  }
+  return all;
 }
 
 void AppendRpcError(const RpcError& error, std::string* out) {
-  out->append("<rpc-error>");
+  netconf::OpenElement element{"rpc-error", {}, out};
   AppendLeaf("error-type", error.type, out);
   AppendLeaf("error-tag", error.tag, out);
   AppendLeaf("error-severity", error.warning ? "warning" : "error", out);
   AppendLeaf("error-app-tag", error.app_tag, out);
   if (!error.path.empty()) {
-    out->append("<error-path");
-    for (const auto& [prefix, ns] : error.path_namespaces) {
-      out->append(" xmlns:").append(prefix).append("=\"");
-      out->append(netconf::EscapedAttribute(ns));
-      out->append("\"");
-    }
-    out->append(">");
-    netconf::AppendEscaped(error.path, out);
-    out->append("</error-path>");
+    std::string namespaces;
+    for (const auto& [prefix, ns] : error.path_namespaces)
+      namespaces += " xmlns:" + prefix + "=\"" + netconf::EscapedAttribute(ns) + "\"";
+    netconf::AppendTextElement("error-path", namespaces, error.path, out);
   }
-  if (!error.message.empty()) {
-    out->append("<error-message xml:lang=\"en\">");
-    netconf::AppendEscaped(error.message, out);
-    out->append("</error-message>");
+  if (!error.message.empty()) netconf::AppendTextElement("error-message", " xml:lang=\"en\"", error.message, out);
+  if (!error.info.empty()) {
+    netconf::OpenElement info{"error-info", {}, out};
+    out->append(error.info);
+    info.Close();
   }
-  if (!error.info.empty()) out->append("<error-info>").append(error.info).append("</error-info>");
-  out->append("</rpc-error>");
+  element.Close();
 }
 
 }  // namespace cdbd

@@ -4,6 +4,8 @@
 #include <utility>
 #include <vector>
 
+#include "model/data_error.h"
+
 namespace cdbd {
 
 /// One <rpc-error> (RFC 6241, section 4.3 and appendix A).
@@ -19,9 +21,13 @@ struct RpcError {
 };
 using RpcErrors = std::vector<RpcError>;
 
-/// "<bad-element>name</bad-element>" for RpcError::info.
+/// The elements of these names for RpcError::info, "<bad-element>name</bad-element>".
 std::string BadElement(std::string_view name);
 std::string BadAttribute(std::string_view attribute, std::string_view element);
+std::string BadNamespace(std::string_view ns);
+
+/// Errors in the data of a request, as NETCONF says them.
+RpcErrors ToRpcErrors(const DataErrors& errors);
 
 /// Appends the element.
 void AppendRpcError(const RpcError& error, std::string* out);

@@ -135,7 +135,7 @@ void NetconfServer::OnMessage(Session& session, const std::string& message) {
     if (root.name->local == "rpc") {
       error.tag = "unknown-namespace";
       error.message = "<rpc> is not in the namespace of NETCONF";
-      error.info += "<bad-namespace>" + netconf::Escaped(root.name->ns) + "</bad-namespace>";
+      error.info += BadNamespace(root.name->ns);
     }
     return Refuse(session, "", error);
   }

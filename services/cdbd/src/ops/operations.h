@@ -1,25 +1,37 @@
 #pragma once
 
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "model/model.h"
 #include "northbound/rpc.h"
-#include "ops/core.h"
 
 namespace cdbd {
 
-/// Serves a request: finds the operation by its name and namespace, and answers or keeps the request.
-void Dispatch(Core& core, const RpcPtr& rpc);
+/// The operations that are served: finds that of a request by its name and namespace. Loop thread only.
+class Operations final {
+ public:
+  /// Answers the request, or keeps it to answer it later.
+  using Serve = std::function<void(const RpcPtr&)>;
 
-/// The lock of an ended session goes.
-void OnSessionEnded(Core& core, uint32_t session);
+  /// `model` outlives it.
+  explicit Operations(const Model& model) : model_{model} {}
 
-/* One function per operation. */
-void Get(Core& core, const RpcPtr& rpc);
-void GetConfig(Core& core, const RpcPtr& rpc);
-void EditConfig(Core& core, const RpcPtr& rpc);
-void ValidateConfig(Core& core, const RpcPtr& rpc);
-void LockRunning(Core& core, const RpcPtr& rpc);
-void UnlockRunning(Core& core, const RpcPtr& rpc);
-void CloseSession(Core& core, const RpcPtr& rpc);
-void KillSession(Core& core, const RpcPtr& rpc);
-void GetSchema(Core& core, const RpcPtr& rpc);
+  void Add(std::string_view ns, std::string_view name, Serve serve) {
+    entries_.push_back({std::string{ns}, std::string{name}, std::move(serve)});
+  }
+  void Dispatch(const RpcPtr& rpc) const;
+
+ private:
+  struct Entry {
+    std::string ns;
+    std::string name;
+    Serve serve;
+  };
+  const Model& model_;
+  std::vector<Entry> entries_;
+};
 
 }  // namespace cdbd

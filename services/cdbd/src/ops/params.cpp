@@ -99,7 +99,7 @@ void Params::Invalid(std::string_view name, std::string_view value) {
   Note("invalid-value", "'" + std::string{value} + "' is not a value of '" + std::string{name} + "'", name);
 }
 
-void Params::Invalid(std::string_view name, const RpcError& error) {
+void Params::Invalid(std::string_view name, const DataError& error) {
   if (error_) return;
   Note("invalid-value", "'" + std::string{name} + "': " + error.message, name);
   error_->app_tag = error.app_tag;

@@ -34,7 +34,7 @@ class Params final {
   /// Notes invalid-value: for a parameter whose text is not acceptable.
   void Invalid(std::string_view name, std::string_view value);
   /// Notes invalid-value with the reason that `error` gives.
-  void Invalid(std::string_view name, const RpcError& error);
+  void Invalid(std::string_view name, const DataError& error);
 
   /// The first error, for the author.
   [[nodiscard]] const std::optional<RpcError>& error() const noexcept { return error_; }

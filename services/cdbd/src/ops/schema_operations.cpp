@@ -1,6 +1,7 @@
+#include "ops/schema_operations.h"
+
 #include <cstdlib>
 
-#include "ops/operations.h"
 #include "ops/params.h"
 
 namespace cdbd {
@@ -10,7 +11,11 @@ constexpr const char* kMonitoringNs = "urn:ietf:params:xml:ns:yang:ietf-netconf-
 
 }  // namespace
 
-void GetSchema(Core& core, const RpcPtr& rpc) {
+void SchemaOperations::AddTo(Operations* operations) {
+  operations->Add(kMonitoringNs, "get-schema", [this](const RpcPtr& rpc) { GetSchema(rpc); });
+}
+
+void SchemaOperations::GetSchema(const RpcPtr& rpc) const {
   Params params{rpc->operation(), {"identifier", "version", "format"}};
   params.Require("identifier");
   const std::string name{params.Text("identifier", "")};
@@ -23,7 +28,7 @@ void GetSchema(Core& core, const RpcPtr& rpc) {
   if (format != "yang") params.Invalid("format", format);
   if (params.error()) return rpc->Fail(*params.error());
 
-  const ly_ctx* context = core.model.context();
+  const ly_ctx* context = model_.context();
   const lys_module* module =
       params.Find("version") == nullptr
           ? ly_ctx_get_module_latest(context, name.c_str())

@@ -1,7 +1,9 @@
+#include "ops/session_operations.h"
+
+#include <spdlog/spdlog.h>
+
 #include <charconv>
 
-#include "northbound/server.h"
-#include "ops/operations.h"
 #include "ops/params.h"
 
 namespace cdbd {
@@ -16,49 +18,54 @@ bool TargetIsRunning(const RpcPtr& rpc) {
 
 }  // namespace
 
-void LockRunning(Core& core, const RpcPtr& rpc) {
-  if (!TargetIsRunning(rpc)) return;
-  if (core.lock) {
-    RpcError error{.type = "protocol", .tag = "lock-denied"};
-    error.message = "running is locked by session " + std::to_string(core.lock->session);
-    error.info = "<session-id>" + std::to_string(core.lock->session) + "</session-id>";
-    return rpc->Fail(std::move(error));
-  }
-  core.lock = Lock{rpc->session(), std::chrono::system_clock::now()};
-  rpc->Ok();
+void SessionOperations::AddTo(Operations* operations) {
+  operations->Add(netconf::kBaseNs, "lock", [this](const RpcPtr& rpc) { Lock(rpc); });
+  operations->Add(netconf::kBaseNs, "unlock", [this](const RpcPtr& rpc) { Unlock(rpc); });
+  operations->Add(netconf::kBaseNs, "close-session", [this](const RpcPtr& rpc) { Close(rpc); });
+  operations->Add(netconf::kBaseNs, "kill-session", [this](const RpcPtr& rpc) { Kill(rpc); });
 }
 
-void UnlockRunning(Core& core, const RpcPtr& rpc) {
-  if (!TargetIsRunning(rpc)) return;
-  if (!core.lock || core.lock->session != rpc->session()) {
-    RpcError error{.type = "protocol", .message = "this session holds no lock on running"};
-    if (core.lock) error.message += "; session " + std::to_string(core.lock->session) + " does";
-    return rpc->Fail(std::move(error));
-  }
-  core.lock.reset();
-  rpc->Ok();
+void SessionOperations::OnSessionEnded(uint32_t session) {
+  if (lock_.Release(session)) spdlog::info("netconf: the lock of session {} on running is released", session);
 }
 
-void CloseSession(Core& core, const RpcPtr& rpc) {
+void SessionOperations::Lock(const RpcPtr& rpc) {
+  if (!TargetIsRunning(rpc)) return;
+  if (lock_.Take(rpc->session())) return rpc->Ok();
+  const std::string holder = std::to_string(lock_.holder()->session);
+  RpcError error{.type = "protocol", .tag = "lock-denied", .message = "running is locked by session " + holder};
+  netconf::AppendTextElement("session-id", holder, &error.info);
+  rpc->Fail(std::move(error));
+}
+
+void SessionOperations::Unlock(const RpcPtr& rpc) {
+  if (!TargetIsRunning(rpc)) return;
+  if (lock_.Release(rpc->session())) return rpc->Ok();
+  RpcError error{.type = "protocol", .message = "this session holds no lock on running"};
+  if (lock_.holder()) error.message += "; session " + std::to_string(lock_.holder()->session) + " does";
+  rpc->Fail(std::move(error));
+}
+
+void SessionOperations::Close(const RpcPtr& rpc) {
   const Params params{rpc->operation(), {}};
   if (params.error()) return rpc->Fail(*params.error());
   const uint32_t session = rpc->session();
-  OnSessionEnded(core, session);  // the lock is free when the answer arrives
+  OnSessionEnded(session);  // the lock is free when the answer arrives
   rpc->Ok();
-  core.netconf->Close(session);
+  netconf_.Close(session);
 }
 
-void KillSession(Core& core, const RpcPtr& rpc) {
+void SessionOperations::Kill(const RpcPtr& rpc) {
   Params params{rpc->operation(), {"session-id"}};
   params.Require("session-id");
   const std::string_view text = params.Text("session-id", "");
   uint32_t session = 0;
   const auto [end, code] = std::from_chars(text.data(), text.data() + text.size(), session);
   if (!params.error() && (code != std::errc{} || end != text.data() + text.size() || session == 0 ||
-                          session == rpc->session() || core.netconf->Find(session) == nullptr))
+                          session == rpc->session() || netconf_.Find(session) == nullptr))
     params.Invalid("session-id", text);
   if (params.error()) return rpc->Fail(*params.error());
-  core.netconf->Kill(session, "killed");
+  netconf_.Kill(session, "killed");
   rpc->Ok();
 }
 

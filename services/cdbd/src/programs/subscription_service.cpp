@@ -215,7 +215,7 @@ void SubscriptionService::Remember(Subscriber subscriber) {
 
 void SubscriptionService::Warn(const char* app_tag, std::string message) {
   spdlog::warn("{}", message);
-  RpcError warning{.message = std::move(message)};
+  DataError warning{.message = std::move(message)};
   warning.app_tag = app_tag;
   warning.warning = true;
   current_->warnings.push_back(std::move(warning));

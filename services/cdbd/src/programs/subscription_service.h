@@ -72,7 +72,7 @@ class SubscriptionService final : public Delivery {
     int32_t priority = 0;
     std::vector<uint64_t> awaited;
     common::EventLoop::TimerId timer = 0;
-    RpcErrors warnings;
+    DataErrors warnings;
   };
 
   void Plan();

@@ -1,60 +1,54 @@
 #pragma once
 
-#include <optional>
 #include <string>
 #include <string_view>
 
-#include "cdb_store/packed_row.h"
-#include "cdb_store/view.h"
 #include "model/model.h"
+#include "read/data_instance.h"
 #include "read/filter.h"
 
 namespace cdbd {
 
-/// Where the entries of provided lists come from.
-class ProvidedLists {
+/// Entries of provided lists that are written already.
+class WrittenLists {
  public:
-  virtual ~ProvidedLists() = default;
-  /// What `candidates` select of the entries of `list` below the instance with `parent_keys`, as XML; null when that is
-  /// not known (yet).
-  virtual const std::string* Entries(const cdb_store::Node& list, std::string_view parent_keys,
-                                     const Selection& candidates) = 0;
+  virtual ~WrittenLists() = default;
+  /// The XML of the entries of `list` in the instance with `parent_keys`; null if it was not read.
+  [[nodiscard]] virtual const std::string* Entries(const cdb_store::Node& list, std::string_view parent_keys) const = 0;
 };
 
-/// Writes a configuration as XML: nodes in schema order, list entries in key order, keys first. Only what was set is
-/// there; defaults are not. Cost follows what is selected: entries named by all their keys are looked up.
+/// Writes what a subtree filter selects of a source of data as XML: nodes in schema order, list entries in the order of
+/// the source, keys first. Only what is set is written; defaults are not.
 class DataWriter final {
  public:
-  /// `provided` null: configuration only. All outlive the writer.
-  DataWriter(const Model& model, const cdb_store::View& view, ProvidedLists* provided)
-      : model_{model}, schema_{model.schema()}, view_{view}, provided_{provided} {}
+  /// Writes the configuration only.
+  explicit DataWriter(const Model& model) : DataWriter{model, nullptr} {}
+  /// Writes state too. Entries of provided lists come from `provided`. Both outlive the writer.
+  DataWriter(const Model& model, const WrittenLists* provided)
+      : model_{model}, schema_{model.schema()}, provided_{provided} {}
 
-  /// Appends it. Fails when the store does; what was appended is then not the whole.
-  [[nodiscard]] common::Status Write(const Selection& selection, std::string* out);
+  /// Appends what is selected below `root`.
+  void Write(const DataInstance& root, const Selection& selection, std::string* out) const;
+  /// Appends one entry of `list`, or nothing if `candidates`, the filter elements of the list's name, do not select it.
+  void WriteEntry(const cdb_store::Node& list, const DataInstance& entry, const Selection& candidates,
+                  std::string* out) const;
 
  private:
   using Node = cdb_store::Node;
-  /// The instance that holds the nodes being written.
-  struct Holder {
-    std::string_view keys;
-    std::string_view row;
-  };
 
-  bool WriteChildren(const Node& parent, const Holder& holder, const Selection& selection, std::string* out);
-  bool WriteChild(const Node& node, const Holder& holder, const Selection& candidates, std::string* out);
-  bool WriteLeaf(const Node& node, const Holder& holder, const Selection& candidates, std::string* out);
-  bool WriteLeafList(const Node& node, const Holder& holder, const Selection& candidates, std::string* out);
-  bool WriteList(const Node& node, const Holder& holder, const Selection& candidates, std::string* out);
-  bool WriteInstance(const Node& node, const Holder& instance, const Selection& candidates, std::string* out);
-  bool WriteNamed(const Node& list, const Holder& holder, const Selection& candidates, std::string* out, bool* wrote);
-
-  [[nodiscard]] std::optional<std::string> LeafText(const Node& leaf, const Holder& holder) const;
-  [[nodiscard]] bool Matches(const Node& parent, const Holder& holder, const netconf::XmlElement& element) const;
+  // Each returns whether something selected was written.
+  bool WriteChildren(const Node& parent, const DataInstance& holder, const Selection& selection,
+                     std::string* out) const;
+  bool WriteChild(const Node& node, const DataInstance& holder, const Selection& candidates, std::string* out) const;
+  bool WriteLeaf(const Node& node, const DataInstance& holder, const Selection& candidates, std::string* out) const;
+  bool WriteLeafList(const Node& node, const DataInstance& holder, const Selection& candidates, std::string* out) const;
+  bool WriteInstance(const Node& node, const DataInstance& instance, const Selection& selection,
+                     std::string* out) const;
+  bool WriteKeys(const Node& list, const DataInstance& entry, const Selection& selection, std::string* out) const;
 
   const Model& model_;
   const cdb_store::Schema& schema_;
-  const cdb_store::View view_;
-  ProvidedLists* provided_;
+  const WrittenLists* const provided_;
 };
 
 }  // namespace cdbd

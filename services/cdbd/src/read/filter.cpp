@@ -33,7 +33,7 @@ bool IsContentMatch(const XmlElement& element) {
   return element.first_child == nullptr && !netconf::Trim(element.text).empty();
 }
 
-Selection SelectInstance(const Selection& candidates, const ContentTest& test) {
+Selection SelectInstance(const Selection& candidates, ContentTest test) {
   if (candidates.all) return Selection::Everything();
   Selection selected;
   for (const XmlElement* candidate : candidates.elements) {
@@ -54,7 +54,7 @@ Selection SelectInstance(const Selection& candidates, const ContentTest& test) {
   return selected;
 }
 
-bool SelectsLeaf(const Selection& candidates, const std::function<bool(std::string_view)>& equals) {
+bool SelectsLeaf(const Selection& candidates, common::FunctionRef<bool(std::string_view)> equals) {
   return candidates.all ||
          std::any_of(candidates.elements.begin(), candidates.elements.end(), [&](const auto* element) {
            return element->first_child == nullptr &&

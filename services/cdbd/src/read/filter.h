@@ -1,9 +1,9 @@
 #pragma once
 
-#include <functional>
 #include <string_view>
 #include <vector>
 
+#include "common/function_ref.h"
 #include "netconf/xml.h"
 
 namespace cdbd {
@@ -28,13 +28,13 @@ struct Selection {
 bool IsContentMatch(const netconf::XmlElement& element);
 
 /// Whether a leaf (or an entry of a leaf-list) among the node's children fits the content match element.
-using ContentTest = std::function<bool(const netconf::XmlElement&)>;
+using ContentTest = common::FunctionRef<bool(const netconf::XmlElement&)>;
 
 /// What of one instance (of a container or list entry) is selected, `candidates` being the filter elements of its name.
 /// Elements whose content matches do not all hold drop out.
-Selection SelectInstance(const Selection& candidates, const ContentTest& test);
+Selection SelectInstance(const Selection& candidates, ContentTest test);
 
 /// A leaf with that value is selected.
-bool SelectsLeaf(const Selection& candidates, const std::function<bool(std::string_view)>& equals);
+bool SelectsLeaf(const Selection& candidates, common::FunctionRef<bool(std::string_view)> equals);
 
 }  // namespace cdbd

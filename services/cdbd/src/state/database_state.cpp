@@ -9,6 +9,8 @@ namespace {
 
 using netconf::AppendTextElement;
 
+const std::string kXmlns = std::string{" xmlns=\""} + kMonitorNs + "\"";
+
 const char* StateName(Subscriber::State state) {
   switch (state) {
     case Subscriber::State::kIdle:
@@ -22,7 +24,7 @@ const char* StateName(Subscriber::State state) {
 }
 
 void WriteSubscriber(const Subscriber& subscriber, std::string* out) {
-  out->append("<subscriber>");
+  netconf::OpenElement element{"subscriber", {}, out};
   AppendTextElement("id", std::to_string(subscriber.id), out);
   AppendTextElement("name", subscriber.name, out);
   AppendTextElement("process", std::to_string(subscriber.pid), out);
@@ -30,22 +32,22 @@ void WriteSubscriber(const Subscriber& subscriber, std::string* out) {
   AppendTextElement("since", DateAndTime(subscriber.since), out);
   AppendTextElement("last-transaction", std::to_string(subscriber.last_txid), out);
   for (const Subscription& subscription : subscriber.subscriptions) {
-    out->append("<subscription>");
+    netconf::OpenElement inner{"subscription", {}, out};
     AppendTextElement("point", std::to_string(subscription.point), out);
     AppendTextElement("path", subscription.path, out);
     AppendTextElement("priority", std::to_string(subscription.priority), out);
-    out->append("</subscription>");
+    inner.Close();
   }
-  out->append("</subscriber>");
+  element.Close();
 }
 
 void WriteProvider(const Daemon& daemon, std::string* out) {
-  out->append("<provider>");
+  netconf::OpenElement element{"provider", {}, out};
   AppendTextElement("id", std::to_string(daemon.id), out);
   AppendTextElement("name", daemon.name, out);
   AppendTextElement("process", std::to_string(daemon.pid), out);
   for (const std::string& callpoint : daemon.callpoints) AppendTextElement("callpoint", callpoint, out);
-  out->append("</provider>");
+  element.Close();
 }
 
 using Operation = CommitSummary::Operation;
@@ -73,7 +75,7 @@ void WriteLeafChange(const cdb_store::Schema& schema, const std::string& entry, 
   if (leaf.node >= schema.size()) return;
   const cdb_store::Node& node = schema.node(leaf.node);
   const std::string path = cdb_store::InstanceText(schema, node, keys);
-  out->append("<leaf>");
+  netconf::OpenElement element{"leaf", {}, out};
   AppendTextElement("name", path.starts_with(entry + "/") ? path.substr(entry.size() + 1) : path, out);
   AppendTextElement("operation", OperationName(OperationOf(leaf)), out);
   if (node.type != cdb_store::ValueType::kEmpty) {
@@ -82,11 +84,11 @@ void WriteLeafChange(const cdb_store::Schema& schema, const std::string& entry, 
     if (leaf.old_value && leaf.old_value->cut) AppendTextElement("cut", "old-value", out);
     if (leaf.new_value && leaf.new_value->cut) AppendTextElement("cut", "new-value", out);
   }
-  out->append("</leaf>");
+  element.Close();
 }
 
-void WriteCommit(const Core& core, const JournalEntry& entry, std::string* out) {
-  out->append("<commit>");
+void WriteCommit(const cdb_store::Schema& schema, uint64_t fingerprint, const JournalEntry& entry, std::string* out) {
+  netconf::OpenElement element{"commit", {}, out};
   AppendTextElement("transaction", std::to_string(entry.txid), out);
   AppendTextElement("time", DateAndTime(entry.time), out);
   AppendTextElement("user", entry.user, out);
@@ -98,43 +100,42 @@ void WriteCommit(const Core& core, const JournalEntry& entry, std::string* out) 
   for (const CommitSummary::Change& change : entry.summary.changes) {
     const auto record = cdb_store::ParseRecordKey(change.record_key);
     // Keys of another data model mean nothing any more.
-    if (entry.fingerprint != core.fingerprint || !record || record->node >= core.model.schema().size()) continue;
-    const cdb_store::Node& node = core.model.schema().node(record->node);
-    const std::string path = cdb_store::InstanceText(core.model.schema(), node, record->keys);
-    out->append("<change>");
+    if (entry.fingerprint != fingerprint || !record || record->node >= schema.size()) continue;
+    const cdb_store::Node& node = schema.node(record->node);
+    const std::string path = cdb_store::InstanceText(schema, node, record->keys);
+    netconf::OpenElement inner{"change", {}, out};
     AppendTextElement("path", path, out);
     AppendTextElement("operation", OperationName(change.operation), out);
-    for (const CommitSummary::Leaf& leaf : change.leaves)
-      WriteLeafChange(core.model.schema(), path, record->keys, leaf, out);
+    for (const CommitSummary::Leaf& leaf : change.leaves) WriteLeafChange(schema, path, record->keys, leaf, out);
     if (change.unnamed_leaves > 0) AppendTextElement("unnamed-leaves", std::to_string(change.unnamed_leaves), out);
-    out->append("</change>");
+    inner.Close();
   }
-  out->append("</commit>");
+  element.Close();
 }
 
 }  // namespace
 
-void AddDatabaseState(const Core& core, const SubscriptionService& subscriptions, const ProviderService& providers,
-                      StateReader* reader) {
-  reader->Add(kMonitorNs, "database", [&core, &subscriptions, &providers](std::string* out) {
-    out->append("<database xmlns=\"").append(kMonitorNs).append("\"><transactions>");
-    AppendTextElement("last", std::to_string(core.store.txid().number), out);
-    if (const auto progress = subscriptions.progress()) {
+void AddDatabaseState(const DatabaseParts& parts, StateReader* reader) {
+  reader->Add(kMonitorNs, "database", [parts](std::string* out) {
+    netconf::OpenElement element{"database", kXmlns, out};
+    netconf::OpenElement inner{"transactions", {}, out};
+    AppendTextElement("last", std::to_string(parts.store.txid().number), out);
+    if (const auto progress = parts.subscriptions.progress()) {
       AppendTextElement("delivering", std::to_string(progress->txid), out);
       AppendTextElement("delivering-since", DateAndTime(progress->since), out);
     }
-    AppendTextElement("waiting", std::to_string(core.line.waiting()), out);
-    out->append("</transactions>");
-    for (const Subscriber* subscriber : subscriptions.Subscribers()) WriteSubscriber(*subscriber, out);
-    for (const auto& [id, daemon] : providers.daemons()) WriteProvider(daemon, out);
-    out->append("</database>");
+    AppendTextElement("waiting", std::to_string(parts.line.waiting()), out);
+    inner.Close();
+    for (const Subscriber* subscriber : parts.subscriptions.Subscribers()) WriteSubscriber(*subscriber, out);
+    for (const auto& [id, daemon] : parts.providers.daemons()) WriteProvider(daemon, out);
+    element.Close();
   });
-  reader->Add(kMonitorNs, "commits", [&core](std::string* out) {
-    const std::vector<JournalEntry> entries = journal::Read(core.store);
+  reader->Add(kMonitorNs, "commits", [parts, fingerprint = parts.model.schema().Fingerprint()](std::string* out) {
+    const std::vector<JournalEntry> entries = journal::Read(parts.store);
     if (entries.empty()) return;
-    out->append("<commits xmlns=\"").append(kMonitorNs).append("\">");
-    for (const JournalEntry& entry : entries) WriteCommit(core, entry, out);
-    out->append("</commits>");
+    netconf::OpenElement element{"commits", kXmlns, out};
+    for (const JournalEntry& entry : entries) WriteCommit(parts.model.schema(), fingerprint, entry, out);
+    element.Close();
   });
 }
 

@@ -4,7 +4,6 @@
 #include <cstring>
 
 #include "netconf/xml.h"
-#include "northbound/server.h"
 
 namespace cdbd {
 namespace {
@@ -43,39 +42,39 @@ void WriteLibrary(const Model& model, const char* container, std::string* out) {
 }
 
 void WriteSchemas(const Model& model, std::string* out) {
-  out->append("<schemas>");
+  netconf::OpenElement list{"schemas", {}, out};
   uint32_t index = 0;
   while (const lys_module* module = ly_ctx_get_module_iter(model.context(), &index)) {
-    out->append("<schema>");
+    netconf::OpenElement element{"schema", {}, out};
     AppendTextElement("identifier", module->name, out);
     AppendTextElement("version", module->revision != nullptr ? module->revision : "", out);
     AppendTextElement("format", "yang", out);
     AppendTextElement("namespace", module->ns, out);
     AppendTextElement("location", "NETCONF", out);
-    out->append("</schema>");
+    element.Close();
   }
-  out->append("</schemas>");
+  list.Close();
 }
 
 void WriteSessions(const NetconfServer& server, std::string* out) {
-  out->append("<sessions>");
+  netconf::OpenElement list{"sessions", {}, out};
   for (const SessionInfo& session : server.Sessions()) {
-    out->append("<session>");
+    netconf::OpenElement element{"session", {}, out};
     AppendTextElement("session-id", std::to_string(session.id), out);
-    out->append("<transport xmlns:cdbm=\"").append(kMonitorNs).append("\">cdbm:netconf-local</transport>");
+    AppendTextElement("transport", std::string{" xmlns:cdbm=\""} + kMonitorNs + "\"", "cdbm:netconf-local", out);
     AppendTextElement("username", session.user, out);
     AppendTextElement("login-time", DateAndTime(session.login), out);
     AppendTextElement("in-rpcs", std::to_string(session.in_rpcs), out);
     AppendTextElement("in-bad-rpcs", std::to_string(session.in_bad_rpcs), out);
     AppendTextElement("out-rpc-errors", std::to_string(session.out_rpc_errors), out);
     AppendTextElement("out-notifications", "0", out);
-    out->append("</session>");
+    element.Close();
   }
-  out->append("</sessions>");
+  list.Close();
 }
 
 void WriteStatistics(const NetconfStatistics& statistics, std::string* out) {
-  out->append("<statistics>");
+  netconf::OpenElement element{"statistics", {}, out};
   AppendTextElement("netconf-start-time", DateAndTime(statistics.start), out);
   AppendTextElement("in-bad-hellos", std::to_string(statistics.in_bad_hellos), out);
   AppendTextElement("in-sessions", std::to_string(statistics.in_sessions), out);
@@ -84,33 +83,40 @@ void WriteStatistics(const NetconfStatistics& statistics, std::string* out) {
   AppendTextElement("in-bad-rpcs", std::to_string(statistics.in_bad_rpcs), out);
   AppendTextElement("out-rpc-errors", std::to_string(statistics.out_rpc_errors), out);
   AppendTextElement("out-notifications", "0", out);
-  out->append("</statistics>");
+  element.Close();
 }
 
-void WriteMonitoring(const Core& core, std::string* out) {
-  out->append("<netconf-state xmlns=\"").append(kMonitoringNs).append("\"><capabilities>");
-  for (const std::string& capability : core.netconf->capabilities()) AppendTextElement("capability", capability, out);
-  out->append("</capabilities><datastores><datastore><name>running</name>");
-  if (core.lock) {
-    out->append("<locks><global-lock>");
-    AppendTextElement("locked-by-session", std::to_string(core.lock->session), out);
-    AppendTextElement("locked-time", DateAndTime(core.lock->since), out);
-    out->append("</global-lock></locks>");
+void WriteMonitoring(const Model& model, const NetconfServer& netconf, const RunningLock& lock, std::string* out) {
+  netconf::OpenElement state{"netconf-state", std::string{" xmlns=\""} + kMonitoringNs + "\"", out};
+  netconf::OpenElement capabilities{"capabilities", {}, out};
+  for (const std::string& capability : netconf.capabilities()) AppendTextElement("capability", capability, out);
+  capabilities.Close();
+  netconf::OpenElement datastores{"datastores", {}, out};
+  netconf::OpenElement datastore{"datastore", {}, out};
+  AppendTextElement("name", "running", out);
+  if (const auto& holder = lock.holder()) {
+    netconf::OpenElement locks{"locks", {}, out};
+    netconf::OpenElement global{"global-lock", {}, out};
+    AppendTextElement("locked-by-session", std::to_string(holder->session), out);
+    AppendTextElement("locked-time", DateAndTime(holder->since), out);
+    global.Close();
+    locks.Close();
   }
-  out->append("</datastore></datastores>");
-  WriteSchemas(core.model, out);
-  WriteSessions(*core.netconf, out);
-  WriteStatistics(core.netconf->statistics(), out);
-  out->append("</netconf-state>");
+  datastore.Close();
+  datastores.Close();
+  WriteSchemas(model, out);
+  WriteSessions(netconf, out);
+  WriteStatistics(netconf.statistics(), out);
+  state.Close();
 }
 
 }  // namespace
 
-void AddOwnState(Core& core, StateReader* reader) {
-  reader->Add(kMonitoringNs, "netconf-state", [&core](std::string* out) { WriteMonitoring(core, out); });
+void AddOwnState(const Model& model, const NetconfServer& netconf, const RunningLock& lock, StateReader* reader) {
+  reader->Add(kMonitoringNs, "netconf-state",
+              [&model, &netconf, &lock](std::string* out) { WriteMonitoring(model, netconf, lock, out); });
   for (const char* container : {"yang-library", "modules-state"})
-    reader->Add(kLibraryNs, container,
-                [&core, container](std::string* out) { WriteLibrary(core.model, container, out); });
+    reader->Add(kLibraryNs, container, [&model, container](std::string* out) { WriteLibrary(model, container, out); });
 }
 
 std::vector<std::string> Capabilities(const Model& model) {

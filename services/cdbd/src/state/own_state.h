@@ -1,13 +1,14 @@
 #pragma once
 
-#include "ops/core.h"
+#include "commit/running_lock.h"
+#include "northbound/server.h"
 #include "state/state_reader.h"
 
 namespace cdbd {
 
-/// Adds what the server says of itself by the RFCs: ietf-yang-library (RFC 8525) and ietf-netconf-monitoring (RFC
-/// 6022).
-void AddOwnState(Core& core, StateReader* reader);
+/// Adds what the RFCs have a server say of itself: ietf-yang-library (RFC 8525, with the part of RFC 7895) and
+/// ietf-netconf-monitoring (RFC 6022). All outlive the reader.
+void AddOwnState(const Model& model, const NetconfServer& netconf, const RunningLock& lock, StateReader* reader);
 
 /// The capabilities of every hello (RFC 6241, section 8): those that work, and the modules that a hello has to name.
 std::vector<std::string> Capabilities(const Model& model);

@@ -2,43 +2,32 @@
 
 #include <chrono>
 #include <functional>
+#include <map>
 #include <string>
-#include <vector>
 
 #include "model/model.h"
-#include "read/filter.h"
+#include "read/data_instance.h"
 
 namespace cdbd {
 
-/// The server's own state: top-level containers written by whoever knows them.
+/// The server's own state: top-level containers, each made when it is read.
 class StateReader final {
  public:
-  /// Appends the whole container as XML.
+  /// Appends the whole container as XML, or nothing if there is none now.
   using Source = std::function<void(std::string* out)>;
 
+  /// `model` outlives it.
   explicit StateReader(const Model& model) : model_{model} {}
 
   /// `ns` and `name` are those of the container, a top-level node of the data model.
-  void Add(std::string ns, std::string name, Source source) {
-    sources_.push_back({std::move(ns), std::move(name), std::move(source)});
-  }
-  /// Appends what of all sources is selected.
-  void Write(const Selection& selection, std::string* out) const;
+  void Add(std::string_view ns, std::string_view name, Source source);
+  /// Visits the container `node`. False if it is not of the server's own state.
+  bool Visit(const cdb_store::Node& node, DataInstance::VisitInstance visit) const;
 
  private:
-  struct Entry {
-    std::string ns;
-    std::string name;
-    Source source;
-  };
   const Model& model_;
-  std::vector<Entry> sources_;
+  std::map<cdb_store::NodeId, Source> sources_;
 };
-
-/// Appends what `candidates` select of one data element and what is below it; list keys come with whatever is selected
-/// of their entry. False when that is nothing. `node` is the element's; `outer_ns` the namespace around the output.
-bool WriteSelected(const Model& model, const cdb_store::Node& node, const netconf::XmlElement& element,
-                   const Selection& candidates, std::string_view outer_ns, std::string* out);
 
 /// RFC 3339 text in UTC, "2026-11-21T07:30:00Z".
 std::string DateAndTime(std::chrono::system_clock::time_point time);
