@@ -78,13 +78,36 @@ TEST_P(Ports, StayClosedWhenTheLastEntryGoes) {
   EXPECT_EQ(probe.Passes(From("10.0.0.1")), true);
 }
 
-TEST_P(Ports, TakeTheEntryOfNoAddressForThatAddressAlone) {
+TEST_P(Ports, TellWhichEntriesNoFrameCanMatch) {
   netns::Wire wire{"eth1"};
-  ASSERT_TRUE(manager_->Submit({EnablePort("eth1"), Put("eth1", 0, Ip("0.0.0.0"))}, true));
+  ASSERT_TRUE(manager_->Submit({EnablePort("eth1"), Put("eth1", 0, Ip("0.0.0.0")), Put("eth1", 0, Ip("127.0.0.1")),
+                                Put("eth1", 0, Ip("10.0.0.1"), {1, 0, 0x5e, 0, 0, 1})},
+                               true));
   Probe probe{"eth1", wire.station()};
-  EXPECT_EQ(probe.Passes(From("0.0.0.0")), true);
-  EXPECT_EQ(probe.Passes(From("10.0.0.1")), false);
-  EXPECT_EQ(probe.Passes(From("0.0.0.1")), false);
+  for (const char* source : {"0.0.0.0", "127.0.0.1", "10.0.0.1"}) {
+    EXPECT_EQ(probe.Passes(From(source)), false) << source;
+    const json row = Row("entries", "address", source);
+    ASSERT_TRUE(row.is_object()) << source;
+    EXPECT_EQ(row.value("state", 1), 0) << row;
+    EXPECT_TRUE(row["reason"].is_string()) << row;
+  }
+}
+
+TEST_P(Ports, ShowViolatorsWithTheirZeroes) {
+  if (GetParam().name != "tcx") GTEST_SKIP() << "the nft dataplane has no table of violators";
+  netns::Wire wire{"eth1"};
+  ASSERT_TRUE(manager_->Submit({EnablePort("eth1")}, true));
+  Probe probe{"eth1", wire.station()};
+  EXPECT_EQ(probe.Passes(From("0.0.0.0")), false);
+  EXPECT_EQ(probe.Passes(From("10.0.0.1", 0, {})), false);
+  EXPECT_EQ(probe.Passes(frames::FrameBuilder{{2, 0, 0, 0, 0, 0x0a}}.Type(0x86dd)), false);
+  const auto shown = [&](const char* reason) {
+    const json row = Row("violators", "reason", reason);
+    return row.is_object() ? row["source"].dump() + " " + row["mac"].dump() : "no row";
+  };
+  EXPECT_EQ(shown("martian"), R"("0.0.0.0" "02:00:00:00:00:0a")");
+  EXPECT_EQ(shown("bad-source-mac"), R"("10.0.0.1" "00:00:00:00:00:00")");
+  EXPECT_EQ(shown("ipv6"), R"(null "02:00:00:00:00:0a")");
 }
 
 TEST_P(Ports, BindAnEntryToItsMac) {

@@ -86,7 +86,8 @@ class Tool final {
       out_ << part.value("verdict", "") << (part.value("monitor", false) ? " (monitor mode: passes)" : "")
            << ", reason " << part.value("reason", "") << "\n  row:    " << part.value("row", "")
            << "\n  source: " << Text(part, "source") << " vlan " << part.value("vlan", 0) << " mac "
-           << Text(part, "mac") << "\n  entry:  " << Text(part, "entry") << "\n";
+           << Text(part, "mac") << "\n  entry:  " << Text(part, "entry") << "\n  plane:  " << Text(part, "dataplane")
+           << "\n";
     });
   }
 

@@ -22,8 +22,9 @@ inline constexpr PortId kMaxPortId = (1U << 20) - 1;  // with a 12-bit VLAN it f
 
 using MacAddress = std::array<uint8_t, 6>;  ///< transmission order; all zero: any
 
-/// What passes a port besides its entries. The values are those of the requests.
-enum class AllowAll : uint8_t { kNone = 0, kIpv4 = 1, kIpv6 = 2, kAll = 3 };
+/// What passes a port besides its entries: a set of permissions, one bit each. kAll holds both protocols and whatever
+/// is neither, so the union of two modes permits what either permits and nothing else.
+enum class AllowAll : uint8_t { kNone = 0, kIpv4 = 1, kIpv6 = 2, kIpv4AndIpv6 = 3, kAll = 7 };
 
 /// A port as it shall be from now on. The filter of a port that is absent (ifindex 0) waits for the interface.
 struct PortConfig {
@@ -91,8 +92,8 @@ struct PortCounter {
 struct Drop {
   PortId port = 0;
   uint16_t vlan = 0;
-  uint16_t ethertype = 0;  ///< host order
-  uint32_t source_be = 0;  ///< 0 where the frame has no IPv4 source
+  uint16_t ethertype = 0;               ///< host order
+  std::optional<uint32_t> source_be{};  ///< nullopt where no IPv4 source was read from the frame
   MacAddress mac{};
   std::string reason;
   uint64_t count =
@@ -134,6 +135,8 @@ class Dataplane {
   /// end of the process.
   virtual common::Status RemoveEverything() = 0;
 
+  /// The 802.3 length of a frame with a VLAN tag is out of this plane's sight: it drops such frames as malformed.
+  [[nodiscard]] virtual bool HidesTaggedLength() const { return false; }
   virtual common::Result<std::vector<PortCounter>> Counters() { return std::vector<PortCounter>{}; }
   virtual common::Result<std::vector<Drop>> Violators() { return std::vector<Drop>{}; }
   /// Readable when drop events wait; -1 when the plane reports none. Owned by the plane.

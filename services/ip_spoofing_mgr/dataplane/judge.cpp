@@ -7,12 +7,13 @@
 namespace mgr {
 
 Judgement Judge(std::span<const uint8_t> frame, const std::optional<MetadataTag>& tag, const verdict_port& port,
-                const FindEntry& find) {
+                const FindEntry& find, Sight sight) {
   verdict_frame input{};
   input.data = frame.data();
   // As many bytes as the kernel program is sure to have at hand.
   input.data_end = frame.data() + std::min<size_t>(frame.size(), VERDICT_HEADER_BYTES);
   input.length = static_cast<uint32_t>(frame.size());
+  input.tagged_length_hidden = static_cast<uint8_t>(sight == Sight::kNoTaggedLength);
   if (tag) {
     input.tag_present = 1;
     input.tag_tci = tag->tci;

@@ -25,8 +25,11 @@ struct Judgement {
 /// The entry of {the port, `vlan`, `source_be`}: its MAC, zero for any; nothing when there is none.
 using FindEntry = std::function<std::optional<MacAddress>(uint16_t vlan, uint32_t source_be)>;
 
+/// What a plane cannot see of a frame.
+enum class Sight : uint8_t { kWhole, kNoTaggedLength };
+
 /// What the verdict table says of a frame, from its destination MAC on. Reads no byte outside of `frame`.
 Judgement Judge(std::span<const uint8_t> frame, const std::optional<MetadataTag>& tag, const verdict_port& port,
-                const FindEntry& find);
+                const FindEntry& find, Sight sight = Sight::kWhole);
 
 }  // namespace mgr

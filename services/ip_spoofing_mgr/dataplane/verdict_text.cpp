@@ -12,23 +12,11 @@ struct Reason {
 };
 
 constexpr std::array<Reason, VERDICT_REASONS> kReasons = {{
-    {"not-enabled", true},
-    {"allow-all", true},
-    {"malformed", false},
-    {"bad-source-mac", false},
-    {"vlan", false},
-    {"ipv4-all", true},
-    {"entry", true},
-    {"mac-mismatch", false},
-    {"dhcp", true},
-    {"no-entry", false},
-    {"arp-mac", false},
-    {"arp", false},
-    {"arp-probe", true},
-    {"ipv6-all", true},
-    {"ipv6", false},
-    {"encapsulated", false},
-    {"non-ip", true},
+    {"not-enabled", true},   {"allow-all", true},     {"malformed", false}, {"bad-source-mac", false},
+    {"vlan", false},         {"martian", false},      {"ipv4-all", true},   {"entry", true},
+    {"mac-mismatch", false}, {"dhcp", true},          {"dhcp-mac", false},  {"no-entry", false},
+    {"arp-mac", false},      {"arp", false},          {"arp-probe", true},  {"ipv6-all", true},
+    {"ipv6", false},         {"encapsulated", false}, {"non-ip", true},
 }};
 
 constexpr std::array<std::string_view, VERDICT_ROWS> kRows = {{
@@ -37,10 +25,12 @@ constexpr std::array<std::string_view, VERDICT_ROWS> kRows = {{
     "truncated or contradictory headers",
     "source MAC zero or group",
     "two or more tags, 802.1ad, or VID 4095",
+    "IPv4 from an address that no host has",
     "IPv4, allow-all mode IPV4_ALL",
+    "IPv4 from a DHCP client without an address",
+    "DHCP client's hardware address differs from the source MAC",
     "IPv4, entry without MAC or with the frame's source MAC",
     "IPv4, entry with another MAC",
-    "IPv4 from a DHCP client without an address",
     "IPv4 without an entry",
     "ARP, sender hardware address differs from the source MAC",
     "ARP, sender address judged as an IPv4 source",

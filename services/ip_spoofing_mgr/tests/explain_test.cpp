@@ -17,7 +17,7 @@ class ExplainTest : public testing::Test {
     bench_.Wait(milliseconds{100});
   }
   std::string Ask(const json& arguments) {
-    auto answer = ExplainCommand(bench_.table, arguments);
+    auto answer = ExplainCommand(bench_.table, bench_.plane, arguments);
     if (!answer.ok()) return "error: " + answer.error().Text();
     const json& a = answer.value();
     return a.value("verdict", "") + " " + a.value("reason", "") + " (" + a.value("row", "") + ") entry " +
@@ -52,6 +52,36 @@ TEST_F(ExplainTest, TellsTheVerdictTheRowAndTheEntry) {
        "drop malformed (truncated or contradictory headers) entry null"},
   };
   for (const Case& c : cases) EXPECT_EQ(Ask(c.arguments), c.answer) << c.arguments;
+}
+
+/// The nft plane as explain sees it.
+class NoTaggedLength final : public Dataplane {
+ public:
+  [[nodiscard]] std::string_view Name() const override { return "nft"; }
+  [[nodiscard]] size_t Capacity() const override { return 0; }
+  common::Result<Snapshot> TakeOver() override { return Snapshot{}; }
+  std::vector<Failure> Apply(const Changes&) override { return {}; }
+  common::Status RemoveEverything() override { return common::Ok(); }
+  [[nodiscard]] bool HidesTaggedLength() const override { return true; }
+};
+
+TEST_F(ExplainTest, AnswersForThePlaneThatRuns) {
+  const json tagged = {{"port", "eth1"}, {"frame", "ffffffffffff 020000000001 8100 0007 0003 424203"}};
+  EXPECT_EQ(Ask(tagged), "pass non-ip (not IP) entry null");
+  const auto answer = ExplainCommand(bench_.table, NoTaggedLength{}, tagged);
+  ASSERT_TRUE(answer.ok());
+  EXPECT_EQ(answer.value().value("reason", ""), "malformed");
+  EXPECT_EQ(answer.value().value("dataplane", ""), "nft");
+}
+
+TEST_F(ExplainTest, ShowsZeroAddresses) {
+  const auto ask = [&](const json& arguments) {
+    const auto answer = ExplainCommand(bench_.table, bench_.plane, arguments);
+    return answer.ok() ? answer.value()["source"].dump() + " " + answer.value()["mac"].dump() : "";
+  };
+  EXPECT_EQ(ask({{"port", "eth1"}, {"source", "0.0.0.0"}, {"mac", "00:00:00:00:00:00"}}),
+            R"("0.0.0.0" "00:00:00:00:00:00")");
+  EXPECT_EQ(ask({{"port", "eth1"}, {"frame", "ffffffffffff 020000000001 86dd 60"}}), R"(null "02:00:00:00:00:01")");
 }
 
 TEST_F(ExplainTest, RefusesWhatItCannotRead) {

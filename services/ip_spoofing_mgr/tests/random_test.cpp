@@ -87,7 +87,7 @@ class Driver {
         model_.enabled[port] = false;
         return Disable(port);
       case 2: {
-        const auto mode = static_cast<AllowAll>(Pick(4));
+        const AllowAll mode = ModeOfRequest(static_cast<uint8_t>(Pick(4)));
         model_.modes[port] = mode;
         return Mode(port, mode);
       }

@@ -56,7 +56,7 @@ uint32_t FakeInterfaces::IndexOf(const std::string& name) const {
 Request Enable(const std::string& port) { return PortRequest(port, ip_spoofing_mgr::wire::RequestKind::kPort, 1); }
 Request Disable(const std::string& port) { return PortRequest(port, ip_spoofing_mgr::wire::RequestKind::kPort, 0); }
 Request Mode(const std::string& port, AllowAll mode) {
-  return PortRequest(port, ip_spoofing_mgr::wire::RequestKind::kMode, static_cast<uint8_t>(mode));
+  return PortRequest(port, ip_spoofing_mgr::wire::RequestKind::kMode, TypeOf(mode));
 }
 Request Put(const std::string& port, uint16_t vlan, const std::string& address, uint8_t mac) {
   Request request = EntryRequest(port, vlan, address);
@@ -143,7 +143,7 @@ std::vector<std::string> Bench::Rows() const {
   for (const auto& row : StatusRows(table, engine)) {
     std::string line = "eth" + std::to_string(row.limid.word[0]);
     if (row.type != 0) {
-      line += " " + ModeText(static_cast<AllowAll>(row.type));
+      line += " " + ModeText(ModeOfRequest(static_cast<uint8_t>(row.type)));
     } else {
       std::array<char, INET6_ADDRSTRLEN> address{};
       ::inet_ntop(row.family == 0 ? AF_INET : AF_INET6, row.address, address.data(), address.size());

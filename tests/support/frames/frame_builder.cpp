@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -32,6 +33,22 @@ std::string Hex(const Bytes& bytes) {
     text += kDigits[byte & 15];
   }
   return text;
+}
+
+Ipv4 DhcpRequest(const Dhcp& message) {
+  constexpr size_t kRelay = 24, kClient = 28, kSize = 292;
+  Bytes body(kSize);
+  body[0] = message.operation;
+  body[1] = message.hardware;
+  body[2] = message.hardware_size;
+  std::memcpy(&body[kRelay], &message.relay_be, sizeof message.relay_be);
+  std::copy(message.client.begin(), message.client.end(), body.begin() + kClient);
+  return {.source_be = 0,
+          .destination_be = 0xffffffff,
+          .source_port = 68,
+          .destination_port = 67,
+          .payload = 8 + kSize,
+          .body = body};
 }
 
 FrameBuilder::FrameBuilder(const Mac& source, const Mac& destination) {
@@ -91,6 +108,7 @@ FrameBuilder& FrameBuilder::With(const Ipv4& packet, uint16_t type) {
   Put16(packet.destination_port);
   Put16(static_cast<uint16_t>(packet.payload));
   Put16(0);
+  Raw(packet.body);
   frame_.bytes.resize(payload_at + packet.payload);
   return *this;
 }

@@ -41,8 +41,20 @@ struct Ipv4 {
   uint16_t flags_and_offset = 0;
   uint16_t source_port = 1000;  ///< the first 4 bytes of the payload, whatever the protocol
   uint16_t destination_port = 2000;
-  size_t payload = 8;  ///< bytes behind the header
+  size_t payload = 8;  ///< bytes after the header
+  Bytes body{};        ///< what follows the first 8 of them, zeroes where it is shorter
 };
+
+/// The message of a DHCP client; `client` is the hardware address in it.
+struct Dhcp {
+  Mac client{};
+  uint8_t operation = 1;
+  uint8_t hardware = 1;
+  uint8_t hardware_size = 6;
+  uint32_t relay_be = 0;
+};
+/// It in a packet from 0.0.0.0 port 68 to 255.255.255.255 port 67.
+Ipv4 DhcpRequest(const Dhcp& message);
 
 struct Arp {
   uint16_t operation = 1;
@@ -59,7 +71,7 @@ class FrameBuilder final {
  public:
   explicit FrameBuilder(const Mac& source, const Mac& destination = {2, 0xff, 0xff, 0, 0, 1});
 
-  FrameBuilder& VlanTag(uint16_t tci, uint16_t protocol = 0x8100);  ///< in the bytes, behind what is there
+  FrameBuilder& VlanTag(uint16_t tci, uint16_t protocol = 0x8100);  ///< in the bytes, after what is there
   FrameBuilder& MetadataTag(uint16_t tci, uint16_t protocol = 0x8100);
   FrameBuilder& Type(uint16_t type, const Bytes& payload = Bytes(46));
   FrameBuilder& With(const Ipv4& packet, uint16_t type = 0x0800);
@@ -68,7 +80,7 @@ class FrameBuilder final {
   FrameBuilder& Llc(uint8_t dsap, uint8_t ssap, const Bytes& behind = Bytes(30), std::optional<uint16_t> length = {});
   FrameBuilder& Raw(const Bytes& bytes);
   FrameBuilder& Pad(size_t size);            ///< zeroes up to that size
-  FrameBuilder& Cut(size_t size);            ///< drops what is behind that size
+  FrameBuilder& Cut(size_t size);            ///< drops what is beyond that size
   operator Frame() const { return frame_; }  // NOLINT(google-explicit-constructor)
   [[nodiscard]] Frame Build() const { return frame_; }
 

@@ -38,9 +38,7 @@ Ipv4 Source(const char* text) { return {.source_be = Ip(text)}; }
 Arp Sender(const char* text, uint16_t operation = 1, const Mac& mac = kStation) {
   return {.operation = operation, .sender_mac = mac, .sender_be = Ip(text)};
 }
-Ipv4 Discover() {
-  return {.source_be = 0, .destination_be = 0xffffffff, .source_port = 68, .destination_port = 67, .payload = 300};
-}
+Ipv4 Discover() { return DhcpRequest({.client = kStation}); }
 
 void AddUnfiltered(Rows& rows) {
   for (const bool enabled : {false, true}) {
@@ -76,6 +74,7 @@ void AddMalformed(Rows& rows) {
   rows.Add("tagged, total length one byte more than the frame",
            From().VlanTag(100).With(Source("10.0.0.1")).Cut(18 + 27));
   rows.Add("total length 0", From().With(Ipv4{.source_be = Ip("10.0.0.1"), .total_length = 0}));
+  rows.Add("total length 0, TCP", From().With(Ipv4{.source_be = Ip("10.0.0.1"), .protocol = 6, .total_length = 0}));
   rows.Add("total length 19", From().With(Ipv4{.source_be = Ip("10.0.0.1"), .total_length = 19}));
   rows.Add("total length 65535", From().With(Ipv4{.source_be = Ip("10.0.0.1"), .total_length = 65535}));
   rows.Add("total length within the options",
@@ -96,9 +95,25 @@ void AddMalformed(Rows& rows) {
              From().With(packet).Pad(100));
   }
   rows.Add("802.3 length one byte more than the frame", From().Llc(0x42, 0x42, Bytes(30), 34));
+  for (const auto& [field, there] : {std::pair{4, 3},
+                                     {0x100, 0xff},
+                                     {0x100, 0x0f},
+                                     {0x1ff, 0x1fe},
+                                     {0x210, 0x20f},
+                                     {0x2f0, 0x2e0},
+                                     {0x5dc, 0x5db},
+                                     {0x5dc, 0x100},
+                                     {0x010, 0x00f}})
+    rows.Add("802.3 length " + std::to_string(field) + " of " + std::to_string(there),
+             From().Llc(0x42, 0x42, Bytes(static_cast<size_t>(there - 3)), static_cast<uint16_t>(field)));
   rows.Add("802.3 length 0", From().Type(0));
   rows.Add("802.3 length 2: no room for LLC", From().Type(2));
   rows.Add("length 1501", From().Type(1501, Bytes(1501)));
+  rows.Add("802.3 length 2, tagged", From().VlanTag(100).Type(2));
+  rows.Add("802.3 length one byte more than the frame, tagged", From().VlanTag(100).Llc(0x42, 0x42, Bytes(30), 34));
+  rows.Add("SNAP, length one byte more than the frame, tagged", From().VlanTag(100).Llc(0xaa, 0xaa, Bytes(30), 34));
+  rows.Add("length 1501, tagged with VID 0, an IPv4 header after it",
+           From().VlanTag(0).Type(1501, {0x45, 0, 0, 28}).Pad(60));
   rows.Add("type 0x05ff: neither a length nor a type", From().Type(0x05ff, Bytes(1600)));
   rows.Add("malformed comes before a bad source MAC", From(Mac{}).With(Ipv4{.header_words = 4}));
   rows.Add("malformed comes before the VLAN", From().VlanTag(4095).With(Ipv4{.header_words = 4}));
@@ -159,6 +174,59 @@ void AddVlan(Rows& rows) {
   rows.Add("the second tag cut after three bytes", From().VlanTag(100).Type(0x8100, {0, 0, 0}));
 }
 
+void AddMartian(Rows& rows) {
+  for (const auto& [mode, prefix] : {std::pair{VERDICT_MODE_NONE, ""},
+                                     {VERDICT_MODE_IPV4_ALL, "ipv4-all: "},
+                                     {VERDICT_MODE_IPV6_ALL, "ipv6-all: "}}) {
+    rows.Mode(mode);
+    rows.Expect(VERDICT_MARTIAN, VERDICT_ROW_MARTIAN);
+    for (const char* source : {"0.0.0.0", "0.0.0.1", "0.255.255.255", "127.0.0.0", "127.0.0.1", "127.255.255.255",
+                               "224.0.0.0", "224.0.0.1", "239.255.255.255", "240.0.0.0", "255.255.255.254"})
+      rows.Add(prefix + std::string{source}, From().With(Source(source)));
+    rows.Add(prefix + std::string{"127.0.0.1, tagged"}, From().VlanTag(7).With(Source("127.0.0.1")));
+    rows.Add(prefix + std::string{"127.0.0.1, with options"},
+             From().With(Ipv4{.source_be = Ip("127.0.0.1"), .header_words = 15}));
+    rows.Add(prefix + std::string{"224.0.0.1, a later fragment"},
+             From().With(Ipv4{.source_be = Ip("224.0.0.1"), .flags_and_offset = 9}));
+    rows.Add(prefix + std::string{"255.255.255.255, with an entry"}, From().With(Source("255.255.255.255")));
+    rows.Add(prefix + std::string{"0.0.0.0, with an entry"}, From().VlanTag(4).With(Source("0.0.0.0")));
+  }
+  rows.Mode(VERDICT_MODE_IPV4_ALL);
+  rows.Expect(VERDICT_IPV4_ALL, VERDICT_ROW_IPV4_ALL);
+  for (const char* source : {"1.0.0.0", "126.255.255.255", "128.0.0.0", "223.255.255.255"})
+    rows.Add(std::string{"ipv4-all: "} + source, From().With(Source(source)));
+  rows.Mode(VERDICT_MODE_NONE);
+  rows.Expect(VERDICT_NO_ENTRY, VERDICT_ROW_NO_ENTRY);
+  for (const char* source : {"1.0.0.0", "126.255.255.255", "128.0.0.0", "223.255.255.255"})
+    rows.Add(source, From().With(Source(source)));
+}
+
+/// The union of two modes, in force between them.
+void AddBothProtocols(Rows& rows) {
+  rows.Mode(VERDICT_MODE_IPV4_AND_IPV6);
+  rows.Expect(VERDICT_IPV4_ALL, VERDICT_ROW_IPV4_ALL);
+  rows.Add("both: unknown source", From().With(Source("192.0.2.66")));
+  rows.Add("both: unknown source, tagged", From().VlanTag(7).With(Source("192.0.2.66")));
+  rows.Expect(VERDICT_IPV4_ALL, VERDICT_ROW_ARP);
+  rows.Add("both: ARP of an unknown sender", From().With(Sender("192.0.2.66", 2)));
+  rows.Expect(VERDICT_IPV6_ALL, VERDICT_ROW_IPV6_ALL);
+  rows.Add("both: IPv6", From().Type(0x86dd));
+  rows.Expect(VERDICT_MARTIAN, VERDICT_ROW_MARTIAN);
+  rows.Add("both: 127.0.0.1", From().With(Source("127.0.0.1")));
+  rows.Expect(VERDICT_ENCAPSULATED, VERDICT_ROW_ENCAPSULATED);
+  for (const uint16_t type : {0x8847, 0x8864, 0x88e7})
+    rows.Add("both: type " + Hex({static_cast<uint8_t>(type >> 8), static_cast<uint8_t>(type & 0xff)}),
+             From().Type(type));
+  rows.Add("both: SNAP with IPv4", From().Llc(0xaa, 0xaa, {0, 0, 0, 8, 0, 0x45, 0, 0, 20}));
+  rows.Expect(VERDICT_VLAN, VERDICT_ROW_VLAN);
+  rows.Add("both: two tags", From().VlanTag(1).VlanTag(1).With(Source("192.0.2.66")));
+  rows.Expect(VERDICT_MALFORMED, VERDICT_ROW_MALFORMED);
+  rows.Add("both: IHL 4", From().With(Ipv4{.source_be = Ip("10.0.0.1"), .header_words = 4}));
+  rows.Expect(VERDICT_BAD_SOURCE_MAC, VERDICT_ROW_SOURCE_MAC);
+  rows.Add("both: source MAC zero", From(Mac{}).With(Source("10.0.0.1")));
+  rows.Mode(VERDICT_MODE_NONE);
+}
+
 void AddIpv4(Rows& rows) {
   rows.Mode(VERDICT_MODE_IPV4_ALL);
   rows.Expect(VERDICT_IPV4_ALL, VERDICT_ROW_IPV4_ALL);
@@ -166,6 +234,7 @@ void AddIpv4(Rows& rows) {
   rows.Add("ipv4-all: unknown source, tagged", From().VlanTag(7).With(Source("192.0.2.66")));
   rows.Add("ipv4-all: entry with another MAC", From(kOtherStation).With(Source("10.0.0.2")));
   rows.Add("ipv4-all: DHCP", From().With(Discover()));
+  rows.Add("ipv4-all: DHCP for another MAC", From(kOtherStation).With(Discover()));
   rows.Mode(VERDICT_MODE_NONE);
 
   rows.Expect(VERDICT_ENTRY, VERDICT_ROW_ENTRY);
@@ -182,16 +251,12 @@ void AddIpv4(Rows& rows) {
   rows.Add("entry, TCP", From().With(Ipv4{.source_be = Ip("10.0.0.1"), .protocol = 6, .payload = 20}));
   rows.Add("entry, IP in IP: the outer source counts",
            From().With(Ipv4{.source_be = Ip("10.0.0.1"), .protocol = 4, .payload = 28}));
-  rows.Add("entry 0.0.0.0", From().VlanTag(4).With(Source("0.0.0.0")));
-  rows.Add("entry 0.0.0.0, DHCP", From().VlanTag(4).With(Discover()));
-  rows.Add("entry 255.255.255.255", From().With(Source("255.255.255.255")));
 
   rows.Expect(VERDICT_MAC_MISMATCH, VERDICT_ROW_MAC_MISMATCH);
   rows.Add("entry with another MAC", From(kOtherStation).With(Source("10.0.0.2")));
   rows.Add("entry with a MAC that differs in the first byte", From(Mac{6, 0, 0, 0, 0, 0x0a}).With(Source("10.0.0.2")));
   rows.Add("entry with a MAC that differs in the middle", From(Mac{2, 0, 0, 1, 0, 0x0a}).With(Source("10.0.0.2")));
   rows.Add("entry with another MAC, tagged", From(kOtherStation).VlanTag(100).With(Source("10.0.0.3")));
-  rows.Add("entry 0.0.0.0 with another MAC, DHCP", From().VlanTag(5).With(Discover()));
 }
 
 void AddDhcp(Rows& rows) {
@@ -205,11 +270,31 @@ void AddDhcp(Rows& rows) {
   rows.Add("DHCP, tagged", From().VlanTag(7).With(Discover()));
   rows.Add("DHCP, with all options of IPv4", From().With(with([](Ipv4& p) { p.header_words = 15; })));
   rows.Add("DHCP, don't-fragment", From().With(with([](Ipv4& p) { p.flags_and_offset = kDontFragment; })));
-  rows.Add("DHCP, UDP header alone", From().With(with([](Ipv4& p) { p.payload = 8; })));
-  rows.Add("DHCP, tagged, options, UDP header alone",
-           From().VlanTag(7).With(with([](Ipv4& p) { p.header_words = 15, p.payload = 8; })));
+  rows.Add("DHCP up to the hardware address", From().With(with([](Ipv4& p) { p.payload = 42; })));
+  rows.Add("DHCP, tagged, options, up to the hardware address",
+           From().VlanTag(7).With(with([](Ipv4& p) { p.header_words = 15, p.payload = 42; })));
+  rows.Add("DHCP, tagged, with an entry 0.0.0.0", From().VlanTag(4).With(Discover()));
+  rows.Add("DHCP, with an entry 0.0.0.0 of another MAC", From().VlanTag(5).With(Discover()));
+  rows.Add("DHCP, another hardware type", From().With(DhcpRequest({.client = kStation, .hardware = 6})));
 
-  rows.Expect(VERDICT_NO_ENTRY, VERDICT_ROW_NO_ENTRY);
+  rows.Expect(VERDICT_DHCP_MAC, VERDICT_ROW_DHCP_MAC);
+  rows.Add("DHCP for another MAC", From(kOtherStation).With(Discover()));
+  rows.Add("DHCP for another MAC, tagged", From(kOtherStation).VlanTag(7).With(Discover()));
+  for (size_t byte = 0; byte < 6; ++byte) {
+    Mac client = kStation;
+    client[byte] ^= 0x10;
+    rows.Add("DHCP for a MAC that differs in byte " + std::to_string(byte),
+             From().With(DhcpRequest({.client = client})));
+  }
+  rows.Add("DHCP for MAC zero", From().With(DhcpRequest({})));
+
+  rows.Expect(VERDICT_MARTIAN, VERDICT_ROW_MARTIAN);
+  rows.Add("DHCP, a reply", From().With(DhcpRequest({.client = kStation, .operation = 2})));
+  rows.Add("DHCP, hardware address of 5 bytes", From().With(DhcpRequest({.client = kStation, .hardware_size = 5})));
+  rows.Add("DHCP of a relay", From().With(DhcpRequest({.client = kStation, .relay_be = Ip("10.0.0.254")})));
+  rows.Add("DHCP of a relay, one bit", From().With(DhcpRequest({.client = kStation, .relay_be = Ip("0.0.0.1")})));
+  rows.Add("DHCP, UDP header alone", From().With(with([](Ipv4& p) { p.payload = 8; })));
+  rows.Add("DHCP, hardware address cut", From().With(with([](Ipv4& p) { p.payload = 41; })));
   rows.Add("DHCP from an address", From().With(with([](Ipv4& p) { p.source_be = Ip("0.0.0.1"); })));
   rows.Add("DHCP to one server", From().With(with([](Ipv4& p) { p.destination_be = Ip("10.0.0.254"); })));
   rows.Add("DHCP to 255.255.255.254", From().With(with([](Ipv4& p) { p.destination_be = Ip("255.255.255.254"); })));
@@ -223,6 +308,10 @@ void AddDhcp(Rows& rows) {
   rows.Add("DHCP, the last possible fragment", From().With(with([](Ipv4& p) { p.flags_and_offset = 0x1fff; })));
   rows.Add("DHCP, UDP header cut by the total length",
            From().With(with([](Ipv4& p) { p.total_length = 27, p.payload = 8; })));
+  rows.Add("DHCP, hardware address cut by the total length", From().With(with([](Ipv4& p) { p.total_length = 61; })));
+  rows.Mode(VERDICT_MODE_IPV4_ALL);
+  rows.Add("ipv4-all: DHCP of a relay", From().With(DhcpRequest({.client = kStation, .relay_be = Ip("10.0.0.254")})));
+  rows.Mode(VERDICT_MODE_NONE);
 }
 
 void AddNoEntry(Rows& rows) {
@@ -236,8 +325,6 @@ void AddNoEntry(Rows& rows) {
   rows.Add("an entry of VLAN 100, untagged", From().With(Source("10.0.0.3")));
   rows.Add("an entry of VLAN 100, VID 0", From().VlanTag(0).With(Source("10.0.0.3")));
   rows.Add("an entry of another port", From().With(Source("10.9.9.9")));
-  rows.Add("0.0.0.0", From().With(Source("0.0.0.0")));
-  rows.Add("127.0.0.1", From().With(Source("127.0.0.1")));
   rows.Add("unknown source, first fragment",
            From().With(Ipv4{.source_be = Ip("192.0.2.66"), .flags_and_offset = kMoreFragments}));
   rows.Add("unknown source, a later fragment", From().With(Ipv4{.source_be = Ip("192.0.2.66"), .flags_and_offset = 9}));
@@ -264,6 +351,10 @@ void AddArp(Rows& rows) {
   rows.Add("ipv4-all: ARP of an unknown sender", From().With(Sender("192.0.2.66", 2)));
   rows.Expect(VERDICT_ARP, VERDICT_ROW_ARP);
   rows.Add("ipv4-all: ARP reply from 0.0.0.0", From().With(Sender("0.0.0.0", 2)));
+  for (const char* sender : {"0.0.0.1", "127.0.0.1", "224.0.0.1", "255.255.255.255"}) {
+    rows.Add(std::string{"ipv4-all: ARP of "} + sender, From().With(Sender(sender)));
+    rows.Add(std::string{"ipv4-all: ARP reply of "} + sender, From().VlanTag(7).With(Sender(sender, 2)));
+  }
   rows.Mode(VERDICT_MODE_NONE);
 
   rows.Expect(VERDICT_ENTRY, VERDICT_ROW_ARP);
@@ -283,6 +374,8 @@ void AddArp(Rows& rows) {
   rows.Expect(VERDICT_ARP, VERDICT_ROW_ARP);
   rows.Add("ARP reply from 0.0.0.0", From().With(Sender("0.0.0.0", 2)));
   rows.Add("ARP reply from 0.0.0.0 with an entry 0.0.0.0", From().VlanTag(4).With(Sender("0.0.0.0", 2)));
+  rows.Add("ARP of 255.255.255.255, with an entry", From().With(Sender("255.255.255.255")));
+  rows.Add("ARP of 127.0.0.1", From().With(Sender("127.0.0.1")));
   rows.Add("ARP from 0.0.0.0, operation 0", From().With(Sender("0.0.0.0", 0)));
   rows.Add("ARP from 0.0.0.0, operation 257", From().With(Sender("0.0.0.0", 0x0101)));
   rows.Add("ARP request of an unknown sender", From().With(Sender("192.0.2.66")));
@@ -332,11 +425,15 @@ void AddIpv6(Rows& rows) {
 
 void AddEncapsulated(Rows& rows) {
   rows.Expect(VERDICT_ENCAPSULATED, VERDICT_ROW_ENCAPSULATED);
-  for (const uint16_t type : {0x6558, 0x8847, 0x8848, 0x8863, 0x8864, 0x88b7, 0x88e7, 0x894f, 0x9100, 0x9200}) {
+  for (const uint16_t type : {0x08ff, 0x1001, 0x100f, 0x22e9, 0x22eb, 0x22f1, 0x22f3, 0x4305, 0x6558, 0x6559, 0x8180,
+                              0x876b, 0x880b, 0x883e, 0x8847, 0x8848, 0x884c, 0x8863, 0x8864, 0x886c, 0x8870, 0x8884,
+                              0x88b7, 0x88be, 0x88e5, 0x88e7, 0x8903, 0x8909, 0x8926, 0x892f, 0x893b, 0x893f, 0x8946,
+                              0x8947, 0x894f, 0x9100, 0x9200, 0x9300, 0xa0ed, 0xdada, 0xdadb, 0xdadc, 0xf1c1}) {
     const std::string hex = Hex({static_cast<uint8_t>(type >> 8), static_cast<uint8_t>(type & 0xff)});
     rows.Add("encapsulation " + hex, From().Type(type));
     rows.Add("encapsulation " + hex + ", tagged", From().VlanTag(100).Type(type));
   }
+  rows.Add("type 8870 with SNAP and IPv4", From().Type(0x8870, {0xaa, 0xaa, 3, 0, 0, 0, 8, 0, 0x45, 0, 0, 20}));
   rows.Add("encapsulation without a byte", From().Type(0x8847, {}));
   rows.Add("SNAP with IPv4", From().Llc(0xaa, 0xaa, {0, 0, 0, 8, 0, 0x45, 0, 0, 20}));
   rows.Add("SNAP with another OUI", From().Llc(0xaa, 0xaa, {0, 0, 0x0c, 0x20, 0}));
@@ -347,6 +444,8 @@ void AddEncapsulated(Rows& rows) {
   rows.Add("SNAP, the destination half, a group", From().Llc(0xab, 0x42));
   rows.Add("IP over LLC", From().Llc(0x06, 0x06));
   rows.Add("IP over LLC, the source half", From().Llc(0x42, 0x06));
+  rows.Add("ARP over LLC", From().Llc(0x98, 0x98));
+  rows.Add("ARP over LLC, the source half, a response", From().Llc(0x42, 0x99));
   rows.Mode(VERDICT_MODE_IPV4_ALL);
   rows.Add("ipv4-all: SNAP with IPv4", From().Llc(0xaa, 0xaa, {0, 0, 0, 8, 0, 0x45, 0, 0, 20}));
   rows.Mode(VERDICT_MODE_NONE);
@@ -356,11 +455,24 @@ void AddEncapsulated(Rows& rows) {
   rows.Add("spanning tree, padded", From().Llc(0x42, 0x42).Pad(60));
   rows.Add("LLC alone", From().Llc(0x42, 0x42, {}));
   rows.Add("LLC of 1500 bytes", From().Llc(0xfe, 0xfe, Bytes(1497)));
+  rows.Add("LLC of 1500 bytes in a larger frame", From().Llc(0xfe, 0xfe, Bytes(2500), 1500));
+  rows.Add("LLC of 255 bytes in 256", From().Llc(0x42, 0x42, Bytes(253), 255));
+  rows.Add("LLC of 16 bytes in 2003", From().Llc(0x42, 0x42, Bytes(2000), 16));
+  rows.Add("LLC, tagged", From().VlanTag(100).Llc(0x42, 0x42));
+  rows.Add("raw 802.3", From().Type(0x003f, Bytes(63, 0xff)));
+  rows.Add("raw 802.3, tagged", From().VlanTag(0).Type(0x003f, Bytes(63, 0xff)));
+  rows.Add("LLC next to ARP", From().Llc(0x96, 0x9a));
   rows.Add("LLC next to SNAP", From().Llc(0xa8, 0xac));
   rows.Add("LLC next to IP", From().Llc(0x04, 0x08));
-  for (const uint16_t type : {0x0600, 0x0801, 0x07ff, 0x0805, 0x0807, 0x6557, 0x6559, 0x8034, 0x8036, 0x80f3, 0x8137,
-                              0x8808, 0x8809, 0x8846, 0x8849, 0x8862, 0x8865, 0x888e, 0x88b6, 0x88b8, 0x88cc, 0x88e6,
-                              0x88e8, 0x88f7, 0x8902, 0x894e, 0x8950, 0x9000, 0x90ff, 0x9101, 0x91ff, 0x9201, 0xffff})
+  for (const uint16_t type : {0x0800 - 1, 0x08fe, 0x0900, 0x1000, 0x1010, 0x22ea, 0x22f0, 0x22f4, 0x8871, 0x888e,
+                              0x88a2, 0x88fb, 0x8899, 0x890d, 0x8915, 0x8940})
+    rows.Add("control or network of its own, type " +
+                 Hex({static_cast<uint8_t>(type >> 8), static_cast<uint8_t>(type & 0xff)}),
+             From().Type(type));
+  for (const uint16_t type :
+       {0x0600, 0x0801, 0x07ff, 0x0805, 0x0807, 0x6557, 0x655a, 0x8034, 0x8036, 0x80f3, 0x8137, 0x8808,
+        0x8809, 0x8846, 0x8849, 0x8862, 0x8865, 0x888e, 0x88b6, 0x88b8, 0x88cc, 0x88e6, 0x88e8, 0x88f7,
+        0x8902, 0x894e, 0x8950, 0x9000, 0x90ff, 0x9101, 0x91ff, 0x9201, 0x92ff, 0x9301, 0xffff})
     rows.Add("type " + Hex({static_cast<uint8_t>(type >> 8), static_cast<uint8_t>(type & 0xff)}), From().Type(type));
   rows.Add("LLDP, tagged", From().VlanTag(100).Type(0x88cc));
   rows.Add("LLDP without a byte", From().Type(0x88cc, {}));
@@ -385,6 +497,8 @@ std::vector<VerdictRow> MakeCorpus() {
   AddMalformed(rows);
   AddSourceMac(rows);
   AddVlan(rows);
+  AddMartian(rows);
+  AddBothProtocols(rows);
   AddIpv4(rows);
   AddDhcp(rows);
   AddNoEntry(rows);
@@ -407,6 +521,8 @@ bool Drops(verdict_reason reason) {
     case VERDICT_MALFORMED:
     case VERDICT_BAD_SOURCE_MAC:
     case VERDICT_VLAN:
+    case VERDICT_MARTIAN:
+    case VERDICT_DHCP_MAC:
     case VERDICT_MAC_MISMATCH:
     case VERDICT_NO_ENTRY:
     case VERDICT_ARP_MAC:

@@ -136,9 +136,11 @@ uint16_t ReceivedType(const frames::Frame& frame) {
   if (is_tag()) {
     const int vid = (bytes.at(at + 2) << 8 | bytes.at(at + 3)) & 0xfff;
     at += 4;
-    if (vid == 0 && is_tag()) at += 4;  // behind a priority tag, the kernel takes out one more
+    if (vid == 0 && is_tag()) at += 4;  // after a priority tag, the kernel takes out one more
   }
-  return type() < 0x0600 ? uint16_t{ETH_P_802_2} : type();
+  if (type() >= 0x0600) return type();
+  const bool raw = bytes.size() >= at + 4 && bytes[at + 2] == 0xff && bytes[at + 3] == 0xff;
+  return raw ? uint16_t{ETH_P_802_3} : uint16_t{ETH_P_802_2};
 }
 
 Sender::Sender(const std::string& interface) : socket_{socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0)} {

@@ -35,6 +35,15 @@ EntryKey FromKey(const Data& data) {
   return key;
 }
 
+/// A length as it lies in the frame, and one in host order: each masked to the same four bits.
+Element LengthPair(unsigned field, unsigned there) {
+  Element element{Net16(static_cast<uint16_t>(field))};
+  element.key.resize(4);
+  const Data host = Host32(there);
+  Append(element.key, host.data(), host.size());
+  return element;
+}
+
 /// True when every key, and the data beside it, has that size.
 bool HaveForm(const std::vector<Element>& elements, size_t key, size_t user_data) {
   return std::all_of(elements.begin(), elements.end(), [key, user_data](const Element& element) {
@@ -119,18 +128,28 @@ int SetUp(Socket& socket, const Table& table, size_t room) {
   table.AddSet(batch, kTags, 2, 0);
   table.AddSet(batch, kEncapsulations, 2, 0);
   table.AddSet(batch, kIpOverLlc, 1, 0);
-  table.AddSet(batch, kNoRoomForUdp, 8, 0);
+  table.AddSet(batch, kNoRoomForDhcp, 8, 0);
+  table.AddSet(batch, kSameDigits, 8, 0);
+  table.AddSet(batch, kLongerDigits, 8, 0);
 
-  std::vector<Element> same, short_udp;
+  std::vector<Element> same, short_dhcp, same_digits, longer_digits;
   for (unsigned byte = 0; byte < 256; ++byte) {
     const auto value = static_cast<uint8_t>(byte);
     same.push_back({{value, 0, 0, 0, value, 0, 0, 0}});
   }
   for (unsigned words = 5; words <= 15; ++words) {
-    for (unsigned beyond = 0; beyond < 8; ++beyond) {
+    for (unsigned beyond = 0; beyond < kDhcpBytes; ++beyond) {
       const unsigned total = words * 4 + beyond;
-      short_udp.push_back({{static_cast<uint8_t>(words), 0, 0, 0, static_cast<uint8_t>(total >> 8),
-                            static_cast<uint8_t>(total & 0xff), 0, 0}});
+      short_dhcp.push_back({{static_cast<uint8_t>(words), 0, 0, 0, static_cast<uint8_t>(total >> 8),
+                             static_cast<uint8_t>(total & 0xff), 0, 0}});
+    }
+  }
+  for (const unsigned place : {8U, 4U, 0U}) {
+    for (unsigned field = 0; field < 16; ++field) {
+      for (unsigned there = 0; there <= field; ++there) {
+        if (there == field && field == 0 && place != 8) continue;  // all of them look alike
+        (there == field ? same_digits : longer_digits).push_back(LengthPair(field << place, there << place));
+      }
     }
   }
   std::vector<Element> encapsulations;
@@ -138,11 +157,18 @@ int SetUp(Socket& socket, const Table& table, size_t room) {
     if (verdict_is_encapsulation(static_cast<uint16_t>(type)) != 0)
       encapsulations.push_back({Net16(static_cast<uint16_t>(type))});
   }
+  std::vector<Element> ip_over_llc;
+  for (unsigned address = 0; address <= 0xff; address += 2) {
+    if (verdict_is_ip_over_llc(static_cast<uint8_t>(address)) != 0)
+      ip_over_llc.push_back({{static_cast<uint8_t>(address)}});
+  }
   table.AddElements(batch, kSameBytes, same);
-  table.AddElements(batch, kNoRoomForUdp, short_udp);
+  table.AddElements(batch, kNoRoomForDhcp, short_dhcp);
+  table.AddElements(batch, kSameDigits, same_digits);
+  table.AddElements(batch, kLongerDigits, longer_digits);
   table.AddElements(batch, kEncapsulations, encapsulations);
   table.AddElements(batch, kTags, {{{0x81, 0x00}}, {{0x88, 0xa8}}});
-  table.AddElements(batch, kIpOverLlc, {{{0xaa}}, {{0x06}}});
+  table.AddElements(batch, kIpOverLlc, ip_over_llc);
   return socket.Commit(std::move(batch));
 }
 

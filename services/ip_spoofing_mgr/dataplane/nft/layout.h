@@ -13,7 +13,7 @@
 /// How the manager's table is made up: its name, its sets, and what stands in them.
 namespace mgr::nft {
 
-inline constexpr unsigned kLayout = 2;          ///< of the sets and rules; part of the table's name
+inline constexpr unsigned kLayout = 3;          ///< of the sets and rules; part of the table's name
 inline constexpr const char* kPorts = "ports";  ///< port id; the record of the port beside it
 
 /// A chain that says: the table was made beside what cannot be read, and is not yet the complete configuration.

@@ -33,6 +33,7 @@ class NftDataplane final : public Dataplane {
   common::Status ReleaseHeld() override;
   std::vector<Failure> Apply(const Changes& changes) override;
   common::Status RemoveEverything() override;
+  [[nodiscard]] bool HidesTaggedLength() const override { return true; }
   common::Result<std::vector<PortCounter>> Counters() override;
 
   /// Makes a table like the real one and takes it away: shows what the system allows.

@@ -15,6 +15,7 @@ constexpr uint32_t kTci = 14;
 constexpr uint32_t kInnerType = 16;
 
 std::string Base(PortId port) { return "port" + std::to_string(port); }
+unsigned ModeOf(const PortConfig& port) { return static_cast<unsigned>(port.mode); }
 
 class Builder final {
  public:
@@ -26,10 +27,13 @@ class Builder final {
         arp_{base_ + ".arp"},
         sender_{base_ + ".sender"},
         length_{base_ + ".length"},
-        llc_{base_ + ".llc"} {}
+        end_{base_ + ".end"},
+        llc_{base_ + ".llc"},
+        zero_{base_ + ".zero"},
+        dhcp_{base_ + ".dhcp"} {}
 
   std::vector<Rule> Make() {
-    if (port_.mode == AllowAll::kAll) {
+    if (VERDICT_PERMITS_EVERYTHING(ModeOf(port_))) {
       Pass(In(base_), VERDICT_ALLOW_ALL);
       return std::move(rules_);
     }
@@ -69,7 +73,7 @@ class Builder final {
     Add(In(base_).Protocol(ETH_P_IP).Goto(ipv4_));
     Add(In(base_).Protocol(ETH_P_ARP).Goto(arp_));
     Drop(In(base_).Protocol(ETH_P_RARP), VERDICT_ARP);
-    if (port_.mode == AllowAll::kIpv6)
+    if (VERDICT_PERMITS_IPV6(ModeOf(port_)))
       Pass(In(base_).Protocol(ETH_P_IPV6), VERDICT_IPV6_ALL);
     else
       Drop(In(base_).Protocol(ETH_P_IPV6), VERDICT_IPV6);
@@ -94,19 +98,24 @@ class Builder final {
   /// Frames with a length field, in a chain of their own: nft 1.0.6 aborts when it lists a rule that first asks for a
   /// protocol without a description of its headers and then reads from the network header.
   void AddLength() {
-    Drop(In(length_)
-             .LoadLink(0, kOuterType, 2)
-             .In(0, kTags)
-             .LoadLink(0, kInnerType, 2)
-             .Compare(0, NFT_CMP_GT, Net16(1500)),
-         VERDICT_MALFORMED);
-    Drop(
-        In(length_).LoadLink(0, kOuterType, 2).In(0, kTags).LoadLink(0, kInnerType, 2).Compare(0, NFT_CMP_LT, Net16(3)),
-        VERDICT_MALFORMED);
-    Drop(In(length_).LoadLink(0, kOuterType, 2).NotIn(0, kTags).Compare(0, NFT_CMP_GT, Net16(1500)), VERDICT_MALFORMED);
+    // With a tag, what stands where the length was is not it.
+    Drop(In(length_).LoadLink(0, kOuterType, 2).In(0, kTags), VERDICT_MALFORMED);
+    Drop(In(length_).LoadLink(0, kOuterType, 2).Compare(0, NFT_CMP_GT, Net16(1500)), VERDICT_MALFORMED);
     Drop(In(length_).LoadLink(0, kOuterType, 2).Compare(0, NFT_CMP_LT, Net16(3)), VERDICT_MALFORMED);
-    Add(In(length_).NetworkHas(3).Verdict(NFT_RETURN));
+    Add(In(length_).NetworkHas(3).Goto(end_));
     Drop(In(length_), VERDICT_MALFORMED);
+    // A length field up to 1500 against the bytes there: a digit decides when all digits before it are equal.
+    Add(In(end_).LoadLength(0).Mask(0, Host32(~0xfffU)).Compare(0, NFT_CMP_NEQ, Host32(0)).Verdict(NFT_RETURN));
+    Drop(LengthDigits(In(end_), 0xf00).In(0, kLongerDigits), VERDICT_MALFORMED);
+    Add(LengthDigits(In(end_), 0xf00).NotIn(0, kSameDigits).Verdict(NFT_RETURN));
+    Drop(LengthDigits(In(end_), 0x0f0).In(0, kLongerDigits), VERDICT_MALFORMED);
+    Add(LengthDigits(In(end_), 0x0f0).NotIn(0, kSameDigits).Verdict(NFT_RETURN));
+    Drop(LengthDigits(In(end_), 0x00f).In(0, kLongerDigits), VERDICT_MALFORMED);
+  }
+  /// The same digit of the length field and of the number of bytes after it, into words 0 and 1.
+  static Rule LengthDigits(Rule rule, uint16_t mask) {
+    rule.LoadLink(0, kOuterType, 2).Mask(0, Net16(mask)).LoadLength(1).Mask(1, Host32(mask));
+    return rule;
   }
 
   enum class Tagged : uint8_t { kNo, kYes };
@@ -127,24 +136,47 @@ class Builder final {
     }
   }
 
+  /// Drops what comes from 127/8, 224/4 and 240/4.
+  void DropMartians(const std::string& chain, uint32_t source_at, verdict_reason reason) {
+    Drop(In(chain).NetworkIs(source_at, {127}), reason);
+    Drop(In(chain).LoadNetwork(0, source_at, 1).Compare(0, NFT_CMP_GTE, {224}), reason);
+  }
+
   void AddIpv4() {
-    if (port_.mode == AllowAll::kIpv4) return Pass(In(ipv4_), VERDICT_IPV4_ALL);
+    Add(In(ipv4_).NetworkIs(12, {0}).Goto(zero_));
+    DropMartians(ipv4_, 12, VERDICT_MARTIAN);
+    AddDhcp();
+    if (VERDICT_PERMITS_IPV4(ModeOf(port_))) return Pass(In(ipv4_), VERDICT_IPV4_ALL);
     PassEntries(ipv4_, 12);
     for (const Tagged tagged : {Tagged::kNo, Tagged::kYes})
       Drop(Keys(ipv4_, tagged, 12).In(0, kBoundKeys), VERDICT_MAC_MISMATCH);
-    Pass(In(ipv4_)
-             .NetworkIs(12, {0, 0, 0, 0, 255, 255, 255, 255})
-             .NetworkIs(9, {17})
-             .LoadNetwork(0, 6, 2)
-             .Mask(0, Net16(0x3fff))
-             .Is(0, Net16(0))
-             .LoadNetwork(0, 0, 1)
-             .Mask(0, {0x0f})
-             .LoadNetwork(1, 2, 2)
-             .NotIn(0, kNoRoomForUdp)
-             .TransportIs(0, {0, 68, 0, 67}),
-         VERDICT_DHCP);
     Drop(In(ipv4_), VERDICT_NO_ENTRY);
+  }
+
+  /// Sources in 0/8: only the request of a DHCP client on this link passes.
+  void AddDhcp() {
+    Add(In(zero_)
+            .NetworkIs(12, {0, 0, 0, 0, 255, 255, 255, 255})
+            .NetworkIs(9, {17})
+            .LoadNetwork(0, 6, 2)
+            .Mask(0, Net16(0x3fff))
+            .Is(0, Net16(0))
+            .LoadNetwork(0, 0, 1)
+            .Mask(0, {0x0f})
+            .LoadNetwork(1, 2, 2)
+            .NotIn(0, kNoRoomForDhcp)
+            .TransportIs(0, {0, 68, 0, 67})
+            .TransportIs(8, {1})       // a request
+            .TransportIs(10, {6})      // a hardware address of six bytes
+            .TransportIs(32, Data(4))  // no relay's address
+            .Goto(dhcp_));
+    Drop(In(zero_), VERDICT_MARTIAN);
+    if (VERDICT_PERMITS_IPV4(ModeOf(port_))) return Pass(In(dhcp_), VERDICT_IPV4_ALL);
+    Rule equal{dhcp_};
+    for (uint32_t byte = 0; byte < 6; ++byte)
+      equal.LoadLink(0, kSourceMac + byte, 1).LoadTransport(1, 36 + byte, 1).In(0, kSameBytes);
+    Pass(equal, VERDICT_DHCP);
+    Drop(In(dhcp_), VERDICT_DHCP_MAC);
   }
 
   void AddArp() {
@@ -159,8 +191,9 @@ class Builder final {
 
   void AddSender() {
     Pass(In(sender_).NetworkIs(14, Data(4)).NetworkIs(6, {0, 1}), VERDICT_ARP_PROBE);
-    Drop(In(sender_).NetworkIs(14, Data(4)), VERDICT_ARP);
-    if (port_.mode == AllowAll::kIpv4) return Pass(In(sender_), VERDICT_IPV4_ALL);
+    Drop(In(sender_).NetworkIs(14, {0}), VERDICT_ARP);
+    DropMartians(sender_, 14, VERDICT_ARP);
+    if (VERDICT_PERMITS_IPV4(ModeOf(port_))) return Pass(In(sender_), VERDICT_IPV4_ALL);
     PassEntries(sender_, 14);
     Drop(In(sender_), VERDICT_ARP);
   }
@@ -172,15 +205,17 @@ class Builder final {
   }
 
   const PortConfig& port_;
-  const std::string base_, form_, ipv4_, arp_, sender_, length_, llc_;
+  const std::string base_, form_, ipv4_, arp_, sender_, length_, end_, llc_, zero_, dhcp_;
   std::vector<Rule> rules_;
 };
 
 }  // namespace
 
 std::vector<std::string> ChainNames(PortId port) {
-  const std::string base = Base(port);
-  return {base, base + ".form", base + ".ipv4", base + ".arp", base + ".sender", base + ".length", base + ".llc"};
+  std::vector<std::string> names = {Base(port)};
+  for (const char* part : {"form", "ipv4", "arp", "sender", "length", "end", "llc", "zero", "dhcp"})
+    names.push_back(names.front() + "." + part);
+  return names;
 }
 
 std::string CounterName(PortId port, verdict_reason reason, bool monitored) {

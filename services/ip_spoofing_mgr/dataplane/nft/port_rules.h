@@ -9,8 +9,8 @@
 
 /// The verdict table as nf_tables rules of one port.
 ///
-/// What they cannot say, because no rule compares two lengths of a frame: an 802.3 length field beyond the end of the
-/// frame is not seen as malformed (the frame holds no IPv4 that a receiver would take).
+/// What they cannot say: whether the 802.3 length of a frame with a tag is right, because the kernel takes the tag out
+/// and shows rules a made-up header without that field. All such frames are dropped as malformed.
 namespace mgr::nft {
 
 // Sets of the table. The first three hold the entries; words are four bytes each.
@@ -21,7 +21,15 @@ inline constexpr const char* kSameBytes = "same_bytes";  ///< pairs of words wit
 inline constexpr const char* kTags = "tags";
 inline constexpr const char* kEncapsulations = "encapsulations";
 inline constexpr const char* kIpOverLlc = "ip_over_llc";
-inline constexpr const char* kNoRoomForUdp = "no_room_for_udp";  ///< IHL, total length of IPv4 without a UDP header
+inline constexpr const char* kNoRoomForDhcp =
+    "no_room_for_dhcp";  ///< IHL, total length of IPv4 with less than kDhcpBytes
+/// Pairs of hexadecimal digits at the same place of a length field and of a length: equal ones, and larger ones of the
+/// field.
+inline constexpr const char* kSameDigits = "same_digits";
+inline constexpr const char* kLongerDigits = "longer_digits";
+
+/// UDP, and DHCP up to the end of a hardware address of six bytes.
+inline constexpr unsigned kDhcpBytes = 8 + 34;
 
 /// The chains of a port; the first is bound to its interface.
 std::vector<std::string> ChainNames(PortId port);

@@ -110,6 +110,10 @@ Rule& Rule::LoadLink(uint32_t word, uint32_t offset, uint32_t size) {
 Rule& Rule::LoadNetwork(uint32_t word, uint32_t offset, uint32_t size) {
   return LoadPayload(NFT_PAYLOAD_NETWORK_HEADER, word, offset, size);
 }
+Rule& Rule::LoadTransport(uint32_t word, uint32_t offset, uint32_t size) {
+  return LoadPayload(NFT_PAYLOAD_TRANSPORT_HEADER, word, offset, size);
+}
+Rule& Rule::LoadLength(uint32_t word) { return LoadMeta(NFT_META_LEN, word); }
 Rule& Rule::Protocol(uint16_t type) { return LoadMeta(NFT_META_PROTOCOL, 0).Is(0, Net16(type)); }
 Rule& Rule::ProtocolIn(const std::string& set) { return LoadMeta(NFT_META_PROTOCOL, 0).In(0, set); }
 Rule& Rule::Ipv4IsSound() { return LoadMeta(NFT_META_L4PROTO, 0); }
@@ -120,7 +124,7 @@ Rule& Rule::LinkIsNot(uint32_t offset, const Data& value) {
 Rule& Rule::NetworkIs(uint32_t offset, const Data& value) { return LoadNetwork(0, offset, Size(value)).Is(0, value); }
 Rule& Rule::NetworkHas(uint32_t bytes) { return LoadNetwork(0, bytes - 1, 1); }
 Rule& Rule::TransportIs(uint32_t offset, const Data& value) {
-  return LoadPayload(NFT_PAYLOAD_TRANSPORT_HEADER, 0, offset, Size(value)).Is(0, value);
+  return LoadTransport(0, offset, Size(value)).Is(0, value);
 }
 
 }  // namespace mgr::nft

@@ -22,17 +22,19 @@ class Rule final {
  public:
   explicit Rule(const std::string& chain);
 
-  Rule& Protocol(uint16_t type);  ///< the type behind the first tag
+  Rule& Protocol(uint16_t type);  ///< the type after the first tag
   Rule& ProtocolIn(const std::string& set);
   Rule& Ipv4IsSound();  ///< version, header and total lengths, as the kernel itself checks them
   Rule& LinkIs(uint32_t offset, const Data& value);  ///< bytes counted from the destination MAC, tag included
   Rule& LinkIsNot(uint32_t offset, const Data& value);
-  Rule& NetworkIs(uint32_t offset, const Data& value);    ///< bytes counted from behind the first tag's type
+  Rule& NetworkIs(uint32_t offset, const Data& value);    ///< bytes counted from the end of the first tag's type
   Rule& NetworkHas(uint32_t bytes);                       ///< so many bytes are there
   Rule& TransportIs(uint32_t offset, const Data& value);  ///< of a packet that is no later fragment
   /// Reads into one of 16 four-byte words, for the checks below.
   Rule& LoadLink(uint32_t word, uint32_t offset, uint32_t size);
   Rule& LoadNetwork(uint32_t word, uint32_t offset, uint32_t size);
+  Rule& LoadTransport(uint32_t word, uint32_t offset, uint32_t size);
+  Rule& LoadLength(uint32_t word);  ///< bytes after the first tag's type, in host order
   Rule& Load(uint32_t word, const Data& value);
   Rule& Mask(uint32_t word, const Data& mask);
   Rule& Is(uint32_t word, const Data& value) { return Compare(word, NFT_CMP_EQ, value); }

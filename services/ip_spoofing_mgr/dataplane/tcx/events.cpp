@@ -30,7 +30,7 @@ Drop ToDrop(const plane_violator_key& key, uint16_t ethertype, uint64_t frames,
   drop.port = key.port_vlan >> 12;
   drop.vlan = static_cast<uint16_t>(key.port_vlan & 0xfff);
   drop.ethertype = ethertype;
-  drop.source_be = key.source_be;
+  if (key.has_source != 0) drop.source_be = key.source_be;
   drop.mac = FromVerdictMac(key.mac);
   drop.reason = ReasonName(static_cast<verdict_reason>(key.reason));
   drop.count = frames;

@@ -93,8 +93,11 @@ static __always_inline void report(__u32 port_id, const struct plane_violator_ke
 // Not inlined: what is done for a dropped frame stays out of the way of the passed ones.
 static __attribute__((noinline)) int note_drop(__u32 port_id, const struct verdict_keys* keys, __u32 reason) {
   if (!keys) return 0;
-  const struct plane_violator_key key = {
-      .port_vlan = port_id << 12 | keys->vlan, .source_be = keys->source_be, .mac = keys->mac, .reason = (__u8)reason};
+  const struct plane_violator_key key = {.port_vlan = port_id << 12 | keys->vlan,
+                                         .source_be = keys->source_be,
+                                         .mac = keys->mac,
+                                         .reason = (__u8)reason,
+                                         .has_source = (__u8)verdict_has_source(keys)};
   const __u64 now = bpf_ktime_get_ns();
   note_violator(&key, keys->ethertype, now);
   report(port_id, &key, keys->ethertype, now);
@@ -107,7 +110,8 @@ static __always_inline struct verdict_frame frame_of(struct __sk_buff* skb) {
                                       .length = skb->len,
                                       .tag_present = skb->vlan_present != 0,
                                       .tag_tci = (__u16)skb->vlan_tci,
-                                      .tag_protocol = bpf_ntohs((__u16)skb->vlan_proto)};
+                                      .tag_protocol = bpf_ntohs((__u16)skb->vlan_proto),
+                                      .aggregated = skb->gso_size != 0};
   return frame;
 }
 

@@ -11,7 +11,7 @@
 #define static_assert _Static_assert
 #endif
 
-#define PLANE_LAYOUT 1
+#define PLANE_LAYOUT 2
 
 #define PLANE_MAX_IFINDEX 65536u    ///< interface indexes below this can be filtered
 #define PLANE_MAX_PORTS 1024u       ///< port ids below this can be used; id 0 is none
@@ -54,7 +54,7 @@ struct plane_violator_key {
   __be32 source_be;
   struct verdict_mac mac;
   __u8 reason;
-  __u8 reserved;
+  __u8 has_source;  ///< source_be was read from the frame; 0: the frame has none
 };
 static_assert(sizeof(struct plane_violator_key) == 16, "plane_violator_key");
 

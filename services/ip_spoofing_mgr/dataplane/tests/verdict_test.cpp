@@ -114,6 +114,24 @@ TEST(VerdictKeys, TellWhoSent) {
   }
 }
 
+/// The nft plane does not see the length that follows a tag.
+TEST(VerdictTable, HiddenTaggedLengthIsMalformed) {
+  const auto judge = [](const Frame& frame, uint8_t mode) {
+    std::optional<mgr::MetadataTag> tag;
+    if (frame.metadata_tag) tag = mgr::MetadataTag{frame.metadata_tag->tci, frame.metadata_tag->protocol};
+    const auto none = [](uint16_t, uint32_t) { return std::optional<mgr::MacAddress>{}; };
+    const verdict result = mgr::Judge(frame.bytes, tag, {1, mode, 0}, none, mgr::Sight::kNoTaggedLength).result;
+    return std::string{ReasonName(static_cast<verdict_reason>(result.reason))};
+  };
+  const auto from = [] { return frames::FrameBuilder{frames::kStation}; };
+  EXPECT_EQ(judge(from().VlanTag(7).Llc(0x42, 0x42), VERDICT_MODE_NONE), "malformed");
+  EXPECT_EQ(judge(from().MetadataTag(7).Llc(0x42, 0x42), VERDICT_MODE_NONE), "malformed");
+  EXPECT_EQ(judge(from().VlanTag(7).Llc(0xaa, 0xaa), VERDICT_MODE_IPV4_ALL), "malformed");
+  EXPECT_EQ(judge(from().VlanTag(7).Llc(0x42, 0x42), VERDICT_MODE_ALL), "allow-all");
+  EXPECT_EQ(judge(from().Llc(0x42, 0x42), VERDICT_MODE_NONE), "non-ip");
+  EXPECT_EQ(judge(from().VlanTag(7).Type(0x0600), VERDICT_MODE_NONE), "non-ip");
+}
+
 /// Cuts and changes frames of the corpus at random; the seed is fixed.
 TEST(VerdictTable, MutatedFramesAreJudgedAsByTheReference) {
   std::mt19937 random{20240511};
@@ -125,7 +143,9 @@ TEST(VerdictTable, MutatedFramesAreJudgedAsByTheReference) {
       frame.bytes[pick(std::min<size_t>(frame.bytes.size(), 64))] = static_cast<uint8_t>(pick(256));
     if (pick(4) == 0) frame.bytes.resize(pick(frame.bytes.size() + 1));
     if (pick(8) == 0) frame.metadata_tag = frames::Tag{static_cast<uint16_t>(pick(0x10000)), 0x8100};
-    const auto mode = static_cast<verdict_mode>(pick(4));
+    constexpr verdict_mode kModes[] = {VERDICT_MODE_NONE, VERDICT_MODE_IPV4_ALL, VERDICT_MODE_IPV6_ALL,
+                                       VERDICT_MODE_IPV4_AND_IPV6, VERDICT_MODE_ALL};
+    const verdict_mode mode = kModes[pick(std::size(kModes))];
     const verdict result =
         Judge(frame, {1, static_cast<uint8_t>(mode), static_cast<uint8_t>(pick(2))}, CorpusEntries()).result;
     const auto reference = frames::ReferenceVerdict(frame, true, mode, CorpusEntries());

@@ -128,7 +128,7 @@ void Commands::ShowEntries(const json& arguments, const Reply& reply) const {
     rows.Add({{"port", port},
               {"vlan", vlan},
               {"address", address},
-              {"mac", OrNull(MacText(mac))},
+              {"mac", mac == MacAddress{} ? json{} : json(MacText(mac))},
               {"state", reason.empty() ? 1 : 0},
               {"reason", OrNull(reason)}});
   };
@@ -184,7 +184,7 @@ void Commands::Monitor(const json& arguments, const Reply& reply) const {
 }
 
 void Commands::ShowExplanation(const json& arguments, const Reply& reply) const {
-  auto explanation = ExplainCommand(context_.table, arguments);
+  auto explanation = ExplainCommand(context_.table, context_.dataplane, arguments);
   if (!explanation) return reply->Fail(explanation.error().Text());
   reply->Part(explanation.value());
   reply->End();
@@ -216,14 +216,10 @@ std::string Commands::NameOf(PortId id) const {
 }
 
 json Commands::DropJson(const Drop& drop) const {
-  return {{"port", NameOf(drop.port)},
-          {"vlan", drop.vlan},
-          {"ethertype", drop.ethertype},
-          {"source", drop.source_be != 0 ? json(AddressText(drop.source_be)) : json{}},
-          {"mac", OrNull(MacText(drop.mac))},
-          {"reason", drop.reason},
-          {"count", drop.count},
-          {"first", TimeText(drop.first)},
+  return {{"port", NameOf(drop.port)},   {"vlan", drop.vlan},
+          {"ethertype", drop.ethertype}, {"source", drop.source_be ? json(AddressText(*drop.source_be)) : json{}},
+          {"mac", MacText(drop.mac)},    {"reason", drop.reason},
+          {"count", drop.count},         {"first", TimeText(drop.first)},
           {"last", TimeText(drop.last)}};
 }
 

@@ -90,23 +90,25 @@ std::vector<uint8_t> SampleFrame(uint16_t vlan, uint32_t source_be, const MacAdd
   return frame;
 }
 
-json Explain(const Table& table, const std::string& name, const std::vector<uint8_t>& frame) {
+json Explain(const Table& table, const Dataplane& plane, const std::string& name, const std::vector<uint8_t>& frame) {
   const Port* port = FindPort(table, name);
   const PortConfig config = port != nullptr && port->installed ? *port->installed : PortConfig{};
-  const Judgement judgement = Judge(frame, std::nullopt, ToVerdictPort(config),
-                                    [&](uint16_t vlan, uint32_t source_be) -> std::optional<MacAddress> {
-                                      const auto* node = table.entries().Find({config.id, vlan, source_be});
-                                      if (node == nullptr || !node->second.installed) return std::nullopt;
-                                      return node->second.installed_mac;
-                                    });
+  const FindEntry find = [&](uint16_t vlan, uint32_t source_be) -> std::optional<MacAddress> {
+    const auto* node = table.entries().Find({config.id, vlan, source_be});
+    if (node == nullptr || !node->second.installed) return std::nullopt;
+    return node->second.installed_mac;
+  };
+  const Sight sight = plane.HidesTaggedLength() ? Sight::kNoTaggedLength : Sight::kWhole;
+  const Judgement judgement = Judge(frame, std::nullopt, ToVerdictPort(config), find, sight);
   const auto& [result, keys, entry] = judgement;
   json entry_text = nullptr;
   if (entry) {
     entry_text = AddressText(keys.source_be) + " vlan " + std::to_string(keys.vlan) + " mac " +
                  (*entry == MacAddress{} ? "any" : MacText(*entry));
   }
-  const bool has_source = keys.kind == VERDICT_KIND_IPV4 || keys.kind == VERDICT_KIND_ARP;
+  const bool has_source = verdict_has_source(&keys) != 0;
   return {{"port", name},
+          {"dataplane", plane.Name()},
           {"verdict", result.drop == 0 ? "pass" : "drop"},
           {"reason", ReasonName(static_cast<verdict_reason>(result.reason))},
           {"row", RowText(static_cast<verdict_row>(result.row))},
@@ -118,13 +120,13 @@ json Explain(const Table& table, const std::string& name, const std::vector<uint
           {"monitor", config.monitor}};
 }
 
-common::Result<json> ExplainCommand(const Table& table, const json& arguments) {
+common::Result<json> ExplainCommand(const Table& table, const Dataplane& plane, const json& arguments) {
   const std::string port = StringOf(arguments, "port");
   if (port.empty()) return Wrong("", "which interface?");
   if (arguments.contains("frame")) {
     auto frame = ParseHex(StringOf(arguments, "frame"));
     if (!frame.ok()) return frame.error();
-    return Explain(table, port, frame.value());
+    return Explain(table, plane, port, frame.value());
   }
   uint32_t source_be = 0;
   const std::string source = StringOf(arguments, "source");
@@ -139,7 +141,7 @@ common::Result<json> ExplainCommand(const Table& table, const json& arguments) {
     if (!parsed) return Wrong("mac " + text, "six bytes with colons are expected");
     mac = *parsed;
   }
-  return Explain(table, port, SampleFrame(static_cast<uint16_t>(vlan), source_be, mac));
+  return Explain(table, plane, port, SampleFrame(static_cast<uint16_t>(vlan), source_be, mac));
 }
 
 }  // namespace mgr

@@ -19,7 +19,6 @@ std::string Ipv6Text(const std::array<uint8_t, 16>& address) {
 }
 
 std::string MacText(const MacAddress& mac) {
-  if (mac == MacAddress{}) return "";
   return fmt::format("{:02x}:{:02x}:{:02x}:{:02x}:{:02x}:{:02x}", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
 }
 
@@ -31,6 +30,8 @@ std::string ModeText(AllowAll mode) {
       return "ipv4-all";
     case AllowAll::kIpv6:
       return "ipv6-all";
+    case AllowAll::kIpv4AndIpv6:
+      return "ipv4-and-ipv6-all";
     case AllowAll::kAll:
       return "all";
   }

@@ -147,7 +147,7 @@ void Engine::Want(const Request& request, Objects* touched) {
       return;
     case RequestKind::kMode:
       TouchPort(port, touched);
-      port->wanted_mode = static_cast<AllowAll>(request.value & 3U);
+      port->wanted_mode = ModeOfRequest(request.value);
       return;
     case RequestKind::kPut:
     case RequestKind::kRemove:

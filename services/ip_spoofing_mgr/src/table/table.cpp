@@ -13,6 +13,10 @@ uint32_t Word(limid_t limid) {
 
 }  // namespace
 
+AllowAll ModeOfRequest(uint8_t value) { return (value & 3U) == 3 ? AllowAll::kAll : static_cast<AllowAll>(value & 3U); }
+
+uint8_t TypeOf(AllowAll mode) { return mode == AllowAll::kAll ? uint8_t{3} : static_cast<uint8_t>(mode); }
+
 Port* Table::PortOf(limid_t limid) {
   if (const auto it = id_of_limid_.find(Word(limid)); it != id_of_limid_.end()) return Find(it->second);
   const std::string name = names_.NameOf(limid).value_or("");

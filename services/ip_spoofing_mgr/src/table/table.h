@@ -66,6 +66,11 @@ struct OddRow {
 
 inline constexpr uint16_t kMaxVlan = 4094;
 
+/// The mode that a request asks for by 0 to 3, and the row type that clients read. Only a hold between two modes
+/// permits IPv4 and IPv6 and no more; clients read that as 3 too.
+AllowAll ModeOfRequest(uint8_t value);
+uint8_t TypeOf(AllowAll mode);
+
 /// Everything that clients have asked for and everything the dataplane has. Only data: the engine moves one to the
 /// other. Loop thread only.
 class Table final {
