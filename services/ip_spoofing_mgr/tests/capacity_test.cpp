@@ -43,6 +43,27 @@ TEST(Capacity, EntriesBeyondItWaitInTheOrderOfTheirRequestsAndAreInstalledWhenRo
   EXPECT_THAT(bench.plane.InForce(), ElementsAre("eth1 on none"));
 }
 
+TEST(NotInForce, EntriesThatNoFrameCanMatch) {
+  Bench bench;
+  Request group = Put("eth1", 0, "10.0.0.2");
+  group.mac[0] = 0x01;
+  bench.Batch({Enable("eth1"), Put("eth1", 0, "10.0.0.1"), group, Put("eth1", 5, "0.0.0.0"),
+               Put("eth1", 0, "127.0.0.1"), Put("eth1", 0, "224.0.0.1"), Put("eth1", 0, "255.255.255.255"),
+               Put("eth1", 0, "223.255.255.255")});
+  bench.Wait(milliseconds{20});
+  EXPECT_THAT(bench.Rows(), ElementsAre("eth1/0/10.0.0.1 state 1 flag 0", "eth1/0/10.0.0.2 state 0 flag 0",
+                                        "eth1/0/127.0.0.1 state 0 flag 0", "eth1/0/223.255.255.255 state 1 flag 0",
+                                        "eth1/0/224.0.0.1 state 0 flag 0", "eth1/0/255.255.255.255 state 0 flag 0",
+                                        "eth1/5/0.0.0.0 state 0 flag 0"));
+  const std::string martian = "0/8, 127/8, 224/4 and 240/4 are dropped whatever is allowed";
+  EXPECT_THAT(Reasons(bench),
+              ElementsAre("", "", martian, martian, martian, martian, "a group MAC address is the source of no frame"));
+  const EntryTally tally = TallyEntries(bench.table);
+  EXPECT_EQ(tally.InForce(), 2U);
+  EXPECT_EQ(tally.Of(Hindrance::kGroupMac), 1U);
+  EXPECT_EQ(tally.Of(Hindrance::kMartian), 4U);
+}
+
 TEST(Capacity, AFullTableReplacedByAnotherEndsWithTheOther) {
   Bench bench{2};
   bench.Full({Enable("eth1"), Put("eth1", 0, "10.0.0.1"), Put("eth1", 0, "10.0.0.2")});

@@ -3,6 +3,8 @@
 #include <cstring>
 #include <unordered_map>
 
+#include "dataplane/verdict.h"
+
 namespace mgr {
 namespace {
 
@@ -22,13 +24,19 @@ constexpr std::array<Words, kHindrances> kWords = {{
     {"beyond-capacity", "beyond the capacity of the table"},
     {"ipv6", "IPv6 sources cannot be filtered one by one"},
     {"vlan", nullptr},
+    {"group-mac", "a group MAC address is the source of no frame"},
+    {"martian", "0/8, 127/8, 224/4 and 240/4 are dropped whatever is allowed"},
     {"being-changed", "being changed"},
 }};
 
 std::string TextOf(Hindrance hindrance) { return kWords.at(static_cast<size_t>(hindrance)).text; }
 
 /// Of an entry on a port that has `port`.
-Hindrance HindranceOf(Hindrance port, const EntryRow& row) {
+Hindrance HindranceOf(Hindrance port, const EntryKey& key, const EntryRow& row) {
+  uint8_t first = 0;  // of the address
+  std::memcpy(&first, &key.address_be, sizeof first);
+  if (verdict_is_martian(first) != 0) return Hindrance::kMartian;
+  if ((row.wanted_mac[0] & 1U) != 0) return Hindrance::kGroupMac;
   if (row.failed) return Hindrance::kEntryRefused;
   if (row.waiting) return Hindrance::kBeyondCapacity;
   if (port != Hindrance::kNone) return port;
@@ -70,7 +78,7 @@ std::string ReasonOf(const Port& port) {
 
 std::string ReasonOf(const Table& table, const Engine& engine, const EntryKey& key, const EntryRow& row) {
   const Port& port = *table.Find(key.port);
-  const Hindrance hindrance = HindranceOf(HindranceOf(port), row);
+  const Hindrance hindrance = HindranceOf(HindranceOf(port), key, row);
   if (hindrance == Hindrance::kEntryRefused) return engine.FailureOf(key);
   return hindrance == Hindrance::kPortRefused ? port.failure : TextOf(hindrance);
 }
@@ -89,7 +97,7 @@ EntryTally TallyEntries(const Table& table) {
   std::unordered_map<PortId, Hindrance> of_port;
   for (const auto& [id, port] : table.ports()) of_port.emplace(id, HindranceOf(port));
   for (const auto& [key, row] : table.entries()) {
-    if (row.wanted) add(HindranceOf(of_port.at(key.port), row));
+    if (row.wanted) add(HindranceOf(of_port.at(key.port), key, row));
   }
   for (const auto& [key, row] : table.odd_entries()) add(HindranceOf(table, key));
   return tally;
@@ -101,7 +109,7 @@ std::vector<AllowedIpStatusEntry> StatusRows(const Table& table, const Engine& e
   for (const auto& [id, port] : table.ports()) {
     if (port.wanted_mode == AllowAll::kNone) continue;
     AllowedIpStatusEntry row = RowOf(port, ReasonOf(port).empty());
-    row.type = static_cast<uint32_t>(port.wanted_mode);
+    row.type = TypeOf(port.wanted_mode);
     rows.push_back(row);
   }
   for (const auto& [key, entry] : table.entries()) {

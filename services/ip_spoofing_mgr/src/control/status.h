@@ -23,9 +23,11 @@ enum class Hindrance : uint8_t {
   kBeyondCapacity,
   kIpv6,
   kVlan,
+  kGroupMac,  ///< no frame comes from a group MAC address
+  kMartian,   ///< no frame from this address passes, whatever is allowed
   kBeingChanged,
 };
-inline constexpr size_t kHindrances = 10;
+inline constexpr size_t kHindrances = 12;
 /// As metrics name it, "beyond-capacity"; "none" for kNone.
 std::string_view NameOf(Hindrance hindrance);
 
