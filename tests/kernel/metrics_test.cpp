@@ -139,6 +139,8 @@ TEST_P(Metrics, TellOfEveryFrameAndBatch) {
        {"{reason=\"beyond-capacity\"}", 1},
        {"{reason=\"ipv6\"}", 0},
        {"{reason=\"vlan\"}", 1},
+       {"{reason=\"group-mac\"}", 0},
+       {"{reason=\"martian\"}", 0},
        {"{reason=\"being-changed\"}", 0}});
   one("entries_installed", "gauge", "Entries that the dataplane holds", {{"", 2}});
   one("entries_capacity", "gauge", "Entries that the dataplane can hold", {{"", 2}});
