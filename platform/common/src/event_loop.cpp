@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
-#include <deque>
 #include <map>
 #include <unordered_map>
 #include <utility>
@@ -29,10 +28,11 @@ sigset_t EndSignals() {
 
 }  // namespace
 
-struct EventLoop::State {
+struct EventLoopState {
   struct Source {
     int fd;
-    FdCallback callback;
+    uint32_t events;
+    EventLoop::FdCallback callback;
   };
 
   UniqueFd epoll;
@@ -40,18 +40,36 @@ struct EventLoop::State {
   uint64_t last_id = 0;
   std::map<uint64_t, std::shared_ptr<Source>> sources;  // by id, which is the order of registration
   std::unordered_map<int, uint64_t> id_of_fd;
-  std::map<std::pair<Clock::time_point, TimerId>, Task> timers;
-  std::unordered_map<TimerId, Clock::time_point> deadline_of_timer;
-  std::deque<Task> deferred;
-  std::vector<epoll_event> ready;  // the last turn's memory
+  std::map<std::pair<Clock::time_point, uint64_t>, EventLoop::Task> timers;
+  std::unordered_map<uint64_t, Clock::time_point> deadline_of_timer;
+  std::map<uint64_t, EventLoop::Task> soon;  // by id: in the order of the calls
+  std::vector<epoll_event> ready;            // the last turn's memory
+  std::unordered_map<int, FdWatch> held;
   bool stopped = false;
   bool destroyed = false;
 
-  void RunDeferred() {
-    while (!deferred.empty() && !destroyed) {
-      Task task = std::move(deferred.front());
-      deferred.pop_front();
-      task();
+  // Whatever is erased here is taken out of its map first: destroying a callback may end other registrations.
+  void EndWatch(uint64_t id) {
+    const auto node = sources.extract(id);
+    if (node.empty()) return;
+    id_of_fd.erase(node.mapped()->fd);
+    ::epoll_ctl(epoll.get(), EPOLL_CTL_DEL, node.mapped()->fd, nullptr);  // fails only for one that is closed already
+  }
+
+  void Cancel(uint64_t id) {
+    if (const auto deferred = soon.extract(id); !deferred.empty()) return;
+    const auto deadline = deadline_of_timer.find(id);
+    if (deadline == deadline_of_timer.end()) return;
+    const auto timer = timers.extract({deadline->second, id});
+    deadline_of_timer.erase(deadline);
+  }
+
+  [[nodiscard]] bool IsScheduled(uint64_t id) const { return soon.contains(id) || deadline_of_timer.contains(id); }
+
+  void RunSoon() {
+    while (!soon.empty() && !destroyed) {
+      const auto node = soon.extract(soon.begin());
+      node.mapped()();
     }
   }
 
@@ -61,8 +79,8 @@ struct EventLoop::State {
   }
 
   /// Milliseconds until the first timer, rounded up so that a turn never comes too early; `limit` when it is sooner.
-  int WaitTime(std::chrono::milliseconds limit) const {
-    if (!deferred.empty()) return 0;
+  [[nodiscard]] int WaitTime(std::chrono::milliseconds limit) const {
+    if (!soon.empty()) return 0;
     auto wait = limit;
     if (!timers.empty()) {
       const auto left = std::chrono::ceil<std::chrono::milliseconds>(timers.begin()->first.first - Clock::now());
@@ -75,16 +93,69 @@ struct EventLoop::State {
   void DispatchTimers(const bool* running) {
     const auto now = Clock::now();
     while (!destroyed && !stopped && *running && !timers.empty() && timers.begin()->first.first <= now) {
-      auto node = timers.extract(timers.begin());
+      const auto node = timers.extract(timers.begin());
       deadline_of_timer.erase(node.key().second);
       node.mapped()();
-      RunDeferred();
+      RunSoon();
     }
   }
 };
 
+FdWatch::FdWatch(FdWatch&& other) noexcept : loop_{std::move(other.loop_)}, id_{std::exchange(other.id_, 0)} {}
+
+FdWatch& FdWatch::operator=(FdWatch&& other) noexcept {
+  if (this == &other) return *this;
+  Reset();
+  loop_ = std::move(other.loop_);
+  id_ = std::exchange(other.id_, 0);
+  return *this;
+}
+
+bool FdWatch::Set(uint32_t events) {
+  const auto state = loop_.lock();
+  if (id_ == 0 || !state || state->destroyed) return false;
+  const auto it = state->sources.find(id_);
+  if (it == state->sources.end()) return false;
+  EventLoopState::Source& source = *it->second;
+  if (source.events == events) return true;
+  epoll_event event{};
+  event.events = events;
+  event.data.u64 = id_;
+  if (::epoll_ctl(state->epoll.get(), EPOLL_CTL_MOD, source.fd, &event) != 0) return false;
+  source.events = events;
+  return true;
+}
+
+void FdWatch::Reset() noexcept {
+  const uint64_t id = std::exchange(id_, 0);
+  const auto state = std::exchange(loop_, {}).lock();
+  if (id != 0 && state) state->EndWatch(id);
+}
+
+ScheduledTask::ScheduledTask(ScheduledTask&& other) noexcept
+    : loop_{std::move(other.loop_)}, id_{std::exchange(other.id_, 0)} {}
+
+ScheduledTask& ScheduledTask::operator=(ScheduledTask&& other) noexcept {
+  if (this == &other) return *this;
+  Reset();
+  loop_ = std::move(other.loop_);
+  id_ = std::exchange(other.id_, 0);
+  return *this;
+}
+
+ScheduledTask::operator bool() const noexcept {
+  const auto state = loop_.lock();
+  return id_ != 0 && state && state->IsScheduled(id_);
+}
+
+void ScheduledTask::Reset() noexcept {
+  const uint64_t id = std::exchange(id_, 0);
+  const auto state = std::exchange(loop_, {}).lock();
+  if (id != 0 && state) state->Cancel(id);
+}
+
 std::unique_ptr<EventLoop> EventLoop::Create(bool handle_signals) {
-  auto state = std::make_shared<State>();
+  auto state = std::make_shared<EventLoopState>();
   state->epoll.reset(::epoll_create1(EPOLL_CLOEXEC));
   if (!state->epoll) return nullptr;
   if (handle_signals) {
@@ -100,64 +171,47 @@ std::unique_ptr<EventLoop> EventLoop::Create(bool handle_signals) {
   return std::unique_ptr<EventLoop>(new EventLoop(std::move(state)));
 }
 
-EventLoop::EventLoop(std::shared_ptr<State> state) : state_{std::move(state)} {}
+EventLoop::EventLoop(std::shared_ptr<EventLoopState> state) : state_{std::move(state)} {}
 
 EventLoop::~EventLoop() {
   state_->destroyed = true;
-  state_->sources.clear();
-  state_->timers.clear();
-  state_->deferred.clear();
+  // Moved out first: destroying a callback may end other registrations.
+  const auto sources = std::exchange(state_->sources, {});
+  const auto timers = std::exchange(state_->timers, {});
+  const auto soon = std::exchange(state_->soon, {});
+  const auto held = std::exchange(state_->held, {});
+  state_->deadline_of_timer.clear();
 }
 
-bool EventLoop::AddFd(int fd, uint32_t events, FdCallback callback) {
-  if (fd < 0 || state_->id_of_fd.contains(fd)) return false;
+FdWatch EventLoop::Watch(int fd, uint32_t events, FdCallback callback) {
+  if (fd < 0 || state_->id_of_fd.contains(fd)) return {};
   epoll_event event{};
   event.events = events;
   event.data.u64 = state_->last_id + 1;
-  if (::epoll_ctl(state_->epoll.get(), EPOLL_CTL_ADD, fd, &event) != 0) return false;
+  if (::epoll_ctl(state_->epoll.get(), EPOLL_CTL_ADD, fd, &event) != 0) return {};
   const uint64_t id = ++state_->last_id;
-  state_->sources.emplace(id, std::make_shared<State::Source>(State::Source{fd, std::move(callback)}));
+  state_->sources.emplace(
+      id, std::make_shared<EventLoopState::Source>(EventLoopState::Source{fd, events, std::move(callback)}));
   state_->id_of_fd.emplace(fd, id);
-  return true;
+  return {state_, id};
 }
 
-bool EventLoop::ModifyFd(int fd, uint32_t events) {
-  const auto it = state_->id_of_fd.find(fd);
-  if (it == state_->id_of_fd.end()) return false;
-  epoll_event event{};
-  event.events = events;
-  event.data.u64 = it->second;
-  return ::epoll_ctl(state_->epoll.get(), EPOLL_CTL_MOD, fd, &event) == 0;
-}
-
-bool EventLoop::RemoveFd(int fd) {
-  const auto it = state_->id_of_fd.find(fd);
-  if (it == state_->id_of_fd.end()) return false;
-  state_->sources.erase(it->second);
-  state_->id_of_fd.erase(it);
-  ::epoll_ctl(state_->epoll.get(), EPOLL_CTL_DEL, fd, nullptr);  // fails only for a descriptor closed already
-  return true;
-}
-
-EventLoop::TimerId EventLoop::AddTimer(std::chrono::nanoseconds delay, Task task) {
-  const TimerId id = ++state_->last_id;
-  const auto deadline = Clock::now() + delay;
+ScheduledTask EventLoop::After(std::chrono::nanoseconds delay, Task task) {
+  const auto deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(delay);
+  const uint64_t id = ++state_->last_id;
   state_->timers.emplace(std::pair{deadline, id}, std::move(task));
   state_->deadline_of_timer.emplace(id, deadline);
-  return id;
+  return {state_, id};
 }
 
-void EventLoop::CancelTimer(TimerId id) {
-  const auto it = state_->deadline_of_timer.find(id);
-  if (it == state_->deadline_of_timer.end()) return;
-  state_->timers.erase(std::pair{it->second, id});
-  state_->deadline_of_timer.erase(it);
+ScheduledTask EventLoop::Soon(Task task) {
+  const uint64_t id = ++state_->last_id;
+  state_->soon.emplace(id, std::move(task));
+  return {state_, id};
 }
-
-void EventLoop::Defer(Task task) { state_->deferred.push_back(std::move(task)); }
 
 int EventLoop::Run(const bool* running) {
-  const std::shared_ptr<State> state = state_;
+  const std::shared_ptr<EventLoopState> state = state_;
   // `running` may die with the loop, so it is looked at last.
   while (!state->destroyed && !state->stopped && *running) {
     if (const int error = Turn(state, std::chrono::milliseconds{-1}, running); error != 0) return error;
@@ -172,8 +226,8 @@ int EventLoop::RunOnce(std::chrono::milliseconds timeout) {
 
 // By value: the loop, and its own reference, may go inside a callback.
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
-int EventLoop::Turn(std::shared_ptr<State> state, std::chrono::milliseconds timeout, const bool* running) {
-  state->RunDeferred();
+int EventLoop::Turn(std::shared_ptr<EventLoopState> state, std::chrono::milliseconds timeout, const bool* running) {
+  state->RunSoon();
   if (state->destroyed) return 0;
   std::vector<epoll_event> ready = std::exchange(state->ready, {});  // a callback may come here
   ready.resize(state->sources.size() + 1);
@@ -191,10 +245,10 @@ int EventLoop::Turn(std::shared_ptr<State> state, std::chrono::milliseconds time
     }
     if (state->stopped || !*running) return 0;
     const auto it = state->sources.find(id);
-    if (it == state->sources.end()) continue;  // removed by an earlier callback of this turn
-    const std::shared_ptr<State::Source> source = it->second;
+    if (it == state->sources.end()) continue;  // its watch was ended by an earlier callback of this turn
+    const std::shared_ptr<EventLoopState::Source> source = it->second;
     source->callback(event.events);
-    state->RunDeferred();
+    state->RunSoon();
   }
   state->ready = std::move(ready);
   state->DispatchTimers(running);
@@ -207,5 +261,29 @@ bool EventLoop::Stopped() {
   state_->ReadSignals();
   return state_->stopped;
 }
+
+// The calls below go when their last user has gone over to handles.
+bool EventLoop::AddFd(int fd, uint32_t events, FdCallback callback) {
+  FdWatch watch = Watch(fd, events, std::move(callback));
+  if (!watch) return false;
+  state_->held.insert_or_assign(fd, std::move(watch));
+  return true;
+}
+
+bool EventLoop::ModifyFd(int fd, uint32_t events) {
+  const auto it = state_->held.find(fd);
+  return it != state_->held.end() && it->second.Set(events);
+}
+
+bool EventLoop::RemoveFd(int fd) { return !state_->held.extract(fd).empty(); }
+
+EventLoop::TimerId EventLoop::AddTimer(std::chrono::nanoseconds delay, Task task) {
+  ScheduledTask timer = After(delay, std::move(task));
+  return std::exchange(timer.id_, 0);
+}
+
+void EventLoop::CancelTimer(TimerId id) { state_->Cancel(id); }
+
+void EventLoop::Defer(Task task) { state_->soon.emplace(++state_->last_id, std::move(task)); }
 
 }  // namespace common

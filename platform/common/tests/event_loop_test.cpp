@@ -6,6 +6,8 @@
 
 #include <array>
 #include <csignal>
+#include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -35,11 +37,15 @@ class EventLoopTest : public testing::Test {
   std::vector<std::string> trace_;
 };
 
-TEST_F(EventLoopTest, ReadyDescriptorsRunInRegistrationOrderWhateverBecameReadyFirst) {
+FdWatch Trace(EventLoop& loop, const Pipe& pipe, std::vector<std::string>* trace, const std::string& name) {
+  return loop.Watch(pipe.read.get(), EPOLLIN, [trace, name](uint32_t) { trace->push_back(name); });
+}
+
+TEST_F(EventLoopTest, DispatchesInRegistrationOrder) {
   const Pipe first, second, third;
-  loop_->AddFd(third.read.get(), EPOLLIN, [&](uint32_t) { trace_.emplace_back("third"); });
-  loop_->AddFd(first.read.get(), EPOLLIN, [&](uint32_t) { trace_.emplace_back("first"); });
-  loop_->AddFd(second.read.get(), EPOLLIN, [&](uint32_t) { trace_.emplace_back("second"); });
+  const FdWatch a = Trace(*loop_, third, &trace_, "third");
+  const FdWatch b = Trace(*loop_, first, &trace_, "first");
+  const FdWatch c = Trace(*loop_, second, &trace_, "second");
   second.Fill();
   first.Fill();
   third.Fill();
@@ -47,39 +53,155 @@ TEST_F(EventLoopTest, ReadyDescriptorsRunInRegistrationOrderWhateverBecameReadyF
   EXPECT_THAT(trace_, ElementsAre("third", "first", "second"));
 }
 
-TEST_F(EventLoopTest, ADescriptorRemovedByAnEarlierCallbackIsSkipped) {
+TEST_F(EventLoopTest, SetKeepsThePlaceInTheOrder) {
   const Pipe first, second;
-  loop_->AddFd(first.read.get(), EPOLLIN, [&](uint32_t) {
+  FdWatch a = Trace(*loop_, first, &trace_, "first");
+  const FdWatch b = Trace(*loop_, second, &trace_, "second");
+  EXPECT_TRUE(a.Set(0));
+  EXPECT_TRUE(a.Set(EPOLLIN));
+  second.Fill();
+  first.Fill();
+  loop_->RunOnce(milliseconds{0});
+  EXPECT_THAT(trace_, ElementsAre("first", "second"));
+}
+
+TEST_F(EventLoopTest, SetDecidesWhichEventsAreSeen) {
+  const Pipe pipe;
+  FdWatch watch = Trace(*loop_, pipe, &trace_, "read");
+  EXPECT_TRUE(watch.Set(0));
+  pipe.Fill();
+  loop_->RunOnce(milliseconds{0});
+  EXPECT_THAT(trace_, ElementsAre());
+  EXPECT_TRUE(watch.Set(EPOLLIN));
+  loop_->RunOnce(milliseconds{0});
+  EXPECT_THAT(trace_, ElementsAre("read"));
+}
+
+TEST_F(EventLoopTest, AnEndedWatchIsSkippedInTheSameTurn) {
+  const Pipe first, second;
+  FdWatch b;
+  const FdWatch a = loop_->Watch(first.read.get(), EPOLLIN, [&](uint32_t) {
     trace_.emplace_back("first");
-    EXPECT_TRUE(loop_->RemoveFd(second.read.get()));
+    b.Reset();
   });
-  loop_->AddFd(second.read.get(), EPOLLIN, [&](uint32_t) { trace_.emplace_back("second"); });
+  b = Trace(*loop_, second, &trace_, "second");
   first.Fill();
   second.Fill();
   EXPECT_EQ(loop_->RunOnce(milliseconds{0}), 0);
   EXPECT_THAT(trace_, ElementsAre("first"));
 }
 
-TEST_F(EventLoopTest, DeferredWorkRunsBeforeTheNextCallback) {
+TEST_F(EventLoopTest, AWatchEndsWithItsHandle) {
+  const Pipe pipe;
+  { const FdWatch watch = Trace(*loop_, pipe, &trace_, "read"); }
+  pipe.Fill();
+  loop_->RunOnce(milliseconds{0});
+  EXPECT_THAT(trace_, ElementsAre());
+}
+
+TEST_F(EventLoopTest, AWatchEndsInsideItsOwnCallback) {
+  const Pipe pipe;
+  FdWatch watch;
+  const auto captured = std::make_shared<std::string>("alive");
+  watch = loop_->Watch(pipe.read.get(), EPOLLIN, [&, captured](uint32_t) {
+    watch.Reset();
+    trace_.push_back(*captured);  // the callback itself lives until it returns
+  });
+  pipe.Fill();
+  loop_->RunOnce(milliseconds{0});
+  loop_->RunOnce(milliseconds{0});
+  EXPECT_THAT(trace_, ElementsAre("alive"));
+  EXPECT_EQ(captured.use_count(), 1);
+  EXPECT_FALSE(watch);
+}
+
+TEST_F(EventLoopTest, AMovedWatchStaysAndTheOldHandleIsEmpty) {
+  const Pipe pipe;
+  FdWatch from = Trace(*loop_, pipe, &trace_, "read");
+  const FdWatch to = std::move(from);
+  EXPECT_FALSE(from);  // NOLINT(bugprone-use-after-move): that is the contract
+  EXPECT_FALSE(from.Set(EPOLLIN));
+  from.Reset();
+  pipe.Fill();
+  loop_->RunOnce(milliseconds{0});
+  EXPECT_THAT(trace_, ElementsAre("read"));
+}
+
+TEST_F(EventLoopTest, AnAssignmentEndsTheFormerWatch) {
   const Pipe first, second;
-  loop_->AddFd(first.read.get(), EPOLLIN, [&](uint32_t) {
-    loop_->Defer([&] { trace_.emplace_back("deferred"); });
+  FdWatch watch = Trace(*loop_, first, &trace_, "first");
+  watch = Trace(*loop_, second, &trace_, "second");
+  first.Fill();
+  second.Fill();
+  loop_->RunOnce(milliseconds{0});
+  EXPECT_THAT(trace_, ElementsAre("second"));
+  EXPECT_TRUE(loop_->Watch(first.read.get(), EPOLLIN, [](uint32_t) {}));  // not watched any more
+}
+
+TEST_F(EventLoopTest, HandlesOutliveTheLoop) {
+  const Pipe pipe;
+  FdWatch watch = Trace(*loop_, pipe, &trace_, "read");
+  ScheduledTask timer = loop_->After(milliseconds{0}, [&] { trace_.emplace_back("timer"); });
+  ScheduledTask task = loop_->Soon([&] { trace_.emplace_back("soon"); });
+  loop_.reset();
+  EXPECT_FALSE(watch.Set(0));
+  EXPECT_FALSE(timer);
+  EXPECT_FALSE(task);
+  watch.Reset();
+  timer.Reset();
+  EXPECT_THAT(trace_, ElementsAre());
+}
+
+// What a callback owns may own registrations of the same loop.
+TEST_F(EventLoopTest, TheLoopDestroysCallbacksThatOwnHandles) {
+  struct Owner {
+    FdWatch watch;
+    ScheduledTask timer;
+    ScheduledTask soon;
+  };
+  const Pipe first, second;
+  auto owner = std::make_shared<Owner>();
+  const std::weak_ptr<Owner> gone = owner;
+  owner->watch = loop_->Watch(second.read.get(), EPOLLIN, [](uint32_t) {});
+  owner->timer = loop_->After(milliseconds{1000}, [] {});
+  owner->soon = loop_->Soon([] {});
+  const FdWatch outer = loop_->Watch(first.read.get(), EPOLLIN, [kept = owner](uint32_t) {});
+  owner.reset();
+  EXPECT_FALSE(gone.expired());
+  loop_.reset();
+  EXPECT_TRUE(gone.expired());
+}
+
+TEST_F(EventLoopTest, SoonRunsBeforeTheNextCallback) {
+  const Pipe first, second;
+  ScheduledTask task;
+  const FdWatch a = loop_->Watch(first.read.get(), EPOLLIN, [&](uint32_t) {
+    task = loop_->Soon([&] { trace_.emplace_back("soon"); });
     trace_.emplace_back("first");
   });
-  loop_->AddFd(second.read.get(), EPOLLIN, [&](uint32_t) { trace_.emplace_back("second"); });
+  const FdWatch b = Trace(*loop_, second, &trace_, "second");
   first.Fill();
   second.Fill();
   EXPECT_EQ(loop_->RunOnce(milliseconds{0}), 0);
-  EXPECT_THAT(trace_, ElementsAre("first", "deferred", "second"));
+  EXPECT_THAT(trace_, ElementsAre("first", "soon", "second"));
+}
+
+TEST_F(EventLoopTest, SoonRunsInTheOrderOfTheCalls) {
+  const ScheduledTask a = loop_->Soon([&] { trace_.emplace_back("a"); });
+  ScheduledTask cancelled = loop_->Soon([&] { trace_.emplace_back("cancelled"); });
+  const ScheduledTask b = loop_->Soon([&] { trace_.emplace_back("b"); });
+  cancelled.Reset();
+  loop_->RunOnce(milliseconds{0});
+  EXPECT_THAT(trace_, ElementsAre("a", "b"));
 }
 
 TEST_F(EventLoopTest, TheLoopMayBeDestroyedInsideACallback) {
   const Pipe first, second;
-  loop_->AddFd(first.read.get(), EPOLLIN, [&](uint32_t) {
+  const FdWatch a = loop_->Watch(first.read.get(), EPOLLIN, [&](uint32_t) {
     trace_.emplace_back("first");
     loop_.reset();
   });
-  loop_->AddFd(second.read.get(), EPOLLIN, [&](uint32_t) { trace_.emplace_back("second"); });
+  const FdWatch b = Trace(*loop_, second, &trace_, "second");
   first.Fill();
   second.Fill();
   const bool running = true;
@@ -87,28 +209,66 @@ TEST_F(EventLoopTest, TheLoopMayBeDestroyedInsideACallback) {
   EXPECT_THAT(trace_, ElementsAre("first"));
 }
 
-TEST_F(EventLoopTest, TimersRunInDeadlineOrderAndACancelledOneDoesNot) {
+TEST_F(EventLoopTest, TimersRunInDeadlineOrder) {
   bool running = true;
-  loop_->AddTimer(milliseconds{3}, [&] {
+  const ScheduledTask late = loop_->After(milliseconds{3}, [&] {
     trace_.emplace_back("late");
     running = false;
   });
-  loop_->AddTimer(milliseconds{1}, [&] { trace_.emplace_back("early"); });
-  const auto cancelled = loop_->AddTimer(milliseconds{2}, [&] { trace_.emplace_back("cancelled"); });
-  loop_->CancelTimer(cancelled);
+  const ScheduledTask early = loop_->After(milliseconds{1}, [&] { trace_.emplace_back("early"); });
+  ScheduledTask cancelled = loop_->After(milliseconds{2}, [&] { trace_.emplace_back("cancelled"); });
+  cancelled.Reset();
   EXPECT_EQ(loop_->Run(&running), 0);
   EXPECT_THAT(trace_, ElementsAre("early", "late"));
 }
 
-TEST_F(EventLoopTest, RegisteringTwiceOrAnInvalidDescriptorIsRefused) {
-  const Pipe pipe;
-  EXPECT_TRUE(loop_->AddFd(pipe.read.get(), EPOLLIN, [](uint32_t) {}));
-  EXPECT_FALSE(loop_->AddFd(pipe.read.get(), EPOLLIN, [](uint32_t) {}));
-  EXPECT_FALSE(loop_->AddFd(-1, EPOLLIN, [](uint32_t) {}));
-  EXPECT_FALSE(loop_->RemoveFd(-1));
+TEST_F(EventLoopTest, ATimerIsNotScheduledInItsOwnCallback) {
+  bool running = true;
+  ScheduledTask timer;
+  EXPECT_FALSE(timer);
+  timer = loop_->After(milliseconds{0}, [&] {
+    trace_.emplace_back(timer ? "scheduled" : "begun");
+    timer = loop_->After(milliseconds{0}, [&] {
+      trace_.emplace_back("again");
+      running = false;
+    });
+    trace_.emplace_back(timer ? "scheduled" : "begun");
+  });
+  EXPECT_TRUE(timer);
+  EXPECT_EQ(loop_->Run(&running), 0);
+  EXPECT_THAT(trace_, ElementsAre("begun", "scheduled", "again"));
 }
 
-TEST(EventLoopSignalTest, ASignalEndsRunEvenWhenItArrivedBefore) {
+TEST_F(EventLoopTest, AMovedTimerStays) {
+  bool running = true;
+  ScheduledTask from = loop_->After(milliseconds{0}, [&] { running = false; });
+  const ScheduledTask to = std::move(from);
+  EXPECT_FALSE(from);  // NOLINT(bugprone-use-after-move): that is the contract
+  from.Reset();
+  EXPECT_EQ(loop_->Run(&running), 0);
+}
+
+TEST_F(EventLoopTest, AnExceptionLeavesRunAndTheLoopWorks) {
+  const Pipe pipe;
+  const FdWatch watch = loop_->Watch(pipe.read.get(), EPOLLIN, [&](uint32_t) -> void {
+    trace_.emplace_back("read");
+    if (trace_.size() == 1) throw std::runtime_error("no");
+  });
+  pipe.Fill();
+  EXPECT_THROW(loop_->RunOnce(milliseconds{0}), std::runtime_error);
+  EXPECT_EQ(loop_->RunOnce(milliseconds{0}), 0);
+  EXPECT_THAT(trace_, ElementsAre("read", "read"));
+}
+
+TEST_F(EventLoopTest, RefusesADescriptorTwiceAndAnInvalidOne) {
+  const Pipe pipe;
+  const FdWatch watch = loop_->Watch(pipe.read.get(), EPOLLIN, [](uint32_t) {});
+  EXPECT_TRUE(watch);
+  EXPECT_FALSE(loop_->Watch(pipe.read.get(), EPOLLIN, [](uint32_t) {}));
+  EXPECT_FALSE(loop_->Watch(-1, EPOLLIN, [](uint32_t) {}));
+}
+
+TEST(EventLoopSignalTest, ASignalSentBeforeEndsRun) {
   const auto loop = EventLoop::Create(true);
   ASSERT_EQ(::kill(::getpid(), SIGTERM), 0);
   const bool running = true;
