@@ -1,14 +1,12 @@
 #include <malloc.h>
-#include <spdlog/sinks/stdout_color_sinks.h>
-#include <spdlog/spdlog.h>
-#include <stdlib.h>
 
 #include <CLI/CLI.hpp>
-#include <cstdio>
+#include <utility>
 
 #include "app/database_server.h"
 #include "common/paths.h"
 #include "common/version.h"
+#include "service_main/service_main.h"
 
 int main(int argc, char** argv) {
   cdbd::ServerOptions options;
@@ -63,25 +61,12 @@ int main(int argc, char** argv) {
   if (options.state_dir.empty()) options.state_dir = common::StateDir();
   if (options.model.directories.empty()) options.model.directories = {common::ModelsDir()};
 
-  spdlog::set_default_logger(spdlog::stderr_color_mt("cdbd"));
-  spdlog::set_level(spdlog::level::from_str(log_level));
-  // Under a supervisor the time is the journal's.
-  spdlog::set_pattern(::getenv("JOURNAL_STREAM") != nullptr ? "%l: %v" : "%Y-%m-%d %T.%e %n %l: %v");
+  service_main::SetUpLog("cdbd", log_level);
   // One arena: the whole of a large request's memory can then go back to the system.
   ::mallopt(M_ARENA_MAX, 1);
-
-  const std::unique_ptr<common::EventLoop> loop = common::EventLoop::Create(true);
-  if (loop == nullptr) {
-    std::fprintf(stderr, "cdbd: no event loop: %m\n");
-    return 1;
-  }
-  auto server = cdbd::DatabaseServer::Start(*loop, options);
-  if (!server) {
-    std::fprintf(stderr, "cdbd: %s\n", server.error().Text().c_str());
-    return 1;
-  }
-  const bool running = true;
-  const int failed = loop->Run(&running);
-  if (failed != 0) std::fprintf(stderr, "cdbd: the event loop failed: %s\n", std::strerror(failed));
-  return failed == 0 ? 0 : 1;
+  return service_main::Run("cdbd", [&](common::EventLoop& loop) -> common::Result<service_main::Service> {
+    auto server = cdbd::DatabaseServer::Start(loop, options);
+    if (!server) return server.error();
+    return service_main::Service{std::move(server).value()};
+  });
 }

@@ -2,11 +2,8 @@
 
 #include <pwd.h>
 #include <spdlog/spdlog.h>
-#include <sys/epoll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
-#include "common/unix_socket.h"
 #include "netconf/xml.h"
 
 namespace cdbd {
@@ -55,61 +52,40 @@ common::Result<std::unique_ptr<NetconfServer>> NetconfServer::Listen(common::Eve
                                                                      const SessionLimits& limits,
                                                                      std::vector<std::string> capabilities,
                                                                      Callbacks callbacks) {
-  auto listener = common::ListenUnix(path, SOCK_STREAM, kSocketMode);
-  if (!listener) return listener.error();
-  return std::unique_ptr<NetconfServer>{new NetconfServer{loop, std::move(listener).value(), path, limits,
-                                                          std::move(capabilities), std::move(callbacks)}};
+  auto socket = common::ListeningSocket::Unix(path, SOCK_STREAM, kSocketMode);
+  if (!socket) return socket.error();
+  return std::unique_ptr<NetconfServer>{
+      new NetconfServer{loop, std::move(socket).value(), limits, std::move(capabilities), std::move(callbacks)}};
 }
 
-NetconfServer::NetconfServer(common::EventLoop& loop, common::UniqueFd listener, std::string path,
-                             const SessionLimits& limits, std::vector<std::string> capabilities, Callbacks callbacks)
+NetconfServer::NetconfServer(common::EventLoop& loop, common::ListeningSocket socket, const SessionLimits& limits,
+                             std::vector<std::string> capabilities, Callbacks callbacks)
     : loop_{loop},
-      listener_{std::move(listener)},
-      path_{std::move(path)},
       limits_{limits},
       capabilities_{std::move(capabilities)},
-      callbacks_{std::move(callbacks)} {
-  loop_.AddFd(listener_.get(), EPOLLIN, [this](uint32_t) { OnConnection(); });
-}
-
-NetconfServer::~NetconfServer() {
-  loop_.RemoveFd(listener_.get());
-  ::unlink(path_.c_str());
-}
+      callbacks_{std::move(callbacks)},
+      listener_{loop,
+                std::move(socket),
+                {.max_connections = limits.max_sessions, .noun = "sessions"},
+                {.on_connection = [this](common::Listener::Connection c) { OnConnection(std::move(c)); },
+                 .on_trouble = [](const std::string& text) { spdlog::warn("netconf: {}", text); }}} {}
 
 void NetconfServer::DropSessions() { sessions_.clear(); }
 
-void NetconfServer::OnConnection() {
-  auto accepted = common::AcceptUnix(listener_.get());
-  if (!accepted) {
-    spdlog::error("netconf: {}", accepted.error().Text());
-    return;
-  }
-  common::UniqueFd fd = std::move(accepted).value();
-  if (!fd) return;
-  if (sessions_.size() >= limits_.max_sessions) {
-    spdlog::warn("netconf: a connection was refused: there are {} sessions", sessions_.size());
-    return;
-  }
-  const auto peer = common::PeerCredentials(fd.get());
-  if (!peer) {
-    spdlog::error("netconf: {}", peer.error().Text());
-    return;
-  }
+void NetconfServer::OnConnection(common::Listener::Connection connection) {
   SessionInfo info;
   info.id = ++last_id_;
-  info.user = UserName(peer.value().uid);
-  info.pid = peer.value().pid;
+  info.user = UserName(connection.peer.uid);
+  info.pid = connection.peer.pid;
   info.login = std::chrono::system_clock::now();
   ++statistics_.in_sessions;
   spdlog::info("netconf: session {} of user {} (process {}) started", info.id, info.user, info.pid);
   Session::Callbacks callbacks;
   callbacks.message = [this](Session& session, const std::string& message) { OnMessage(session, message); };
-  callbacks.ended = [this](Session& session, const std::string& why) { OnEnded(session, why); };
-  callbacks.bad_hello = [this] { ++statistics_.in_bad_hellos; };
+  callbacks.ended = [this](Session& session, const SessionEnd& end) { OnEnded(session, end); };
   const uint32_t id = info.id;
-  sessions_.emplace(
-      id, std::make_unique<Session>(loop_, std::move(fd), std::move(info), limits_, Hello(id), std::move(callbacks)));
+  sessions_.emplace(id, std::make_unique<Session>(loop_, std::move(connection), std::move(info), limits_, Hello(id),
+                                                  std::move(callbacks)));
 }
 
 std::string NetconfServer::Hello(uint32_t session) const {
@@ -172,13 +148,11 @@ void NetconfServer::Refuse(Session& session, const std::string& attributes, cons
   Send(session.info().id, ReplyWith(attributes, content), true);
 }
 
-void NetconfServer::OnEnded(Session& session, const std::string& why) {
+void NetconfServer::OnEnded(Session& session, const SessionEnd& end) {
   const uint32_t id = session.info().id;
-  if (why.empty())
-    spdlog::info("netconf: session {} ended", id);
-  else
-    spdlog::info("netconf: session {} ended: {}", id, why);
-  if (!why.empty() && why != "killed") ++statistics_.dropped_sessions;
+  spdlog::info("netconf: session {} ended{}{}", id, end.text.empty() ? "" : ": ", end.text);
+  if (end.IsDropped()) ++statistics_.dropped_sessions;
+  if (end.IsHelloFailure()) ++statistics_.in_bad_hellos;
   const auto found = sessions_.find(id);
   const std::unique_ptr<Session> ended = std::move(found->second);
   sessions_.erase(found);
@@ -192,10 +166,10 @@ bool NetconfServer::Close(uint32_t session) {
   return true;
 }
 
-bool NetconfServer::Kill(uint32_t session, const std::string& why) {
+bool NetconfServer::Kill(uint32_t session) {
   const auto found = sessions_.find(session);
   if (found == sessions_.end()) return false;
-  found->second->Abort(why);
+  found->second->Kill();
   return true;
 }
 

@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "common/event_loop.h"
+#include "common/listener.h"
 #include "common/result.h"
-#include "common/unique_fd.h"
 #include "northbound/rpc.h"
 #include "northbound/session.h"
 
@@ -38,14 +38,13 @@ class NetconfServer final {
                                                                const SessionLimits& limits,
                                                                std::vector<std::string> capabilities,
                                                                Callbacks callbacks);
-  ~NetconfServer();
-  /// Drops every session without a word: requests that are under way then find nobody to answer.
+  /// Drops every session without notice: answers to requests that are under way are then ignored.
   void DropSessions();
 
-  /// Ends the session after its queued answers. False when there is none.
+  /// Ends the session after its queued answers. False if it does not exist.
   bool Close(uint32_t session);
-  /// Ends it now. False when there is none.
-  bool Kill(uint32_t session, const std::string& why);
+  /// Ends it now, for <kill-session>. False if it does not exist.
+  bool Kill(uint32_t session);
 
   [[nodiscard]] const SessionInfo* Find(uint32_t session) const;
   [[nodiscard]] std::vector<SessionInfo> Sessions() const;  ///< those past their hello
@@ -54,25 +53,24 @@ class NetconfServer final {
 
  private:
   friend class Rpc;
-  NetconfServer(common::EventLoop& loop, common::UniqueFd listener, std::string path, const SessionLimits& limits,
+  NetconfServer(common::EventLoop& loop, common::ListeningSocket socket, const SessionLimits& limits,
                 std::vector<std::string> capabilities, Callbacks callbacks);
 
-  void OnConnection();
+  void OnConnection(common::Listener::Connection connection);
   void OnMessage(Session& session, const std::string& message);
-  void OnEnded(Session& session, const std::string& why);
+  void OnEnded(Session& session, const SessionEnd& end);
   [[nodiscard]] std::string Hello(uint32_t session) const;
   void Send(uint32_t session, std::string_view reply, bool has_errors);
   void Refuse(Session& session, const std::string& attributes, const RpcError& error);
 
   common::EventLoop& loop_;
-  common::UniqueFd listener_;
-  const std::string path_;
   const SessionLimits limits_;
   const std::vector<std::string> capabilities_;
   Callbacks callbacks_;
   std::map<uint32_t, std::unique_ptr<Session>> sessions_;
   uint32_t last_id_ = 0;
   NetconfStatistics statistics_;
+  common::Listener listener_;
 };
 
 }  // namespace cdbd

@@ -5,12 +5,13 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
-#include <memory>
 #include <string>
 
 #include "common/event_loop.h"
-#include "common/unique_fd.h"
+#include "common/listener.h"
+#include "common/stream.h"
 #include "netconf/framing.h"
+#include "northbound/session_end.h"
 
 namespace cdbd {
 
@@ -32,21 +33,19 @@ struct SessionInfo {
   uint32_t out_rpc_errors = 0;
 };
 
-/// One NETCONF peer on a non-blocking descriptor: framing, hello and buffers; nothing of it ever waits. Messages are
-/// handed on one at a time: the next one only after Reply(). Loop thread only.
+/// One NETCONF peer on a stream: framing, hello and the order of requests. Messages are handed on one at a time: the
+/// next one only after Reply(). A peer that has a request open, or does not take its answers, is not read. Loop thread
+/// only.
 class Session final {
  public:
   struct Callbacks {
     std::function<void(Session&, std::string message)> message;  ///< one message after the hello
-    /// The session is over; `why` is empty when the peer or Close() ended it in good order. Last call; the session may
-    /// be destroyed in it.
-    std::function<void(Session&, const std::string& why)> ended;
-    std::function<void()> bad_hello;
+    /// The session is over. Last call; the session may be destroyed in it.
+    std::function<void(Session&, const SessionEnd&)> ended;
   };
 
-  Session(common::EventLoop& loop, common::UniqueFd fd, SessionInfo info, const SessionLimits& limits,
-          const std::string& hello, Callbacks callbacks);
-  ~Session();
+  Session(common::EventLoop& loop, common::Listener::Connection connection, SessionInfo info,
+          const SessionLimits& limits, const std::string& hello, Callbacks callbacks);
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
 
@@ -54,8 +53,8 @@ class Session final {
   void Reply(std::string_view message);
   /// Ends the session once what is queued is sent.
   void Close();
-  /// Ends it now.
-  void Abort(const std::string& why);
+  /// Ends it now; `ended` is called before this returns.
+  void Kill();
 
   [[nodiscard]] SessionInfo& info() noexcept { return info_; }
   [[nodiscard]] const SessionInfo& info() const noexcept { return info_; }
@@ -66,30 +65,25 @@ class Session final {
  private:
   enum class State { kHello, kOpen, kEnded };
 
-  void OnEvents(uint32_t events);
-  bool ReadSome();
   void TakeMessages();
+  [[nodiscard]] bool MayTake() const;
   bool TakeHello(const std::string& message);
-  void Send();
-  void Watch();
-  void End(const std::string& why);
+  void OnClosed(const common::CloseInfo& why);
+  void End(SessionEnd::Reason reason, std::string text);
 
   common::EventLoop& loop_;
-  common::UniqueFd fd_;
+  const common::Listener::Slot slot_;
   SessionInfo info_;
   const SessionLimits limits_;
-  Callbacks callbacks_;
+  const Callbacks callbacks_;
   State state_ = State::kHello;
   netconf::FrameDecoder decoder_;
-  std::string unsent_;
-  size_t sent_ = 0;      ///< of unsent_
-  bool busy_ = false;    ///< a message is being answered
-  bool taking_ = false;  ///< inside TakeMessages()
+  bool busy_ = false;  ///< a message is being answered
   bool end_of_input_ = false;
   bool closing_ = false;  ///< ends when everything is sent
-  uint32_t watched_ = 0;
-  common::EventLoop::TimerId hello_timer_ = 0;
-  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+  common::ScheduledTask hello_timer_;
+  common::ScheduledTask next_;  ///< takes the next message
+  common::Stream stream_;       ///< last: its handlers use the others
 };
 
 }  // namespace cdbd

@@ -65,7 +65,7 @@ void SessionOperations::Kill(const RpcPtr& rpc) {
                           session == rpc->session() || netconf_.Find(session) == nullptr))
     params.Invalid("session-id", text);
   if (params.error()) return rpc->Fail(*params.error());
-  netconf_.Kill(session, "killed");
+  netconf_.Kill(session);
   rpc->Ok();
 }
 

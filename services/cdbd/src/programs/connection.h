@@ -3,35 +3,48 @@
 #include <sys/types.h>
 
 #include <cstdint>
-#include <deque>
 #include <functional>
-#include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "common/event_loop.h"
-#include "common/unique_fd.h"
+#include "common/listener.h"
+#include "common/packet_stream.h"
 #include "confd_wire/messages.h"
 
 namespace cdbd {
 
-/// One connection of a program: a SOCK_SEQPACKET socket, one packet a message. Sending never waits: what the socket
-/// does not take is kept. Loop thread only.
+/// How a program's connection ended. The text is for logs and operators: "it disconnected".
+struct ConnectionEnd {
+  enum class Reason : uint8_t {
+    kDisconnected,   ///< the program closed it, or died
+    kSocketFailed,   ///< the system reported an error, or the program does not read
+    kRefused,        ///< by the answer to its hello
+    kNotUnderstood,  ///< it sent something that breaks the protocol
+    kTooSlow,        ///< it did not take in a commit in time
+    kOrphaned,       ///< a worker whose control connection is gone
+  };
+  Reason reason = Reason::kDisconnected;
+  std::string text;
+};
+
+/// One connection of a program: a SOCK_SEQPACKET socket, one packet a message. Sending never waits. Loop thread only.
 class Connection final {
  public:
   struct Callbacks {
     std::function<void(Connection&, std::string_view packet)> packet;
-    /// The peer is gone, or Close() was called; `why` says which. Last call; the connection may be destroyed in it.
-    std::function<void(Connection&, const std::string& why)> closed;
+    /// The peer is gone, or Close() was called. Last call; the connection may be destroyed in it.
+    std::function<void(Connection&, const ConnectionEnd&)> closed;
   };
 
-  Connection(common::EventLoop& loop, common::UniqueFd fd, uint64_t id, pid_t pid, Callbacks callbacks);
-  ~Connection();
+  Connection(common::EventLoop& loop, common::Listener::Connection accepted, uint64_t id, Callbacks callbacks);
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
-  void Send(std::string packet);
-  void Close(const std::string& why);
+  void Send(std::string packet) { stream_.Send(std::move(packet)); }
+  /// Closes it now; `closed` is called before this returns.
+  void Close(ConnectionEnd::Reason reason, std::string text);
 
   [[nodiscard]] uint64_t id() const noexcept { return id_; }
   [[nodiscard]] pid_t pid() const noexcept { return pid_; }
@@ -43,18 +56,14 @@ class Connection final {
   uint64_t daemon_id = 0;  ///< of a worker
 
  private:
-  void OnEvents(uint32_t events);
-  void Flush();
-  void WatchOutput(bool watch);
+  void OnClosed(const common::CloseInfo& why);
 
-  common::EventLoop& loop_;
-  common::UniqueFd fd_;
+  const common::Listener::Slot slot_;
   const uint64_t id_;
   const pid_t pid_;
-  Callbacks callbacks_;
-  std::deque<std::string> unsent_;
-  bool watches_output_ = false;
-  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+  const Callbacks callbacks_;
+  bool closed_ = false;
+  common::PacketStream stream_;  ///< last: its handlers use the others
 };
 
 }  // namespace cdbd

@@ -1,21 +1,20 @@
 #include "programs/program_server.h"
 
 #include <spdlog/spdlog.h>
-#include <sys/epoll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <random>
 
-#include "common/unix_socket.h"
 #include "confd_wire/codec.h"
 
 namespace cdbd {
 namespace {
 
 using confd_wire::ClientKind;
+using Reason = ConnectionEnd::Reason;
 
 constexpr mode_t kSocketMode = 0660;
+constexpr size_t kMaxConnections = 256;
 
 uint64_t NewInstance() {
   std::random_device random;
@@ -42,49 +41,31 @@ common::Result<std::unique_ptr<ProgramServer>> ProgramServer::Listen(common::Eve
                                                                      cdb_store::StoreWriter& store,
                                                                      SubscriptionService& subscriptions,
                                                                      ProviderService& providers) {
-  auto listener = common::ListenUnix(path, SOCK_SEQPACKET, kSocketMode);
-  if (!listener) return listener.error();
+  auto socket = common::ListeningSocket::Unix(path, SOCK_SEQPACKET, kSocketMode);
+  if (!socket) return socket.error();
   return std::unique_ptr<ProgramServer>{
-      new ProgramServer{loop, std::move(listener).value(), path, store, subscriptions, providers}};
+      new ProgramServer{loop, std::move(socket).value(), store, subscriptions, providers}};
 }
 
-ProgramServer::ProgramServer(common::EventLoop& loop, common::UniqueFd listener, std::string path,
-                             cdb_store::StoreWriter& store, SubscriptionService& subscriptions,
-                             ProviderService& providers)
+ProgramServer::ProgramServer(common::EventLoop& loop, common::ListeningSocket socket, cdb_store::StoreWriter& store,
+                             SubscriptionService& subscriptions, ProviderService& providers)
     : loop_{loop},
-      listener_{std::move(listener)},
-      path_{std::move(path)},
       store_{store},
       subscriptions_{subscriptions},
       providers_{providers},
-      instance_{NewInstance()} {
-  loop_.AddFd(listener_.get(), EPOLLIN, [this](uint32_t) { OnConnection(); });
-}
+      instance_{NewInstance()},
+      listener_{loop,
+                std::move(socket),
+                {.max_connections = kMaxConnections},
+                {.on_connection = [this](common::Listener::Connection c) { OnConnection(std::move(c)); },
+                 .on_trouble = [](const std::string& text) { spdlog::warn("programs: {}", text); }}} {}
 
-ProgramServer::~ProgramServer() {
-  loop_.RemoveFd(listener_.get());
-  ::unlink(path_.c_str());
-}
-
-void ProgramServer::OnConnection() {
-  auto accepted = common::AcceptUnix(listener_.get());
-  if (!accepted) {
-    spdlog::error("programs: {}", accepted.error().Text());
-    return;
-  }
-  common::UniqueFd fd = std::move(accepted).value();
-  if (!fd) return;
-  const auto peer = common::PeerCredentials(fd.get());
-  if (!peer) {
-    spdlog::error("programs: {}", peer.error().Text());
-    return;
-  }
+void ProgramServer::OnConnection(common::Listener::Connection accepted) {
   const uint64_t id = ++last_id_;
   Connection::Callbacks callbacks;
   callbacks.packet = [this](Connection& connection, std::string_view packet) { OnPacket(connection, packet); };
-  callbacks.closed = [this](Connection& connection, const std::string& why) { OnClosed(connection, why); };
-  connections_.emplace(id,
-                       std::make_unique<Connection>(loop_, std::move(fd), id, peer.value().pid, std::move(callbacks)));
+  callbacks.closed = [this](Connection& connection, const ConnectionEnd& end) { OnClosed(connection, end); };
+  connections_.emplace(id, std::make_unique<Connection>(loop_, std::move(accepted), id, std::move(callbacks)));
 }
 
 void ProgramServer::OnPacket(Connection& connection, std::string_view packet) {
@@ -101,12 +82,12 @@ void ProgramServer::OnPacket(Connection& connection, std::string_view packet) {
     case ClientKind::kRead:
       break;
   }
-  if (!understood) connection.Close("it sent a message that cannot be understood");
+  if (!understood) connection.Close(Reason::kNotUnderstood, "it sent a message that cannot be understood");
 }
 
 void ProgramServer::OnHello(Connection& connection, std::string_view packet) {
   const auto hello = confd_wire::Decode<confd_wire::Hello>(packet);
-  if (!hello) return connection.Close("it did not greet");
+  if (!hello) return connection.Close(Reason::kNotUnderstood, "it did not greet");
   confd_wire::HelloReply reply;
   reply.store_path = store_.path();
   reply.server_instance = instance_;
@@ -124,26 +105,25 @@ void ProgramServer::OnHello(Connection& connection, std::string_view packet) {
     reply.error = "the server knows no such kind of connection";
   connection.greeted = reply.error.empty();
   connection.Send(confd_wire::Encode(reply));
-  if (!reply.error.empty()) return connection.Close(reply.error);
+  if (!reply.error.empty()) return connection.Close(Reason::kRefused, reply.error);
   spdlog::debug("programs: {} {} (process {}) connected", KindName(hello->kind), hello->name, connection.pid());
 }
 
-void ProgramServer::OnClosed(Connection& connection, const std::string& why) {
+void ProgramServer::OnClosed(Connection& connection, const ConnectionEnd& end) {
   if (connection.greeted) {
     spdlog::debug("programs: {} {} (process {}): {}", KindName(connection.kind), connection.name, connection.pid(),
-                  why);
-    if (connection.kind == ClientKind::kSubscription) subscriptions_.OnClosed(connection, why);
+                  end.text);
+    if (connection.kind == ClientKind::kSubscription) subscriptions_.OnClosed(connection, end);
     if (connection.kind == ClientKind::kControl || connection.kind == ClientKind::kWorker)
-      providers_.OnClosed(connection, why);
+      providers_.OnClosed(connection, end.text);
   } else {
-    spdlog::debug("programs: process {} was refused: {}", connection.pid(), why);
+    spdlog::debug("programs: process {} was refused: {}", connection.pid(), end.text);
   }
   store_.ReleaseDeadReaders();
-  // Later: a service may be in the middle of using it.
-  const uint64_t id = connection.id();
-  loop_.Defer([this, id, guard = std::weak_ptr<int>{guard_}] {
-    if (!guard.expired()) connections_.erase(id);
-  });
+  auto closed = connections_.extract(connection.id());
+  if (closed.empty()) return;
+  closed_.push_back(std::move(closed.mapped()));
+  forget_closed_ = loop_.Soon([this] { closed_.clear(); });
 }
 
 }  // namespace cdbd

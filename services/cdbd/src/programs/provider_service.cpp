@@ -261,7 +261,8 @@ void ProviderService::OnClosed(Connection& connection, const std::string&) {
     // Its workers are useless without it.
     const std::map<uint64_t, Connection*> workers = std::move(found->second.workers);
     daemons_.erase(found);
-    for (const auto& [id, worker] : workers) worker->Close("its control connection is gone");
+    for (const auto& [id, worker] : workers)
+      worker->Close(ConnectionEnd::Reason::kOrphaned, "its control connection is gone");
   } else {
     if (const auto daemon = daemons_.find(connection.daemon_id); daemon != daemons_.end())
       daemon->second.workers.erase(connection.id());

@@ -11,7 +11,6 @@ namespace cdbd {
 namespace {
 
 constexpr size_t kDroppedKept = 16;
-constexpr std::string_view kTooSlow = "did not take in";
 constexpr size_t kMaxSubscriptions = 256;  // of one subscriber
 
 std::string Who(const Subscriber& subscriber) {
@@ -19,10 +18,6 @@ std::string Who(const Subscriber& subscriber) {
 }
 
 }  // namespace
-
-SubscriptionService::~SubscriptionService() {
-  if (current_ != nullptr) loop_.CancelTimer(current_->timer);
-}
 
 void SubscriptionService::Add(Connection& connection) {
   Subscriber subscriber;
@@ -116,8 +111,7 @@ void SubscriptionService::Plan() {
 }
 
 void SubscriptionService::NextPriority() {
-  loop_.CancelTimer(current_->timer);
-  current_->timer = 0;
+  current_->timer.Reset();
   while (current_->awaited.empty() && !current_->plan.empty()) {
     const auto first = current_->plan.begin();
     const auto told = std::move(first->second);
@@ -139,10 +133,7 @@ void SubscriptionService::NextPriority() {
     }
   }
   if (!current_->awaited.empty()) {
-    current_->timer = loop_.AddTimer(limit_, [this] {
-      current_->timer = 0;
-      OnTimeout();
-    });
+    current_->timer = loop_.After(limit_, [this] { OnTimeout(); });
     return;
   }
   const std::unique_ptr<Current> over = std::move(current_);
@@ -178,29 +169,30 @@ void SubscriptionService::OnTimeout() {
     const auto found = subscribers_.find(id);
     if (found == subscribers_.end()) continue;
     Connection* connection = found->second.connection;
-    connection->Close(fmt::format("{} transaction {} within {} s and was disconnected", kTooSlow, current_->txid,
+    connection->Close(ConnectionEnd::Reason::kTooSlow,
+                      fmt::format("did not take in transaction {} within {} s and was disconnected", current_->txid,
                                   static_cast<double>(limit_.count()) / 1000));
     if (current_ == nullptr || current_->txid != txid) return;  // that was the last one
   }
 }
 
-void SubscriptionService::OnClosed(Connection& connection, const std::string& why) {
+void SubscriptionService::OnClosed(Connection& connection, const ConnectionEnd& end) {
   const auto found = subscribers_.find(connection.id());
   if (found == subscribers_.end()) return;
   Subscriber subscriber = std::move(found->second);
   subscribers_.erase(found);
   subscriber.connection = nullptr;
-  if (subscriber.ready) spdlog::info("{} is no longer told of changes: {}", Who(subscriber), why);
+  if (subscriber.ready) spdlog::info("{} is no longer told of changes: {}", Who(subscriber), end.text);
   if (current_ == nullptr) return;
   const uint64_t id = subscriber.id;
   bool told_later = false;
   for (auto& [priority, subscribers] : current_->plan) told_later |= subscribers.erase(id) > 0;
   if (subscriber.state == Subscriber::State::kDelivering || told_later) {
-    if (why.rfind(kTooSlow, 0) == 0)
-      Warn("subscriber-timeout", Who(subscriber) + " " + why);
+    if (end.reason == ConnectionEnd::Reason::kTooSlow)
+      Warn("subscriber-timeout", Who(subscriber) + " " + end.text);
     else
-      Warn("subscriber-lost",
-           fmt::format("{} was lost before it had taken in transaction {}: {}", Who(subscriber), current_->txid, why));
+      Warn("subscriber-lost", fmt::format("{} was lost before it had taken in transaction {}: {}", Who(subscriber),
+                                          current_->txid, end.text));
     Remember(std::move(subscriber));
   }
   NoLongerAwaited(id);

@@ -44,12 +44,10 @@ class SubscriptionService final : public Delivery {
  public:
   SubscriptionService(common::EventLoop& loop, cdb_store::StoreWriter& store, std::chrono::milliseconds limit)
       : loop_{loop}, store_{store}, limit_{limit} {}
-  ~SubscriptionService() override;
-
   void Add(Connection& connection);
   /// False when the packet makes no sense.
   bool OnPacket(Connection& connection, std::string_view packet);
-  void OnClosed(Connection& connection, const std::string& why);
+  void OnClosed(Connection& connection, const ConnectionEnd& end);
 
   [[nodiscard]] bool HasSubscribers() const override;
   void Deliver(const cdb_store::Txid& txid, Done done) override;
@@ -71,7 +69,7 @@ class SubscriptionService final : public Delivery {
     std::map<int32_t, std::map<uint64_t, std::vector<int32_t>>> plan;  ///< priority, subscriber, points
     int32_t priority = 0;
     std::vector<uint64_t> awaited;
-    common::EventLoop::TimerId timer = 0;
+    common::ScheduledTask timer;
     DataErrors warnings;
   };
 
