@@ -1,14 +1,11 @@
 #include "netconf/client.h"
 
-#include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <array>
-#include <cerrno>
 
+#include "common/socket_io.h"
 #include "common/unix_socket.h"
 #include "netconf/xml.h"
 
@@ -82,15 +79,14 @@ common::Status Client::SendBytes(std::string_view bytes, Duration limit) {
   const auto deadline = Clock::now() + limit;
   const size_t total = bytes.size();
   while (!bytes.empty()) {
-    const ssize_t sent = ::send(fd_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
-    if (sent >= 0) {
-      bytes.remove_prefix(static_cast<size_t>(sent));
-      if (progress_) progress_(total - bytes.size(), total);
-    } else if (errno == EAGAIN) {
-      if (const common::Status ready = Wait(POLLOUT, deadline); !ready) return ready;
-    } else if (errno != EINTR) {
-      return common::SystemError("send", "", errno);
+    const common::IoOutcome outcome = common::SendNow(fd_.get(), bytes);
+    if (outcome.kind == common::IoOutcome::Kind::kFailed) {
+      return common::SystemError("send", "", outcome.system_error);
     }
+    bytes.remove_prefix(outcome.size);
+    if (progress_ && outcome.size > 0) progress_(total - bytes.size(), total);
+    if (outcome.kind != common::IoOutcome::Kind::kWouldBlock) continue;
+    if (const common::Status ready = common::WaitReady(fd_.get(), POLLOUT, deadline); !ready) return ready;
   }
   return common::Ok();
 }
@@ -102,28 +98,22 @@ common::Result<std::string> Client::Receive(Duration limit) {
   while (true) {
     const FrameDecoder::Status status = decoder_.Next(&message);
     if (status == FrameDecoder::Status::kMessage) return message;
-    if (status == FrameDecoder::Status::kError) return common::Error{"receive", "", decoder_.error()};
-    const ssize_t got = ::recv(fd_.get(), buffer.data(), buffer.size(), 0);
-    if (got > 0) {
-      decoder_.Append({buffer.data(), static_cast<size_t>(got)});
-    } else if (got == 0) {
-      return common::Error{"receive", "", "the peer closed the connection"};
-    } else if (errno == EAGAIN) {
-      if (const common::Status ready = Wait(POLLIN, deadline); !ready) return ready.error();
-    } else if (errno != EINTR) {
-      return common::SystemError("receive", "", errno);
+    if (status == FrameDecoder::Status::kError) {
+      return common::Error{"receive", "", decoder_.error(), common::ErrorCode::kDamaged};
     }
-  }
-}
-
-common::Status Client::Wait(short events, Clock::time_point deadline) const {
-  pollfd watched{fd_.get(), events, 0};
-  while (true) {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
-    const int ready = ::poll(&watched, 1, static_cast<int>(std::max<int64_t>(left.count(), 0)));
-    if (ready > 0) return common::Ok();
-    if (ready == 0) return common::Error{"wait", "", "no answer within the time limit"};
-    if (errno != EINTR) return common::SystemError("poll", "", errno);
+    const common::IoOutcome outcome = common::ReceiveNow(fd_.get(), buffer.data(), buffer.size());
+    switch (outcome.kind) {
+      case common::IoOutcome::Kind::kBytes:
+        decoder_.Append({buffer.data(), outcome.size});
+        break;
+      case common::IoOutcome::Kind::kWouldBlock:
+        if (const common::Status ready = common::WaitReady(fd_.get(), POLLIN, deadline); !ready) return ready.error();
+        break;
+      case common::IoOutcome::Kind::kEnd:
+        return common::Error{"receive", "", "the peer closed the connection", common::ErrorCode::kClosed};
+      case common::IoOutcome::Kind::kFailed:
+        return common::SystemError("receive", "", outcome.system_error);
+    }
   }
 }
 

@@ -99,11 +99,13 @@ class XmlDocument::Builder final {
 
   common::Status Run(std::string_view text) {
     if (text.size() > INT_MAX) return common::Error{"parse", "XML", "the document is too large"};
-    if (StartsWithWideCharacters(text)) return common::Error{"line 1", "", kOnlyUtf8};
+    if (StartsWithWideCharacters(text))
+      return common::Error{"line 1", "", kOnlyUtf8, common::ErrorCode::kInvalid, 0, 1};
     if (XML_Parse(parser_.get(), text.data(), static_cast<int>(text.size()), XML_TRUE) == XML_STATUS_OK)
       return common::Ok();
     const std::string reason = refused_ != nullptr ? refused_ : XML_ErrorString(XML_GetErrorCode(parser_.get()));
-    return common::Error{"line " + std::to_string(XML_GetCurrentLineNumber(parser_.get())), "", reason};
+    const size_t line = XML_GetCurrentLineNumber(parser_.get());
+    return common::Error{"line " + std::to_string(line), "", reason, common::ErrorCode::kInvalid, 0, line};
   }
 
  private:

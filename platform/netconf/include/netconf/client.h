@@ -13,7 +13,8 @@
 namespace netconf {
 
 /// One NETCONF session over a Unix socket, for programs that do one thing at a time: every call waits, at most for the
-/// time it is given. Any failure ends the session; later calls fail too.
+/// time it is given (IsTimedOut()). Any failure ends the session; later calls fail too. It has no loop and no queue: a
+/// caller that waits for its own answer needs neither.
 class Client final {
  public:
   using Duration = std::chrono::milliseconds;
@@ -28,15 +29,15 @@ class Client final {
   using SendProgress = std::function<void(size_t sent, size_t total)>;
   void OnProgress(SendProgress progress) { progress_ = std::move(progress); }
 
-  /// Sends `operation` (the XML inside <rpc>) and returns the whole <rpc-reply>. A server that answers and hangs up
-  /// before it has read all of it is heard too.
+  /// Sends `operation` (the XML inside <rpc>) and returns the whole <rpc-reply>. An answer is returned even if the
+  /// server closed the connection before it had read the whole request.
   common::Result<std::string> Rpc(std::string_view operation, Duration limit);
 
   /// Sends one framed message.
   common::Status Send(std::string_view message, Duration limit);
   /// Sends bytes as they are.
   common::Status SendBytes(std::string_view bytes, Duration limit);
-  /// The next message. Fails with "the peer closed the connection" at the end of the stream.
+  /// The next message. At the end of the stream it fails with IsClosed().
   common::Result<std::string> Receive(Duration limit);
   /// Exchanges hellos on a raw connection.
   common::Status Hello(Duration limit, bool base_1_1);
@@ -48,7 +49,6 @@ class Client final {
 
  private:
   explicit Client(common::UniqueFd fd);
-  common::Status Wait(short events, std::chrono::steady_clock::time_point deadline) const;
 
   common::UniqueFd fd_;
   FrameDecoder decoder_;
