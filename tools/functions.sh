@@ -10,20 +10,35 @@ die() {
   exit 1
 }
 
-# missing_packages FILE: prints the packages of FILE (one a line, # starts a comment) that are not installed.
+# debian_release: the code name of this system's Debian release; ends the script on another system.
+debian_release() {
+  local release
+  # shellcheck disable=SC1091  # the system's own file
+  release=$(. /etc/os-release 2>/dev/null && [ "${ID:-}" = debian ] && printf '%s' "${VERSION_CODENAME:-}") || true
+  case $release in
+    bookworm | trixie) printf '%s\n' "$release" ;;
+    *) die "needs Debian 12 (bookworm) or Debian 13 (trixie); /etc/os-release names neither" ;;
+  esac
+}
+
+# list_packages FILE RELEASE: prints the packages of FILE that RELEASE needs, one a line. FILE has one package a line, with
+# an optional second column: the releases that have it. # starts a comment.
+list_packages() {
+  awk -v release="$2" '{ sub(/#.*/, "") } NF == 1 { print $1 }
+    { for (i = 2; i <= NF; i++) if ($i == release) print $1 }' "$1" | sort -u
+}
+
+# missing_packages FILE RELEASE: prints the packages of FILE that are not installed.
 missing_packages() {
-  local wanted
-  wanted=$(sed -e 's/#.*//' "$1" | awk 'NF { print $1 }' | sort -u)
-  # shellcheck disable=SC2086  # one word per package
-  comm -23 <(printf '%s\n' $wanted) \
+  comm -23 <(list_packages "$1" "$2") \
     <(dpkg-query -W -f='${Package} ${db:Status-Status}\n' 2>/dev/null | awk '$2 == "installed" { print $1 }' | sort -u)
 }
 
 # require_packages FILE: installs the missing ones as root; without root it names them and gives up.
 require_packages() {
-  local missing
-  command -v dpkg-query >/dev/null || die "this is no Debian system; needed are the packages of $1 and what they provide"
-  missing=$(missing_packages "$1" | tr '\n' ' ')
+  local release missing
+  release=$(debian_release) || exit 1
+  missing=$(missing_packages "$1" "$release" | tr '\n' ' ')
   [ -n "${missing// /}" ] || return 0
   [ "$(id -u)" -eq 0 ] || die "missing packages: $missing- install them as root: apt-get install $missing"
   say "installing $missing"
