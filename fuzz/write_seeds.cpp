@@ -33,12 +33,10 @@ void WriteConfdMessages() {
   write("trans-init", TransInit{});
   write("trans-init-reply", TransInitReply{});
   write("trans-finish", TransFinish{});
-  write("get-next", GetNext{.callpoint = "point"});
-  write("get-object", GetObject{.callpoint = "point"});
-  write("next-key-reply", NextKeyReply{.keys = {number, number}});
-  write("object-reply", ObjectReply{.values = {{.tag = 1, .value = number}, {.tag = 2, .value = number}}});
-  write("not-found-reply", NotFoundReply{});
-  write("error-reply", ErrorReply{.text = "no"});
+  write("read-rows", ReadRows{.callpoint = "point", .limit = 8});
+  const Row row{{number, number}, {{.tag = 1, .value = number}, {.tag = 2, .value = number}}};
+  write("rows", Rows{.rows = {row, row}});
+  write("read-failed", ReadFailed{.text = "no"});
 }
 
 void WriteManagerMessages() {

@@ -26,8 +26,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, size_t size) {
                    Read<SubscribeReply>(packet) + Read<SubscribeDone>(packet) + Read<SubscribeDoneReply>(packet) +
                    Read<Trigger>(packet) + Read<Sync>(packet) + Read<Register>(packet) + Read<RegisterReply>(packet) +
                    Read<TransInit>(packet) + Read<TransInitReply>(packet) + Read<TransFinish>(packet) +
-                   Read<GetNext>(packet) + Read<GetObject>(packet) + Read<NextKeyReply>(packet) +
-                   Read<ObjectReply>(packet) + Read<NotFoundReply>(packet) + Read<ErrorReply>(packet);
+                   Read<ReadRows>(packet) + Read<Rows>(packet) + Read<ReadFailed>(packet);
   fuzz::Require(read <= 1, "a packet is of one type");
   fuzz::Require(read == 0 || TypeOf(packet).has_value(), "and says which");
   return 0;

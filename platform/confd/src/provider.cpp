@@ -1,8 +1,14 @@
 #include "provider.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace confd {
+namespace {
+
+constexpr size_t kPageHead = 64;  // most bytes of a page without rows
+
+}  // namespace
 
 const confd_data_cbs* Daemon::FindCallbacks(const std::string& callpoint) const {
   const auto same = [&](const confd_data_cbs& callbacks) { return callpoint == callbacks.callpoint; };
@@ -16,18 +22,31 @@ std::shared_ptr<Worker> Daemon::FindWorker(int fd) const {
   return found == workers.end() ? nullptr : *found;
 }
 
-int Worker::Send(const std::string& message) {
-  if (!answers) return connection->Send(message);
-  if (!answers->empty() && answers->SizeWith(message.size()) > confd_wire::kMaxMessage) {
-    if (const int result = connection->Send(answers->Take()); result != CONFD_OK) return result;
-  }
-  answers->AddEncoded(message);
-  return CONFD_OK;
+size_t Page::SizeOf(const confd_wire::Row& row) {
+  constexpr size_t kHead = 16;  // of the row, and of a value with its tag
+  size_t size = kHead;
+  for (const confd_wire::Value& key : row.keys) size += kHead + key.stored.size();
+  for (const confd_wire::TagValue& value : row.values) size += kHead + value.value.stored.size();
+  return size;
 }
 
-int AnswersTogether::Send() const {
-  if (!outermost_ || worker_.answers->empty()) return CONFD_OK;
-  return worker_.connection->Send(worker_.answers->Take());
+bool Page::Fits(size_t row_size) { return kPageHead + row_size <= confd_wire::kMaxMessage; }
+
+bool Page::Add(confd_wire::Row& row) {
+  const size_t size = size_ + SizeOf(row);
+  if (!Fits(size)) return false;
+  size_ = size;
+  reply.rows.push_back(std::move(row));
+  return true;
+}
+
+int Transaction::SendPage() {
+  const Page done = *std::exchange(page, std::nullopt);
+  open = Call::kNone;
+  is_delayed = false;
+  const std::string packet = done.error ? confd_wire::Encode(confd_wire::ReadFailed{done.reply.request, *done.error})
+                                        : confd_wire::Encode(done.reply);
+  return worker->connection->Send(packet);
 }
 
 Provider& Provider::Get() {
@@ -87,11 +106,12 @@ void Provider::End(const std::shared_ptr<Transaction>& transaction, Transaction:
   if (transaction->state != Transaction::State::kRunning) return;
   transaction->state = state;
   running_.erase({transaction->daemon.get(), transaction->context.thandle});
-  const auto is_owed = [](const std::optional<OpenRequest>& request) { return request && request->delayed; };
-  transaction->is_owed = is_owed(transaction->next_key) || is_owed(transaction->object);
-  transaction->next_key.reset();
-  transaction->object.reset();
+  transaction->is_owed = transaction->is_delayed;
+  transaction->page.reset();
+  transaction->open = Transaction::Call::kNone;
+  transaction->is_delayed = false;
   transaction->next_row.reset();
+  transaction->left_over.reset();
   transaction->worker.reset();
   if (!transaction->is_owed) Quarantine(transaction);
 }

@@ -42,7 +42,7 @@ int confd_connect(confd_daemon_ctx* dctx, int sock, confd_sock_type type, const 
     daemon->id = reply.id;
   } else {
     std::erase_if(daemon->workers, [sock](const auto& old) { return old->connection->fd() == sock; });
-    daemon->workers.push_back(std::make_shared<confd::Worker>(confd::Worker{std::move(connection), reply.id, {}}));
+    daemon->workers.push_back(std::make_shared<confd::Worker>(confd::Worker{std::move(connection), reply.id}));
   }
   return CONFD_OK;
 }
@@ -91,7 +91,8 @@ int confd_trans_set_fd(confd_trans_ctx* tctx, int sock) {
   }
   const auto worker = transaction->daemon->FindWorker(sock);
   if (worker == nullptr) {
-    return Fail(CONFD_ERR_NOEXISTS, "socket " + std::to_string(sock) + " is no worker socket of this daemon context");
+    return Fail(CONFD_ERR_NOEXISTS,
+                "socket " + std::to_string(sock) + " is not a worker socket of this daemon context");
   }
   transaction->worker = worker;
   return CONFD_OK;

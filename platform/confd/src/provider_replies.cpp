@@ -1,22 +1,29 @@
-// Answers to requests, in the callback or later.
+// Answers to callbacks, given inside them or later.
 #include "client.h"
 #include "provider.h"
 #include "values.h"
 
 using confd::Fail;
-using confd::OpenRequest;
+using confd::Page;
 using confd::Provider;
 using confd::Transaction;
 
 namespace {
 
-/// The request that an answer of this kind is for. Null, with the last error set, when nothing waits for it.
-std::optional<OpenRequest>* FindOpen(const std::shared_ptr<Transaction>& transaction,
-                                     std::optional<OpenRequest>* wanted) {
-  const std::string name = "transaction " + std::to_string(transaction->context.thandle);
+using TransactionPtr = std::shared_ptr<Transaction>;
+using Call = Transaction::Call;
+
+/// The transaction whose open callback an answer is for: one of `wanted`, or any for kNone. Null, with the last error
+/// set, when none waits for the answer.
+TransactionPtr FindOpen(const confd_trans_ctx* tctx, Call wanted) {
+  TransactionPtr transaction = Provider::Get().Find(tctx);
+  if (transaction == nullptr) return nullptr;
+  const std::string name = "transaction " + std::to_string(tctx->thandle);
   switch (transaction->state) {
     case Transaction::State::kRunning:
-      if (*wanted) return wanted;
+      if (transaction->open != Call::kNone && (wanted == Call::kNone || wanted == transaction->open)) {
+        return transaction;
+      }
       Fail(CONFD_ERR_BADSTATE, name + " has no open request for this answer: it was answered before");
       return nullptr;
     case Transaction::State::kFinished:
@@ -33,27 +40,25 @@ std::optional<OpenRequest>* FindOpen(const std::shared_ptr<Transaction>& transac
   return nullptr;
 }
 
-/// Sends the answer and closes the request. A connection that is gone is an error of the transaction here.
-template <class Reply>
-int Answer(const std::shared_ptr<Transaction>& transaction, std::optional<OpenRequest>& open, Reply reply) {
-  reply.request = (*open).id;
-  std::string packet = confd_wire::Encode(reply);
-  if (packet.size() > confd_wire::kMaxMessage) {
-    return Fail(CONFD_ERR_PROTOUSAGE, "an answer of " + std::to_string(packet.size()) + " bytes is too long");
-  }
-  open.reset();
+/// The callback is answered. An answer that comes later ends the page early: the callbacks after it run when the server
+/// asks for the next one, and not inside the application's call. A connection that is gone is an error of the
+/// transaction here.
+int Answered(const TransactionPtr& transaction) {
+  transaction->open = Call::kNone;
+  if (!transaction->is_delayed) return CONFD_OK;
   const std::shared_ptr<confd::Worker> worker = transaction->worker;
-  const int result = worker->Send(packet);
+  const int result = transaction->SendPage();
   if (result != CONFD_EOF) return result;
   Provider::Get().EndAll(*transaction->daemon, worker.get(), Transaction::State::kConnectionGone);
   return Fail(CONFD_ERR_BADSTATE,
               "transaction " + std::to_string(transaction->context.thandle) + ": its connection is gone");
 }
 
-/// The request whose callback runs, else the one that waits.
-std::optional<OpenRequest>* AnyOpen(Transaction& transaction) {
-  if (transaction.current != nullptr && *transaction.current) return transaction.current;
-  return transaction.next_key ? &transaction.next_key : &transaction.object;
+/// The row's object has been answered: the key after it is next.
+int RowIsDone(const TransactionPtr& transaction) {
+  transaction->page->reply.next = transaction->next_row->next;
+  transaction->next_row.reset();
+  return Answered(transaction);
 }
 
 int ToKeys(const cdb_store::Schema& schema, const cdb_store::Node& list, const confd_value_t* keys, int n,
@@ -75,58 +80,52 @@ int ToKeys(const cdb_store::Schema& schema, const cdb_store::Node& list, const c
 }  // namespace
 
 int confd_data_reply_next_key(confd_trans_ctx* tctx, const confd_value_t* keys, int n, long next) {
-  const auto transaction = Provider::Get().Find(tctx);
+  const TransactionPtr transaction = FindOpen(tctx, Call::kGetNext);
   if (transaction == nullptr) return CONFD_ERR;
-  std::optional<OpenRequest>* const open = FindOpen(transaction, &transaction->next_key);
-  if (open == nullptr) return CONFD_ERR;
-  confd_wire::NextKeyReply reply;
-  reply.end = keys == nullptr && n == -1;
-  reply.next = next;
-  if (!reply.end) {
-    const cdb_store::Schema& schema = *confd::Client::Get().schema();
-    if (const int result = ToKeys(schema, *(*open)->node, keys, n, reply.keys); result != CONFD_OK) return result;
+  if (keys == nullptr && n == -1) {
+    transaction->page->reply.end = true;
+    return Answered(transaction);
   }
-  // On with the row by itself: only from within the callback, and not while its row's object is still owed, which would
-  // stand in the way of the next one's.
-  if (!reply.end && (*open)->ahead > 0 && transaction->current == open && !transaction->object) {
-    reply.goes_on = true;
-    transaction->next_row = confd::NextRow{reply.keys, next};
+  confd::NextRow row;
+  row.next = next;
+  const cdb_store::Schema& schema = *confd::Client::Get().schema();
+  if (const int result = ToKeys(schema, *transaction->page->list, keys, n, row.keys); result != CONFD_OK) {
+    return result;
   }
-  const int result = Answer(transaction, *open, std::move(reply));
-  if (result != CONFD_OK) transaction->next_row.reset();
-  return result;
+  transaction->next_row = std::move(row);
+  return Answered(transaction);
 }
 
 int confd_data_reply_tag_value_array(confd_trans_ctx* tctx, const confd_tag_value_t* values, int n) {
-  const auto transaction = Provider::Get().Find(tctx);
+  const TransactionPtr transaction = FindOpen(tctx, Call::kGetObject);
   if (transaction == nullptr) return CONFD_ERR;
-  std::optional<OpenRequest>* const open = FindOpen(transaction, &transaction->object);
-  if (open == nullptr) return CONFD_ERR;
   if (n < 0 || (values == nullptr && n > 0)) return Fail(CONFD_ERR_PROTOUSAGE, "the values are missing");
-  confd_wire::ObjectReply reply;
+  confd_wire::Row row;
+  row.values.resize(static_cast<size_t>(n));
   for (int i = 0; i < n; ++i) {
-    confd_wire::TagValue& value = reply.values.emplace_back();
+    confd_wire::TagValue& value = row.values[static_cast<size_t>(i)];
     value.tag = values[i].tag.tag;
     value.ns = values[i].tag.ns;
     if (!confd::ToWire(values[i].v, value.value)) {
       return Fail(CONFD_ERR_BADTYPE, "value " + std::to_string(i) + " has a type that cannot be sent");
     }
   }
-  return Answer(transaction, *open, std::move(reply));
+  row.keys = transaction->next_row->keys;
+  if (const size_t size = Page::SizeOf(row); !Page::Fits(size)) {
+    return Fail(CONFD_ERR_PROTOUSAGE, "an answer of " + std::to_string(size) + " bytes is too long");
+  }
+  if (!transaction->page->Add(row)) transaction->left_over = std::move(row);
+  return RowIsDone(transaction);
 }
 
 int confd_data_reply_not_found(confd_trans_ctx* tctx) {
-  const auto transaction = Provider::Get().Find(tctx);
-  if (transaction == nullptr) return CONFD_ERR;
-  std::optional<OpenRequest>* const open = FindOpen(transaction, &transaction->object);
-  return open != nullptr ? Answer(transaction, *open, confd_wire::NotFoundReply{}) : CONFD_ERR;
+  const TransactionPtr transaction = FindOpen(tctx, Call::kGetObject);
+  return transaction != nullptr ? RowIsDone(transaction) : CONFD_ERR;
 }
 
 int confd_delayed_reply_error(confd_trans_ctx* tctx, const char* text) {
-  const auto transaction = Provider::Get().Find(tctx);
+  const TransactionPtr transaction = FindOpen(tctx, Call::kNone);
   if (transaction == nullptr) return CONFD_ERR;
-  std::optional<OpenRequest>* const open = FindOpen(transaction, AnyOpen(*transaction));
-  if (open == nullptr) return CONFD_ERR;
-  return Answer(transaction, *open,
-                confd_wire::ErrorReply{0, text != nullptr ? text : "the provider reports an error"});
+  transaction->page->error = text != nullptr ? text : "the provider reports an error";
+  return Answered(transaction);
 }

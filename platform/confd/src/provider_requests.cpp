@@ -1,4 +1,4 @@
-// confd_fd_ready(): one packet, and the callbacks that its requests are for.
+// confd_fd_ready(): one message of the server, and the callbacks that it is for.
 #include <chrono>
 #include <utility>
 
@@ -11,7 +11,7 @@ using confd::Client;
 using confd::Connection;
 using confd::Daemon;
 using confd::Fail;
-using confd::OpenRequest;
+using confd::Page;
 using confd::Provider;
 using confd::Transaction;
 using confd::Worker;
@@ -21,8 +21,8 @@ namespace {
 using namespace confd_wire;
 using Clock = std::chrono::steady_clock;
 
-/// How long the library goes on from row to row by itself, before it looks for what else there is to do.
-constexpr std::chrono::milliseconds kGoingOnLimit{10};
+/// How long one page may take: then the application's loop has its turn.
+constexpr std::chrono::milliseconds kPageTime{10};
 
 int HandleInit(const std::shared_ptr<Daemon>& daemon, const TransInit& init) {
   const std::shared_ptr<Connection> control = daemon->control;
@@ -52,116 +52,103 @@ int HandleFinish(const std::shared_ptr<Daemon>& daemon, const TransFinish& finis
   return CONFD_OK;
 }
 
-int Refuse(Worker& worker, uint64_t request, const std::string& why) {
-  return worker.Send(Encode(ErrorReply{request, why}));
+/// Runs the callback that `open` says, for the path below. True when it was answered; else the page has an error, the
+/// answer is delayed, or the transaction is over.
+template <class Callback>
+bool Ask(const std::shared_ptr<Transaction>& transaction, Transaction::Call open, const Callback& callback) {
+  transaction->open = open;
+  const int answer = callback();
+  if (transaction->state != Transaction::State::kRunning) return false;
+  if (transaction->open == Transaction::Call::kNone) return !transaction->page->error;
+  if (answer == CONFD_DELAYED_RESPONSE) {
+    transaction->is_delayed = true;
+    return false;
+  }
+  transaction->page->error =
+      answer == CONFD_OK ? "the provider's callback gave no answer" : "the provider's callback failed";
+  return false;
 }
 
-uint16_t Ahead(const GetNext& request) { return request.ahead; }
-uint16_t Ahead(const GetObject&) { return 0; }
+bool AskNextKey(const std::shared_ptr<Transaction>& transaction, const confd_data_cbs& callbacks) {
+  const cdb_store::Schema& schema = *Client::Get().schema();
+  const Page& page = *transaction->page;
+  confd::KeypathBuilder path{schema};
+  confd::PushPath(path, schema, *page.list, page.parent_keys);
+  const auto from = static_cast<long>(page.reply.next);
+  return Ask(transaction, Transaction::Call::kGetNext, [&] {
+    return callbacks.get_next != nullptr ? callbacks.get_next(&transaction->context, path.Build(), from) : CONFD_ERR;
+  });
+}
 
-/// What both requests share: the transaction, the callbacks, the place where the open request is kept, and what
-/// follows the callback. `call` runs it with the keypath.
-template <class Request, class Call>
-int HandleRequest(const std::shared_ptr<Daemon>& daemon, const std::shared_ptr<Worker>& worker, const Request& request,
-                  std::optional<OpenRequest> Transaction::*slot, std::string_view keys, Call call) {
+bool AskObject(const std::shared_ptr<Transaction>& transaction, const confd_data_cbs& callbacks) {
+  const cdb_store::Schema& schema = *Client::Get().schema();
+  Page& page = *transaction->page;
+  cdb_store::InstanceKey keys{page.parent_keys};
+  for (const Value& value : transaction->next_row->keys) {
+    if (keys.Append(value.type, value.stored)) continue;
+    page.error = "the keys of a row are too long";
+    return false;
+  }
+  confd::KeypathBuilder path{schema};
+  confd::PushPath(path, schema, *page.list, keys.keys());
+  return Ask(transaction, Transaction::Call::kGetObject, [&] {
+    return callbacks.get_object != nullptr ? callbacks.get_object(&transaction->context, path.Build()) : CONFD_ERR;
+  });
+}
+
+/// Runs the callbacks for the rows of the page, one after the other, until it is complete, has failed, or waits for a
+/// delayed answer.
+void FillPage(const std::shared_ptr<Transaction>& transaction, const confd_data_cbs& callbacks) {
+  const Clock::time_point end = Clock::now() + kPageTime;
+  const auto is_full = [&] {
+    return transaction->left_over || transaction->page->reply.rows.size() >= transaction->page->limit ||
+           Clock::now() >= end;
+  };
+  while (!is_full()) {
+    if (!transaction->next_row && !AskNextKey(transaction, callbacks)) return;
+    if (transaction->page->reply.end || !AskObject(transaction, callbacks)) return;
+  }
+}
+
+/// Why the page cannot be served, or "".
+std::string WhyNot(const Transaction* transaction, const confd_data_cbs* callbacks, const ReadRows& request) {
   const cdb_store::Schema* const schema = Client::Get().schema();
-  const auto transaction = Provider::Get().FindRunning(*daemon, request.thandle);
-  const confd_data_cbs* const found = daemon->FindCallbacks(request.callpoint);
-  if (transaction == nullptr) return Refuse(*worker, request.request, "the provider knows no such transaction");
-  if (found == nullptr) return Refuse(*worker, request.request, "the provider has no callpoint " + request.callpoint);
-  const confd_data_cbs callbacks = *found;  // the callback may register anew
+  if (transaction == nullptr) return "the provider knows no such transaction";
+  if (callbacks == nullptr) return "the provider has no callpoint " + request.callpoint;
   const bool is_list = schema != nullptr && request.node < schema->size() &&
                        schema->node(request.node).kind == cdb_store::NodeKind::kList;
-  const cdb_store::Node* const list = is_list ? &schema->node(request.node) : nullptr;
-  if (list == nullptr || !cdb_store::KeysSizeAt(*schema, schema->node(list->parent), keys)) {
-    return Refuse(*worker, request.request, "the provider has another data model");
+  if (!is_list ||
+      !cdb_store::KeysSizeAt(*schema, schema->node(schema->node(request.node).parent), request.parent_keys)) {
+    return "the provider has another data model";
   }
-  std::optional<OpenRequest>& open = (*transaction).*slot;
   // The late answer to the earlier request must not be taken for this one's.
-  if (open) return Refuse(*worker, request.request, "the provider has not answered an earlier request");
-  open = OpenRequest{request.request, list, false, Ahead(request)};
-  confd::KeypathBuilder path(*schema);
-  confd::PushPath(path, *schema, *list, keys);
+  return transaction->page ? "the provider has not answered an earlier request" : "";
+}
 
-  transaction->current = &open;
-  const int answer = call(callbacks, transaction->context, path.Build());
-  transaction->current = nullptr;
-  if (!open || open->id != request.request) return CONFD_OK;  // answered, or the transaction is over
-  if (answer == CONFD_DELAYED_RESPONSE) {
-    open->delayed = true;
-    return CONFD_OK;
+int HandleReadRows(const std::shared_ptr<Daemon>& daemon, Worker& worker, const ReadRows& request) {
+  const auto transaction = Provider::Get().FindRunning(*daemon, request.thandle);
+  const confd_data_cbs* const found = daemon->FindCallbacks(request.callpoint);
+  if (const std::string why = WhyNot(transaction.get(), found, request); !why.empty()) {
+    return worker.connection->Send(Encode(ReadFailed{request.request, why}));
   }
-  open.reset();
-  return Refuse(*worker, request.request,
-                answer == CONFD_OK ? "the provider's callback gave no answer" : "the provider's callback failed");
+  Page& page = transaction->page.emplace();
+  page.list = &Client::Get().schema()->node(request.node);
+  page.parent_keys = request.parent_keys;
+  page.limit = request.limit;
+  page.reply.request = request.request;
+  page.reply.next = request.from;
+  if (transaction->left_over) page.Add(*transaction->left_over);
+  transaction->left_over.reset();
+  const confd_data_cbs callbacks = *found;  // a callback may register others
+  FillPage(transaction, callbacks);
+  if (transaction->state != Transaction::State::kRunning || transaction->is_delayed) return CONFD_OK;
+  return transaction->SendPage();
 }
 
-int HandleGetNext(const std::shared_ptr<Daemon>& daemon, const std::shared_ptr<Worker>& worker,
-                  const GetNext& request) {
-  const auto call = [&](const confd_data_cbs& callbacks, confd_trans_ctx& context, confd_hkeypath_t* path) {
-    return callbacks.get_next != nullptr ? callbacks.get_next(&context, path, static_cast<long>(request.next))
-                                         : CONFD_ERR;
-  };
-  return HandleRequest(daemon, worker, request, &Transaction::next_key, request.parent_keys, call);
-}
-
-int HandleGetObject(const std::shared_ptr<Daemon>& daemon, const std::shared_ptr<Worker>& worker,
-                    const GetObject& request) {
-  const auto call = [](const confd_data_cbs& callbacks, confd_trans_ctx& context, confd_hkeypath_t* path) {
-    return callbacks.get_object != nullptr ? callbacks.get_object(&context, path) : CONFD_ERR;
-  };
-  return HandleRequest(daemon, worker, request, &Transaction::object, request.keys, call);
-}
-
-/// The key that `request` is answered with, as part of a request.
-std::optional<std::string> KeysOf(const GetNext& request, const confd::NextRow& row) {
-  cdb_store::InstanceKey keys{request.parent_keys};
-  for (const Value& value : row.keys) {
-    if (!keys.Append(value.type, value.stored)) return std::nullopt;
-  }
-  return std::string{keys.keys()};
-}
-
-/// A get_next, and as long as its answers promise so what the server would ask next: the object of the row and the key
-/// after it. Whatever needs the server, or waits, ends it.
-int HandleWalk(const std::shared_ptr<Daemon>& daemon, const std::shared_ptr<Worker>& worker, GetNext request) {
-  const Clock::time_point end = Clock::now() + kGoingOnLimit;
-  for (int result = CONFD_OK;;) {
-    if (result = HandleGetNext(daemon, worker, request); result != CONFD_OK) return result;
-    const auto transaction = Provider::Get().FindRunning(*daemon, request.thandle);
-    if (transaction == nullptr || !transaction->next_row) return CONFD_OK;
-    const confd::NextRow row = *std::exchange(transaction->next_row, std::nullopt);
-    const auto keys = KeysOf(request, row);
-    if (!keys) return Refuse(*worker, request.request + 1, "the keys of a row are too long");
-    const GetObject object{request.request + 1, request.thandle, request.callpoint, request.node, *keys};
-    if (result = HandleGetObject(daemon, worker, object); result != CONFD_OK || daemon->released) return result;
-    request.request += 2;
-    request.next = row.next;
-    --request.ahead;
-    if (Clock::now() >= end) request.ahead = 0;
-  }
-}
-
-int HandleWorkerMessage(const std::shared_ptr<Daemon>& daemon, const std::shared_ptr<Worker>& worker,
-                        std::string_view message) {
-  if (const auto request = Decode<GetNext>(message)) return HandleWalk(daemon, worker, *request);
-  if (const auto request = Decode<GetObject>(message)) return HandleGetObject(daemon, worker, *request);
+int HandleWorkerMessage(const std::shared_ptr<Daemon>& daemon, Worker& worker, std::string_view message) {
+  if (const auto request = Decode<ReadRows>(message)) return HandleReadRows(daemon, worker, *request);
   if (const auto finish = Decode<TransFinish>(message)) return HandleFinish(daemon, *finish);
-  return worker->connection->FailProtocol();
-}
-
-int HandleWorkerPacket(const std::shared_ptr<Daemon>& daemon, const std::shared_ptr<Worker>& worker,
-                       std::string_view packet) {
-  const confd::AnswersTogether answers{*worker};
-  int result = CONFD_OK;
-  const bool whole = confd_wire::ForEachMessage(packet, [&](std::string_view message) {
-    if (!daemon->released) result = HandleWorkerMessage(daemon, worker, message);
-    return result == CONFD_OK;
-  });
-  if (!whole && result == CONFD_OK) result = worker->connection->FailProtocol();
-  if (daemon->released) return CONFD_OK;
-  const int sent = answers.Send();
-  return result != CONFD_OK ? result : sent;
+  return worker.connection->FailProtocol();
 }
 
 }  // namespace
@@ -172,12 +159,12 @@ int confd_fd_ready(confd_daemon_ctx* dctx, int fd) {
   const bool is_control = daemon->control != nullptr && daemon->control->fd() == fd;
   const std::shared_ptr<Worker> worker = is_control ? nullptr : daemon->FindWorker(fd);
   if (!is_control && worker == nullptr) {
-    return Fail(CONFD_ERR_NOEXISTS, "socket " + std::to_string(fd) + " is no socket of this daemon context");
+    return Fail(CONFD_ERR_NOEXISTS, "socket " + std::to_string(fd) + " is not a socket of this daemon context");
   }
   const std::shared_ptr<Connection> connection = is_control ? daemon->control : worker->connection;
   std::string packet;
   int result = connection->ReceiveNow(packet);
-  if (result == CONFD_OK && !packet.empty() && !is_control) result = HandleWorkerPacket(daemon, worker, packet);
+  if (result == CONFD_OK && !packet.empty() && !is_control) result = HandleWorkerMessage(daemon, *worker, packet);
   if (result == CONFD_EOF) {
     Provider::Get().EndAll(*daemon, worker.get(), Transaction::State::kConnectionGone);
     Fail(CONFD_ERR_OS, "socket " + std::to_string(fd) + ": the connection to the configuration database is gone");

@@ -130,11 +130,7 @@ void TestServer::Keep(std::string_view received) {
   common::ByteReader in(received);
   in.Get<char>();
   const auto connection = in.Get<uint64_t>();
-  ++received_;
-  confd_wire::ForEachMessage(in.GetString(), [&](std::string_view message) {
-    packets_.push_back({connection, std::string{message}, received_});
-    return true;
-  });
+  packets_.push_back({connection, std::string{in.GetString()}});
 }
 
 Packet TestServer::Receive() {

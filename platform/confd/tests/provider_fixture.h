@@ -53,6 +53,7 @@ inline int OnObject(confd_trans_ctx* tctx, confd_hkeypath_t* kp) {
   return App(tctx).on_object(tctx, kp);
 }
 
+inline int ReplyEnd(confd_trans_ctx* tctx) { return confd_data_reply_next_key(tctx, nullptr, -1, -1); }
 inline int ReplyKey(confd_trans_ctx* tctx, int64_t key, long next) {
   confd_value_t value;
   CONFD_SET_INT64(&value, key);
@@ -115,9 +116,8 @@ class ProviderTest : public ::testing::Test {
     EXPECT_EQ(reply.error, "");
     EXPECT_EQ(reply.worker_id, worker_id_);
   }
-  GetNext Next(uint64_t request, int thandle, int64_t next = -1) { return {request, thandle, "rows", row_, "", next}; }
-  GetObject Object(uint64_t request, int thandle, int64_t key) {
-    return {request, thandle, "rows", row_, StoreInt(key)};
+  ReadRows Read(uint64_t request, int thandle, int64_t from = -1, uint16_t limit = 8) {
+    return {request, thandle, "rows", row_, "", from, limit};
   }
   /// Begins a transaction whose first get_next is delayed; its context.
   confd_trans_ctx* BeginDelayed(int thandle, uint64_t request) {
@@ -127,7 +127,7 @@ class ProviderTest : public ::testing::Test {
       return CONFD_DELAYED_RESPONSE;
     };
     Begin(thandle);
-    EXPECT_EQ(Deliver(Next(request, thandle)), CONFD_OK);
+    EXPECT_EQ(Deliver(Read(request, thandle)), CONFD_OK);
     return kept;
   }
   void ExpectRefused(int result, const char* text) {

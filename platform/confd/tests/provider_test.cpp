@@ -10,7 +10,7 @@ TEST_F(ProviderTest, ServesAListRowByRow) {
   app_.on_init = [&](confd_trans_ctx* tctx) { return confd_trans_set_fd(tctx, worker_); };
   app_.on_next = [](confd_trans_ctx* tctx, confd_hkeypath_t*, long next) {
     const long position = next < 0 ? 0 : next;
-    return position < 2 ? ReplyKey(tctx, position, position + 1) : confd_data_reply_next_key(tctx, nullptr, -1, -1);
+    return position < 2 ? ReplyKey(tctx, position, position + 1) : ReplyEnd(tctx);
   };
   app_.on_object = [](confd_trans_ctx* tctx, confd_hkeypath_t* kp) {
     confd_tag_value_t values[2];
@@ -21,25 +21,19 @@ TEST_F(ProviderTest, ServesAListRowByRow) {
     return confd_data_reply_tag_value_array(tctx, values, 2);
   };
   Begin(5);
-  EXPECT_EQ(Deliver(Next(1, 5)), CONFD_OK);
-  const NextKeyReply first = server_.Expect<NextKeyReply>();
-  EXPECT_EQ(first.request, 1U);
-  EXPECT_EQ(first.keys, (std::vector<Value>{{ValueType::kInt64, StoreInt<int64_t>(0)}}));
-  EXPECT_EQ(first.next, 1);
-  // The next key and this row's object are under way together.
-  server_.Send(worker_id_, Next(2, 5, 1));
-  EXPECT_EQ(Deliver(Object(3, 5, 0)), CONFD_OK);
-  EXPECT_EQ(server_.Expect<NextKeyReply>().request, 2U);
-  EXPECT_EQ(HandleOne(worker_), CONFD_OK);
-  const ObjectReply object = server_.Expect<ObjectReply>();
-  EXPECT_EQ(object.request, 3U);
-  EXPECT_EQ(object.values, (std::vector<TagValue>{{17, 0, {ValueType::kString, "text"}},
-                                                  {18, 0, {ValueType::kInt64, StoreInt<int64_t>(0)}}}));
-  EXPECT_EQ(Deliver(Next(4, 5, 2)), CONFD_OK);
-  EXPECT_TRUE(server_.Expect<NextKeyReply>().end);
+  EXPECT_EQ(Deliver(Read(1, 5)), CONFD_OK);
+  const Rows page = server_.Expect<Rows>();
+  EXPECT_EQ(page.request, 1U);
+  EXPECT_TRUE(page.end);
+  const auto row = [](int64_t key) {
+    return Row{{{ValueType::kInt64, StoreInt(key)}},
+               {{17, 0, {ValueType::kString, "text"}}, {18, 0, {ValueType::kInt64, StoreInt(key)}}}};
+  };
+  EXPECT_EQ(page.rows, (std::vector<Row>{row(0), row(1)}));
   EXPECT_EQ(Deliver(TransFinish{5}), CONFD_OK);
-  EXPECT_THAT(app_.trace, ElementsAre("init 5", "next /box/state/row -1", "next /box/state/row 1",
-                                      "object /box/state/row{0}", "next /box/state/row 2", "finish 5"));
+  EXPECT_THAT(app_.trace,
+              ElementsAre("init 5", "next /box/state/row -1", "object /box/state/row{0}", "next /box/state/row 1",
+                          "object /box/state/row{1}", "next /box/state/row 2", "finish 5"));
 }
 
 TEST_F(ProviderTest, NothingWaitingIsNoError) {
@@ -51,14 +45,21 @@ TEST_F(ProviderTest, NothingWaitingIsNoError) {
 TEST_F(ProviderTest, ADelayedAnswerArrivesLater) {
   confd_trans_ctx* const kept = BeginDelayed(5, 1);
   EXPECT_TRUE(server_.IsQuiet());
+  app_.on_object = [](confd_trans_ctx* tctx, confd_hkeypath_t*) { return confd_data_reply_not_found(tctx); };
+  app_.on_next = [](confd_trans_ctx* tctx, confd_hkeypath_t*, long next) {
+    EXPECT_EQ(next, 8);
+    return ReplyEnd(tctx);
+  };
   EXPECT_EQ(ReplyKey(kept, 7, 8), CONFD_OK);
-  EXPECT_EQ(server_.Expect<NextKeyReply>().next, 8);
+  EXPECT_FALSE(server_.Expect<Rows>().end);
+  EXPECT_EQ(Deliver(Read(2, 5)), CONFD_OK);
+  EXPECT_TRUE(server_.Expect<Rows>().end);
 }
 
 TEST_F(ProviderTest, ASecondAnswerIsRefused) {
   confd_trans_ctx* const kept = BeginDelayed(5, 1);
   EXPECT_EQ(ReplyKey(kept, 7, 8), CONFD_OK);
-  server_.Expect<NextKeyReply>();
+  server_.Expect<Rows>();
   ExpectRefused(ReplyKey(kept, 7, 8), "transaction 5 has no open request for this answer: it was answered before");
   ExpectRefused(confd_delayed_reply_error(kept, "x"), "was answered before");
 }
@@ -78,17 +79,17 @@ TEST_F(ProviderTest, ALateAnswerAnswersNobodyElse) {
   EXPECT_EQ(late->thandle, 5);
   EXPECT_EQ(late->dx, daemon_);
   EXPECT_EQ(ReplyKey(other, 3, 4), CONFD_OK);
-  EXPECT_EQ(server_.Expect<NextKeyReply>().request, 2U);
+  EXPECT_EQ(server_.Expect<Rows>().request, 2U);
 }
 
 TEST_F(ProviderTest, ALateAnswerAnswersNoLaterRequestOfItsTransaction) {
   confd_trans_ctx* const kept = BeginDelayed(5, 1);
-  EXPECT_EQ(Deliver(Next(2, 5)), CONFD_OK);  // the server gave up on request 1 and asks anew
-  const ErrorReply refused = server_.Expect<ErrorReply>();
+  EXPECT_EQ(Deliver(Read(2, 5)), CONFD_OK);  // the server gave up on request 1 and asks again
+  const ReadFailed refused = server_.Expect<ReadFailed>();
   EXPECT_EQ(refused.request, 2U);
   EXPECT_EQ(refused.text, "the provider has not answered an earlier request");
   EXPECT_EQ(ReplyKey(kept, 7, 8), CONFD_OK);
-  EXPECT_EQ(server_.Expect<NextKeyReply>().request, 1U);
+  EXPECT_EQ(server_.Expect<Rows>().request, 1U);
 }
 
 TEST_F(ProviderTest, AContextOwedAnAnswerOutlivesThousandsOfOthers) {
@@ -165,8 +166,8 @@ class ProviderMistake : public ProviderTest, public ::testing::WithParamInterfac
 TEST_P(ProviderMistake, IsToldToTheServer) {
   app_.on_next = [](confd_trans_ctx* tctx, confd_hkeypath_t*, long) { return GetParam().callback(tctx); };
   Begin(5);
-  EXPECT_EQ(Deliver(Next(9, 5)), CONFD_OK);
-  const ErrorReply reply = server_.Expect<ErrorReply>();
+  EXPECT_EQ(Deliver(Read(9, 5)), CONFD_OK);
+  const ReadFailed reply = server_.Expect<ReadFailed>();
   EXPECT_EQ(reply.request, 9U);
   EXPECT_EQ(reply.text, GetParam().error);
 }
@@ -201,16 +202,16 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(ProviderTest, RequestsThatCannotBeServedAreRefused) {
   Begin(5);
-  EXPECT_EQ(Deliver(Next(1, 6)), CONFD_OK);
-  EXPECT_EQ(server_.Expect<ErrorReply>().text, "the provider knows no such transaction");
-  GetNext other = Next(2, 5);
+  EXPECT_EQ(Deliver(Read(1, 6)), CONFD_OK);
+  EXPECT_EQ(server_.Expect<ReadFailed>().text, "the provider knows no such transaction");
+  ReadRows other = Read(2, 5);
   other.callpoint = "else";
   EXPECT_EQ(Deliver(other), CONFD_OK);
-  EXPECT_EQ(server_.Expect<ErrorReply>().text, "the provider has no callpoint else");
-  other = Next(3, 5);
+  EXPECT_EQ(server_.Expect<ReadFailed>().text, "the provider has no callpoint else");
+  other = Read(3, 5);
   other.node = 60000;
   EXPECT_EQ(Deliver(other), CONFD_OK);
-  EXPECT_EQ(server_.Expect<ErrorReply>().text, "the provider has another data model");
+  EXPECT_EQ(server_.Expect<ReadFailed>().text, "the provider has another data model");
   EXPECT_THAT(app_.trace, ElementsAre("init 5"));
 }
 
@@ -223,7 +224,7 @@ TEST_F(ProviderTest, ATransactionCanBeRefused) {
 TEST_F(ProviderTest, TheWorkerSocketMustBeTheDaemons) {
   app_.on_init = [](confd_trans_ctx* tctx) {
     EXPECT_EQ(confd_trans_set_fd(tctx, 1000), CONFD_ERR);
-    EXPECT_STREQ(confd_lasterr(), "socket 1000 is no worker socket of this daemon context");
+    EXPECT_STREQ(confd_lasterr(), "socket 1000 is not a worker socket of this daemon context");
     return CONFD_OK;
   };
   Begin(5);
@@ -235,7 +236,7 @@ TEST_F(ProviderTest, ACallbackMayReleaseItsOwnDaemon) {
     return CONFD_OK;
   };
   Begin(5);
-  EXPECT_EQ(Deliver(Next(1, 5)), CONFD_OK);
+  EXPECT_EQ(Deliver(Read(1, 5)), CONFD_OK);
   EXPECT_TRUE(server_.IsQuiet());
   daemon_ = nullptr;
 }

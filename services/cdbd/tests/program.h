@@ -5,10 +5,8 @@
 #include <sys/socket.h>
 
 #include <chrono>
-#include <deque>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "cdb_store/store_reader.h"
 #include "common/unix_socket.h"
@@ -39,25 +37,15 @@ class Program final {
   }
   void SendBytes(const std::string& packet) { ::send(fd_.get(), packet.data(), packet.size(), MSG_NOSIGNAL); }
 
-  /// The next packet's messages; none at the end of the connection or when none comes within `limit_ms`.
-  std::vector<std::string> ReceivePacket(int limit_ms = kLimitMs) {
-    std::vector<std::string> messages;
-    confd_wire::ForEachMessage(ReceiveWhole(limit_ms).value_or(""), [&](std::string_view message) {
-      if (!message.empty()) messages.emplace_back(message);
-      return true;
-    });
-    return messages;
-  }
-  /// The next message, alone in its packet or not.
+  /// The next message; nullopt at the end of the connection or when none comes within `limit_ms`.
   std::optional<std::string> ReceiveBytes(int limit_ms = kLimitMs) {
-    if (messages_.empty()) {
-      const std::vector<std::string> packet = ReceivePacket(limit_ms);
-      messages_.assign(packet.begin(), packet.end());
-    }
-    if (messages_.empty()) return std::nullopt;
-    std::string message = std::move(messages_.front());
-    messages_.pop_front();
-    return message;
+    pollfd watched{fd_.get(), POLLIN, 0};
+    if (::poll(&watched, 1, limit_ms) <= 0) return std::nullopt;
+    std::string buffer(confd_wire::kMaxMessage, '\0');
+    const ssize_t got = ::recv(fd_.get(), buffer.data(), buffer.size(), 0);
+    if (got <= 0) return std::nullopt;
+    buffer.resize(static_cast<size_t>(got));
+    return buffer;
   }
   template <class M>
   std::optional<M> Receive() {
@@ -102,18 +90,7 @@ class Program final {
   confd_wire::HelloReply hello;
 
  private:
-  std::optional<std::string> ReceiveWhole(int limit_ms) {
-    pollfd watched{fd_.get(), POLLIN, 0};
-    if (::poll(&watched, 1, limit_ms) <= 0) return std::nullopt;
-    std::string buffer(confd_wire::kMaxMessage, '\0');
-    const ssize_t got = ::recv(fd_.get(), buffer.data(), buffer.size(), 0);
-    if (got <= 0) return std::nullopt;
-    buffer.resize(static_cast<size_t>(got));
-    return buffer;
-  }
-
   common::UniqueFd fd_;
-  std::deque<std::string> messages_;  ///< left of the last packet
 };
 
 }  // namespace cdbd::test

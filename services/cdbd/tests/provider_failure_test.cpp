@@ -53,102 +53,71 @@ INSTANTIATE_TEST_SUITE_P(
         Failing{"LosesItsWorkerInMidList",
                 [](Provider& p) {
                   p.Accept();
-                  p.Key(p.worker.Receive<GetNext>().value(), 0);
-                  p.worker.Receive<GetObject>();
+                  p.Answer(p.Asked().request, 0, {Row("eth0", 1)}, false);
+                  p.Asked();
                   p.worker.Disconnect();
                 },
                 kWho + " disconnected"},
         Failing{"LosesItsControlInMidList",
                 [](Provider& p) {
                   p.Accept();
-                  p.Key(p.worker.Receive<GetNext>().value(), 0);
+                  p.Answer(p.Asked().request, 0, {Row("eth0", 1)}, false);
                   p.control.Disconnect();
                 },
                 kWho + " disconnected"},
         Failing{"AnswersWithAnError",
                 [](Provider& p) {
                   p.Accept();
-                  confd_wire::ErrorReply reply;
-                  reply.request = p.worker.Receive<GetNext>().value().request;
-                  reply.text = "out of order";
-                  p.worker.Send(reply);
+                  p.worker.Send(confd_wire::ReadFailed{p.Asked().request, "out of order"});
                 },
                 "out of order"},
         Failing{"GivesAKeyOfAnotherType",
                 [](Provider& p) {
                   p.Accept();
-                  confd_wire::NextKeyReply reply;
-                  reply.request = p.worker.Receive<GetNext>().value().request;
-                  reply.keys = {{ValueType::kString, "0"}};
-                  p.worker.Send(reply);
+                  p.worker.Send(confd_wire::Rows{p.Asked().request, {{{{ValueType::kString, "0"}}, {}}}, true, -1});
                 },
                 "the data provider's key 'position' is of another type"},
         Failing{"GivesTwoKeys",
                 [](Provider& p) {
                   p.Accept();
-                  confd_wire::NextKeyReply reply;
-                  reply.request = p.worker.Receive<GetNext>().value().request;
-                  reply.keys = {{ValueType::kInt64, StoreInt(int64_t{0})}, {ValueType::kInt64, StoreInt(int64_t{0})}};
-                  p.worker.Send(reply);
+                  const confd_wire::Value key = Key(0)[0];
+                  p.worker.Send(confd_wire::Rows{p.Asked().request, {{{key, key}, {}}}, true, -1});
                 },
                 "the data provider gave a wrong number of keys"},
         Failing{"SendsAnUnknownTag",
                 [](Provider& p) {
                   p.Accept();
-                  p.Key(p.worker.Receive<GetNext>().value(), 0);
-                  p.Object(p.worker.Receive<GetObject>().value(), {Enum(0x12345678, 0)});
+                  p.Answer(p.Asked().request, 0, {{Enum(0x12345678, 0)}}, true);
                 },
                 "the data provider sent a value with the unknown tag 0x12345678"}),
     [](const auto& row) { return row.param.name; });
 
-TEST_F(ImpatientOneProvider, ASilentProviderIsToldOfWithinTheLimitAndHoldsNobodyUp) {
+TEST_F(ImpatientOneProvider, SilentProviderFailsAndHoldsUpNoOthers) {
   PendingGet get{server, kFilter};
   provider.Accept();
-  const auto forgotten = provider.worker.Receive<GetNext>();
-  ASSERT_TRUE(forgotten);
+  const ReadRows forgotten = provider.Asked();
   NetconfClient other = server.Connect();
   for (int i = 0; i < 20; ++i) EXPECT_TRUE(IsOk(other.EditConfig(Interfaces({"eth" + std::to_string(i)}))));
   EXPECT_THAT(get.Reply(), HasSubstr("callpoint 'show-allowed-ip': " + kWho + " did not answer within 0.4 s"));
   EXPECT_TRUE(provider.worker.Receive<confd_wire::TransFinish>());
-  // A late answer is nobody's, and the provider is as good as before.
-  provider.Key(*forgotten, 0);
+  // A late answer is ignored, and the provider is as good as before.
+  provider.End(forgotten.request);
   PendingGet again{server, kFilter};
   provider.Serve({Row("eth0", 1)});
   EXPECT_EQ(again.Reply(), kOpen + RowText(0, "eth0", 1) + kClose);
 }
 
-TEST_F(ImpatientOneProvider, TheLimitIsForEachPair) {
+TEST_F(ImpatientOneProvider, LimitIsForEachPage) {
   PendingGet get{server, kFilter};
   provider.Accept();
-  auto next = provider.worker.Receive<GetNext>();
   std::string rows;
   for (int i = 0; i < 6; ++i) {  // all together more than the limit
-    ASSERT_TRUE(next);
+    const ReadRows asked = provider.Asked();
     std::this_thread::sleep_for(std::chrono::milliseconds{100});
-    provider.Key(*next, i);
-    const auto object = provider.worker.Receive<GetObject>();
-    ASSERT_TRUE(object);
-    provider.Object(*object, Row("eth0", static_cast<char>(i)));
-    next = provider.worker.Receive<GetNext>();
+    provider.Answer(asked.request, i, {Row("eth0", static_cast<char>(i))}, i == 5);
     rows += RowText(i, "eth0", i);
   }
-  provider.End(*next);
   EXPECT_EQ(get.Reply(), kOpen + rows + kClose);
-}
-
-TEST_F(ImpatientOneProvider, HalfAPairIsNoAnswer) {
-  for (const bool key : {true, false}) {
-    PendingGet get{server, kFilter};
-    provider.Accept();
-    provider.Key(provider.worker.Receive<GetNext>().value(), 0);
-    const auto object = provider.worker.Receive<GetObject>();
-    const auto next = provider.worker.Receive<GetNext>();
-    ASSERT_TRUE(object && next);
-    key ? provider.End(*next) : provider.Object(*object, Row("eth0", 1));
-    EXPECT_THAT(get.Reply(), HasSubstr("callpoint 'show-allowed-ip': " + kWho + " did not answer within 0.4 s"));
-    EXPECT_TRUE(provider.worker.Receive<confd_wire::TransFinish>());
-    key ? provider.Object(*object, Row("eth0", 1)) : provider.End(*next);  // nobody's
-  }
 }
 
 }  // namespace

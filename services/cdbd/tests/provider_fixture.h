@@ -18,9 +18,7 @@ namespace cdbd::test {
 using cdb_store::StoreInt;
 using cdb_store::ValueType;
 using confd_wire::ClientKind;
-using confd_wire::GetNext;
-using confd_wire::GetObject;
-using confd_wire::MessageType;
+using confd_wire::ReadRows;
 
 inline constexpr const char* kCallpoint = "show-allowed-ip";
 inline constexpr const char* kFilter = "<state xmlns=\"urn:ip-spoofing:anti-ip-spoofing\"><anti-ip-spoofing/></state>";
@@ -59,10 +57,8 @@ inline std::string RowText(int position, const std::string& interface, int last_
          "</interface><filtering>on</filtering></allowed-ip>";
 }
 
-inline confd_wire::NextKeyReply KeyReply(uint64_t request, int64_t key, bool goes_on = false) {
-  return {request, false, {{ValueType::kInt64, StoreInt(key)}}, key + 1, goes_on};
-}
-inline confd_wire::NextKeyReply EndReply(uint64_t request) { return {request, true, {}, -1, false}; }
+using Keys = std::vector<confd_wire::Value>;
+inline Keys Key(int64_t key) { return {{ValueType::kInt64, StoreInt(key)}}; }
 
 /// A data provider: a control and a worker connection.
 class Provider final {
@@ -88,33 +84,30 @@ class Provider final {
     control.Send(reply);
     return init->thandle;
   }
-  void Key(const GetNext& request, int64_t key) { worker.Send(KeyReply(request.request, key)); }
-  void End(const GetNext& request) { worker.Send(EndReply(request.request)); }
-  void Object(const GetObject& request, const Values& values) {
-    worker.Send(confd_wire::ObjectReply{request.request, values});
+  /// Answers with rows `first`, `first` + 1 and so on; the list continues after them, or not.
+  void Answer(uint64_t request, int64_t first, const std::vector<Values>& rows, bool end) {
+    confd_wire::Rows page{request, {}, end, first + static_cast<int64_t>(rows.size())};
+    for (const Values& values : rows) page.rows.push_back({test::Key(first++), values});
+    worker.Send(page);
   }
-  /// Serves one transaction to its end, that the server tells; the highest number of requests that were open at once.
+  void End(uint64_t request) { Answer(request, 0, {}, true); }
+  /// The next request for rows.
+  ReadRows Asked() { return worker.Receive<ReadRows>().value_or(ReadRows{}); }
+  /// Serves one transaction to its end, that the server tells; the number of pages.
   size_t Serve(const std::vector<Values>& rows) {
     Accept();
     return ServeRows(rows);
   }
   /// The same for a transaction that was accepted.
   size_t ServeRows(const std::vector<Values>& rows) {
-    size_t most = 0;
-    while (true) {
-      std::vector<std::string> open{worker.ReceiveBytes().value_or("")};
-      while (const auto more = worker.ReceiveBytes(0)) open.push_back(*more);
-      most = std::max(most, open.size());
-      for (const std::string& packet : open) {
-        if (const auto next = confd_wire::Decode<GetNext>(packet)) {
-          const int64_t key = next->next < 0 ? 0 : next->next;
-          key < static_cast<int64_t>(rows.size()) ? Key(*next, key) : End(*next);
-        } else if (const auto get = confd_wire::Decode<GetObject>(packet)) {
-          Object(*get, rows[static_cast<size_t>(cdb_store::LoadInt<int64_t>(get->keys))]);
-        } else {
-          return most;
-        }
-      }
+    for (size_t pages = 0;; ++pages) {
+      const auto request = worker.Receive<ReadRows>();
+      if (!request) return pages;
+      const size_t first = request->from < 0 ? 0 : static_cast<size_t>(request->from);
+      const size_t count = std::min<size_t>(rows.size() - first, request->limit);
+      const auto begin = rows.begin() + static_cast<ptrdiff_t>(first);
+      Answer(request->request, static_cast<int64_t>(first), {begin, begin + static_cast<ptrdiff_t>(count)},
+             first + count == rows.size());
     }
   }
 

@@ -31,11 +31,10 @@ inline Edit Put(std::string path, std::string value = "") {
 }
 inline Edit Remove(std::string path) { return {Edit::Kind::kRemove, std::move(path), ""}; }
 
-/// A message, alone in its packet or not.
+/// A message of a client.
 struct Packet {
   uint64_t connection = 0;
-  std::string bytes;    ///< empty: the connection was closed
-  uint64_t number = 0;  ///< messages of one packet share it
+  std::string bytes;  ///< empty: the connection was closed
 };
 
 /// Every wait ends the test process with a message after this long.
@@ -95,7 +94,6 @@ class TestServer final {
   common::UniqueFd control_;
   pid_t pid_ = -1;
   std::deque<Packet> packets_;
-  uint64_t received_ = 0;  ///< packets
   std::vector<int32_t> triggered_;
 };
 

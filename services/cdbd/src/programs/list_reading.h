@@ -12,12 +12,10 @@
 
 namespace cdbd {
 
-/// One reading of a provided list, entry by entry: what to ask the provider next, and what its answers mean. The object
-/// of an entry and the key after it are asked for together; a provider that has both at hand may go on with the entries
-/// after it, so that an entry costs one round trip at most. At most one object and one key are open at a time. Sends
-/// and waits for nothing itself.
+/// One reading of a provided list, page by page: what to ask the provider next, and what its answers mean. One page is
+/// under way at a time. Sends and waits for nothing itself.
 ///
-/// The packet that follows is sent before the entries that came are written: the provider works meanwhile.
+/// The next page is asked for before the rows of the last one are handed on: the provider works meanwhile.
 class ListReading final {
  public:
   /// `thandle`, more than 0, is part of the number of every request: TransactionOf() tells it.
@@ -25,53 +23,32 @@ class ListReading final {
 
   static int32_t TransactionOf(uint64_t request) { return static_cast<int32_t>(request >> 32); }
   [[nodiscard]] const Providers::Request& request() const noexcept { return request_; }
-  [[nodiscard]] bool IsOpen(uint64_t request) const {
-    return request != 0 && (request == open_key_ || request == open_object_);
-  }
+  [[nodiscard]] bool IsOpen(uint64_t request) const noexcept { return request != 0 && request == open_; }
 
-  /// Asks for the first key: the packet to send.
-  std::string Begin();
-  /// The answer to an open request.
-  void OnAnswer(uint64_t request, std::string_view message);
-  /// The packet to send now, "" when there is something to wait for or nothing more to ask.
+  /// The packet that asks for the next page. Empty while one is under way, and when there is nothing more to ask for.
   std::string Ask();
-  /// Hands on the entries that are complete.
+  /// The answer to the open request.
+  void OnRows(confd_wire::Rows page);
+  void OnFailure(const confd_wire::ReadFailed& failure);
+  /// Hands on the rows that have come.
   void HandOn();
 
   /// Everything was handed on.
-  [[nodiscard]] bool ended() const noexcept { return end_ && open_object_ == 0 && complete_.empty(); }
+  [[nodiscard]] bool ended() const noexcept { return end_ && rows_.empty(); }
   [[nodiscard]] const std::optional<std::string>& error() const noexcept { return error_; }
 
  private:
-  using Keys = std::vector<confd_wire::Value>;
-  struct Next {
-    Keys keys;
-    std::string encoded;  ///< with those of the lists above
-  };
-  struct Entry {
-    Keys keys;
-    std::string object;  ///< the message with its values
-  };
-
-  void OnKey(std::string_view message);
-  void HandOn(const Entry& entry);
-  void AddGetNext(confd_wire::PacketOfSeveral* packet);
-  uint64_t NewRequest();
-  /// Nothing, with the error set, when they are none of the list's.
-  std::optional<std::string> EncodeKeys(const Keys& keys);
+  void HandOn(const confd_wire::Row& row);
   void Fail(std::string why);
 
   const cdb_store::Schema& schema_;
   const Providers::Request request_;
   const int32_t thandle_;
   uint32_t last_number_ = 0;
-  uint64_t open_key_ = 0;        ///< the open GetNext, 0: none
-  uint64_t open_object_ = 0;     ///< the open GetObject, 0: none
-  Keys asked_;                   ///< keys of the entry whose object is open
-  std::optional<Next> next_;     ///< the entry to be asked for after it
-  int64_t position_ = -1;        ///< for the GetNext after that
-  std::vector<Entry> complete_;  ///< not yet handed on
-  size_t entries_ = 0;
+  uint64_t open_ = 0;                  ///< the open request, 0: none
+  int64_t position_ = -1;              ///< where the next page starts
+  std::vector<confd_wire::Row> rows_;  ///< not yet handed on
+  size_t count_ = 0;                   ///< rows and pages that came
   bool end_ = false;
   std::optional<std::string> error_;
 };

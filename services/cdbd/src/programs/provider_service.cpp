@@ -17,18 +17,6 @@ using confd_wire::ClientKind;
 using confd_wire::MessageType;
 using Clock = std::chrono::steady_clock;
 
-bool IsAnswer(std::string_view message) {
-  switch (confd_wire::TypeOf(message).value_or(MessageType::kHello)) {
-    case MessageType::kNextKeyReply:
-    case MessageType::kObjectReply:
-    case MessageType::kNotFoundReply:
-    case MessageType::kErrorReply:
-      return true;
-    default:
-      return false;
-  }
-}
-
 common::Error CallpointError(const cdb_store::Node& list, std::string why) {
   return {"callpoint", "'" + list.callpoint + "'", std::move(why)};
 }
@@ -176,31 +164,30 @@ void ProviderService::OnInit(Connection& connection, std::string_view packet, bo
   if (worker == daemon.workers.end()) return End(reply->thandle, "the data provider named no worker connection");
   transaction.worker = worker->second;
   transaction.asked = Clock::now();
-  transaction.worker->Send(transaction.reading.Begin());
+  transaction.worker->Send(transaction.reading.Ask());
 }
 
-// An answer that nobody waits for (any more) is passed over.
+// An answer that no reading waits for any more is ignored.
 bool ProviderService::OnReply(Connection& connection, std::string_view packet) {
-  int32_t answered = 0;
-  const bool understood = confd_wire::ForEachMessage(packet, [&](std::string_view message) {
-    // Every answer begins with its request's number.
-    common::ByteReader reader{message};
-    reader.Get<uint16_t>();
-    const auto request = reader.Get<uint64_t>();
-    if (!reader.ok() || !IsAnswer(message)) return false;
-    const int32_t thandle = ListReading::TransactionOf(request);
-    if (answered != thandle) GoOn(std::exchange(answered, thandle));
-    const auto found = transactions_.find(thandle);
-    if (found == transactions_.end() || found->second->worker != &connection) return true;
-    ListReading& reading = found->second->reading;
-    if (reading.IsOpen(request)) reading.OnAnswer(request, message);
-    return true;
-  });
-  GoOn(answered);
-  return understood;
+  auto rows = confd_wire::Decode<confd_wire::Rows>(packet);
+  const auto failure = rows ? std::nullopt : confd_wire::Decode<confd_wire::ReadFailed>(packet);
+  if (!rows && !failure) return false;
+  const uint64_t request = rows ? rows->request : failure->request;
+  const int32_t thandle = ListReading::TransactionOf(request);
+  const auto found = transactions_.find(thandle);
+  if (found == transactions_.end() || found->second->worker != &connection) return true;
+  ListReading& reading = found->second->reading;
+  if (!reading.IsOpen(request)) return true;
+  if (rows) {
+    reading.OnRows(std::move(*rows));
+  } else {
+    reading.OnFailure(*failure);
+  }
+  Proceed(thandle);
+  return true;
 }
 
-void ProviderService::GoOn(int32_t thandle) {
+void ProviderService::Proceed(int32_t thandle) {
   const auto found = transactions_.find(thandle);
   if (found == transactions_.end()) return;
   Transaction& transaction = *found->second;

@@ -65,7 +65,7 @@ class ProviderService final : public Providers {
   void Begin(const Turn& turn, Waiting reading);
   void BeginNext(const Turn& turn);
   std::vector<Waiting> TakeWaiting(uint64_t daemon);
-  void GoOn(int32_t thandle);
+  void Proceed(int32_t thandle);
   void OnTimer(int32_t thandle);
   void End(int32_t thandle, std::optional<std::string> error);
 

@@ -7,11 +7,11 @@
 #include "cdb_store/value.h"
 
 /// What the client library and the server say to each other: one packet of a unix(7) SOCK_SEQPACKET connection is one
-/// message, or several (codec.h). Reads never travel; they go to the store. Each struct lists its fields once, for both
-/// directions (codec.h).
+/// message. Reads never travel; they go to the store. Each struct lists its fields once, for both directions
+/// (common/codec.h).
 namespace confd_wire {
 
-inline constexpr uint32_t kProtocolVersion = 2;
+inline constexpr uint32_t kProtocolVersion = 3;
 /// Longest packet, bytes; well below the default send buffer, which bounds a packet.
 inline constexpr size_t kMaxMessage = 128 * 1024;
 
@@ -29,13 +29,9 @@ enum class MessageType : uint16_t {
   kTransInit,
   kTransInitReply,
   kTransFinish,
-  kGetNext,
-  kGetObject,
-  kNextKeyReply,
-  kObjectReply,
-  kNotFoundReply,
-  kErrorReply,
-  kSeveral  ///< no message: a 32-bit length and the message follow, for each of several
+  kReadRows,
+  kRows,
+  kReadFailed
 };
 
 enum class ClientKind : uint8_t { kRead = 1, kSubscription = 2, kControl = 3, kWorker = 4 };
@@ -202,41 +198,26 @@ struct TransFinish {
   }
 };
 
-/* Requests travel on the transaction's worker connection. A row's object and the key after it are asked for together,
- * in one packet, and answers that are given at once go back in one packet; replies carry the request's number and may
- * come in any order. A reply to a request that the server no longer waits for is ignored.
+/* A list is read in pages, on the transaction's worker connection: ReadRows, answered by Rows or ReadFailed. At most
+ * one page of a transaction is under way.
  *
- * The provider's callbacks run in the order of a server that waits for each answer: the row's object, then the key
- * after it. A provider that keeps its place in the list, or gives up its list with the key after the last row,
- * therefore sees nothing new. */
+ * The provider's callbacks run in the order of a server that asks for one thing at a time: the first key, that row's
+ * object, the key after it, its object, and so on. A provider that keeps its place in the list, or gives up its list
+ * with the key after the last row, therefore need not know about pages. */
 
-/// Server: the key after position `next` (-1: the first) of a list.
-struct GetNext {
-  static constexpr MessageType kType = MessageType::kGetNext;
-  uint64_t request = 0;
+/// Server: the rows from position `from` on.
+struct ReadRows {
+  static constexpr MessageType kType = MessageType::kReadRows;
+  uint64_t request = 0;  ///< repeated in the answer
   int32_t thandle = 0;
   std::string callpoint;
-  uint16_t node = 0;
+  uint16_t node = 0;        ///< node id of the list
   std::string parent_keys;  ///< encoded keys of the lists above
-  int64_t next = -1;
-  uint16_t ahead = 0;  ///< pairs that the client may go on with by itself (NextKeyReply::goes_on)
+  int64_t from = -1;        ///< -1: the first row; else Rows::next of the page before
+  uint16_t limit = 0;       ///< most rows of the answer, at least 1
   template <class A>
   void Fields(A& a) {
-    a(request, thandle, callpoint, node, parent_keys, next, ahead);
-  }
-};
-
-/// Server: the leaves of one instance.
-struct GetObject {
-  static constexpr MessageType kType = MessageType::kGetObject;
-  uint64_t request = 0;
-  int32_t thandle = 0;
-  std::string callpoint;
-  uint16_t node = 0;
-  std::string keys;  ///< encoded keys of the instance, those of the lists above included
-  template <class A>
-  void Fields(A& a) {
-    a(request, thandle, callpoint, node, keys);
+    a(request, thandle, callpoint, node, parent_keys, from, limit);
   }
 };
 
@@ -263,46 +244,33 @@ struct TagValue {
   friend bool operator==(const TagValue&, const TagValue&) = default;
 };
 
-/// Client: answers GetNext.
-struct NextKeyReply {
-  static constexpr MessageType kType = MessageType::kNextKeyReply;
-  uint64_t request = 0;
-  bool end = false;  ///< no further instance; `keys` is empty
+struct Row {
   std::vector<Value> keys;
-  int64_t next = -1;  ///< for the following GetNext
-  /// The client goes on as if it had been asked for this key's object (number request + 1) and the key after it
-  /// (request + 2): the server must not ask.
-  bool goes_on = false;
-  template <class A>
-  void Fields(A& a) {
-    a(request, end, keys, next, goes_on);
-  }
-};
-
-/// Client: answers GetObject.
-struct ObjectReply {
-  static constexpr MessageType kType = MessageType::kObjectReply;
-  uint64_t request = 0;
   std::vector<TagValue> values;
   template <class A>
   void Fields(A& a) {
-    a(request, values);
+    a(keys, values);
   }
+  friend bool operator==(const Row&, const Row&) = default;
 };
 
-/// Client: answers GetObject: there is no such instance.
-struct NotFoundReply {
-  static constexpr MessageType kType = MessageType::kNotFoundReply;
+/// Client: answers ReadRows. It holds fewer rows than asked for, even none, where the list ends, where the packet is
+/// full, where the provider takes long, and where the application delayed an answer: that answer ends the page.
+struct Rows {
+  static constexpr MessageType kType = MessageType::kRows;
   uint64_t request = 0;
+  std::vector<Row> rows;
+  bool end = false;   ///< the list has no further rows
+  int64_t next = -1;  ///< for the following ReadRows; meaningless at the end
   template <class A>
   void Fields(A& a) {
-    a(request);
+    a(request, rows, end, next);
   }
 };
 
-/// Client: answers any request.
-struct ErrorReply {
-  static constexpr MessageType kType = MessageType::kErrorReply;
+/// Client: answers ReadRows. The reading has failed.
+struct ReadFailed {
+  static constexpr MessageType kType = MessageType::kReadFailed;
   uint64_t request = 0;
   std::string text;
   template <class A>
