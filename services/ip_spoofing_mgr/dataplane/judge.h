@@ -22,7 +22,7 @@ struct Judgement {
   std::optional<MacAddress> entry{};  ///< the entry that was found, when one was looked for: its MAC, zero for any
 };
 
-/// The entry of {the port, `vlan`, `source_be`}: its MAC, zero for any; nothing when there is none.
+/// The entry of {the port, `vlan`, `source_be`}: its MAC, zero for any; nullopt if no such entry exists.
 using FindEntry = std::function<std::optional<MacAddress>(uint16_t vlan, uint32_t source_be)>;
 
 /// What a plane cannot see of a frame.

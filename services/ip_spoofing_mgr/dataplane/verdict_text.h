@@ -21,7 +21,7 @@ bool Passes(verdict_reason reason);
 verdict_port ToVerdictPort(const PortConfig& port);
 verdict_mac ToVerdictMac(const MacAddress& mac);
 MacAddress FromVerdictMac(const verdict_mac& mac);
-/// The stored form of an entry. A zero MAC is none.
+/// The stored form of an entry. A zero MAC stands for any.
 verdict_entry ToVerdictEntry(const MacAddress& mac, uint8_t generation);
 /// The MAC of an entry, zero when it has none.
 MacAddress EntryMac(const verdict_entry& entry);

@@ -127,10 +127,10 @@ FrameBuilder& FrameBuilder::With(const Arp& packet, uint16_t type) {
   return *this;
 }
 
-FrameBuilder& FrameBuilder::Llc(uint8_t dsap, uint8_t ssap, const Bytes& behind, std::optional<uint16_t> length) {
-  Put16(length.value_or(static_cast<uint16_t>(3 + behind.size())));
+FrameBuilder& FrameBuilder::Llc(uint8_t dsap, uint8_t ssap, const Bytes& data, std::optional<uint16_t> length) {
+  Put16(length.value_or(static_cast<uint16_t>(3 + data.size())));
   Raw({dsap, ssap, 3});
-  return Raw(behind);
+  return Raw(data);
 }
 
 FrameBuilder& FrameBuilder::Raw(const Bytes& bytes) {

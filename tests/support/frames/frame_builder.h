@@ -77,7 +77,7 @@ class FrameBuilder final {
   FrameBuilder& With(const Ipv4& packet, uint16_t type = 0x0800);
   FrameBuilder& With(const Arp& packet, uint16_t type = 0x0806);
   /// A length field and LLC: `length` where it is not the payload's size.
-  FrameBuilder& Llc(uint8_t dsap, uint8_t ssap, const Bytes& behind = Bytes(30), std::optional<uint16_t> length = {});
+  FrameBuilder& Llc(uint8_t dsap, uint8_t ssap, const Bytes& data = Bytes(30), std::optional<uint16_t> length = {});
   FrameBuilder& Raw(const Bytes& bytes);
   FrameBuilder& Pad(size_t size);            ///< zeroes up to that size
   FrameBuilder& Cut(size_t size);            ///< drops what is beyond that size

@@ -9,7 +9,7 @@
 namespace frames {
 namespace {
 
-/// A frame taken apart: its tags from the outside in, the type behind them and what follows.
+/// A frame taken apart: its tags from the outside in, the type after them and what follows.
 struct Dissected {
   bool whole = false;  ///< Ethernet and every tag are complete
   Mac source{};

@@ -17,7 +17,7 @@ struct ReferenceResult {
 ReferenceResult ReferenceVerdict(const Frame& frame, bool enabled, verdict_mode mode,
                                  const std::vector<Entry>& entries);
 
-/// True when a receiver could take `frame` for IPv4, alone or behind one tag, from a source that `entries` do not
+/// True when a receiver could take `frame` for IPv4, alone or after one tag, from a source that `entries` do not
 /// allow on its VLAN, the address-less DHCP client excepted. Such a frame must never pass a port with mode NONE.
 bool IsSpoofedIpv4(const Frame& frame, const std::vector<Entry>& entries);
 

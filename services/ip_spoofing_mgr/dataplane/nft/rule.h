@@ -29,7 +29,7 @@ class Rule final {
   Rule& LinkIsNot(uint32_t offset, const Data& value);
   Rule& NetworkIs(uint32_t offset, const Data& value);    ///< bytes counted from the end of the first tag's type
   Rule& NetworkHas(uint32_t bytes);                       ///< so many bytes are there
-  Rule& TransportIs(uint32_t offset, const Data& value);  ///< of a packet that is no later fragment
+  Rule& TransportIs(uint32_t offset, const Data& value);  ///< only of a packet that is not a later fragment
   /// Reads into one of 16 four-byte words, for the checks below.
   Rule& LoadLink(uint32_t word, uint32_t offset, uint32_t size);
   Rule& LoadNetwork(uint32_t word, uint32_t offset, uint32_t size);

@@ -64,8 +64,7 @@ class LargeSender final {
     EXPECT_EQ(setsockopt(socket_.get(), SOL_PACKET, PACKET_VNET_HDR, &on, sizeof on), 0);
     EXPECT_EQ(setsockopt(socket_.get(), SOL_SOCKET, SO_SNDBUF, &room, sizeof room), 0);
   }
-  bool Send(const frames::Frame& frame) {
-    const OffloadHeader header;
+  bool Send(const frames::Frame& frame, const OffloadHeader& header = {}) {
     std::vector<uint8_t> bytes(sizeof header);
     std::memcpy(bytes.data(), &header, sizeof header);
     bytes.insert(bytes.end(), frame.bytes.begin(), frame.bytes.end());
@@ -124,6 +123,18 @@ TEST_P(Aggregated, OtherPacketsWithLengthZeroAreMalformed) {
   frames::Frame plain = Tcp("10.0.0.1", 1000);
   plain.bytes[16] = plain.bytes[17] = 0;
   ASSERT_TRUE(sender.Send(plain));
+  EXPECT_EQ(WaitForTotal(1, 1), (Counts{{{"malformed", false}, 1}}));
+}
+
+TEST_P(Aggregated, UdpWithLengthZeroIsMalformed) {
+  constexpr OffloadHeader kUdp = {.gso_type = 5,  // one UDP packet per segment
+                                  .header_size = 14 + 20 + 8,
+                                  .segment_size = 1400,
+                                  .checksum_offset = 6};
+  LargeSender sender{wire_->station()};
+  frames::Frame frame = frames::FrameBuilder{frames::kStation}.With(
+      frames::Ipv4{.source_be = Ip("10.0.0.1"), .total_length = 0, .payload = 8 + 14'000});
+  if (!sender.Send(frame, kUdp)) GTEST_SKIP() << "the kernel aggregates no UDP: " << std::strerror(errno);
   EXPECT_EQ(WaitForTotal(1, 1), (Counts{{{"malformed", false}, 1}}));
 }
 

@@ -21,7 +21,7 @@ using mgr::RowText;
 
 namespace {
 
-/// Judges a copy of the frame that ends where its allocation ends, so that a read behind it is caught by a sanitizer.
+/// Judges a copy of the frame that ends where its allocation ends, so a sanitizer catches a read beyond it.
 mgr::Judgement Judge(const Frame& frame, const verdict_port& port, const std::vector<frames::Entry>& entries) {
   const auto bytes = std::make_unique<uint8_t[]>(frame.bytes.size());
   std::copy(frame.bytes.begin(), frame.bytes.end(), bytes.get());
@@ -130,6 +130,29 @@ TEST(VerdictTable, HiddenTaggedLengthIsMalformed) {
   EXPECT_EQ(judge(from().VlanTag(7).Llc(0x42, 0x42), VERDICT_MODE_ALL), "allow-all");
   EXPECT_EQ(judge(from().Llc(0x42, 0x42), VERDICT_MODE_NONE), "non-ip");
   EXPECT_EQ(judge(from().VlanTag(7).Type(0x0600), VERDICT_MODE_NONE), "non-ip");
+}
+
+/// The kernel sets total length 0 in TCP packets above 65,535 bytes that it holds as aggregated, and in no others.
+TEST(VerdictKeys, TotalLengthZeroOfAggregatedTcp) {
+  const auto read = [](uint8_t protocol, uint16_t total, bool aggregated) {
+    const Frame frame = frames::FrameBuilder{frames::kStation}.With(
+        frames::Ipv4{.source_be = frames::Ip("10.0.0.1"), .protocol = protocol, .total_length = total, .payload = 100});
+    verdict_frame input{};
+    input.data = frame.bytes.data();
+    input.data_end = input.data + frame.bytes.size();
+    input.length = static_cast<uint32_t>(frame.bytes.size());
+    input.aggregated = static_cast<uint8_t>(aggregated);
+    verdict_keys keys{};
+    verdict_parse(&input, &keys);
+    return keys.fault == 0 && keys.source_be == frames::Ip("10.0.0.1");
+  };
+  EXPECT_TRUE(read(6, 0, true));
+  EXPECT_TRUE(read(6, 120, true));
+  EXPECT_FALSE(read(6, 0, false));
+  EXPECT_FALSE(read(17, 0, true));
+  EXPECT_FALSE(read(6, 1, true));
+  EXPECT_FALSE(read(6, 19, true));
+  EXPECT_FALSE(read(6, 121, true));
 }
 
 /// Cuts and changes frames of the corpus at random; the seed is fixed.
