@@ -378,6 +378,7 @@ void AddArp(Rows& rows) {
   rows.Add("ARP of 127.0.0.1", From().With(Sender("127.0.0.1")));
   rows.Add("ARP from 0.0.0.0, operation 0", From().With(Sender("0.0.0.0", 0)));
   rows.Add("ARP from 0.0.0.0, operation 257", From().With(Sender("0.0.0.0", 0x0101)));
+  rows.Add("ARP request of 11.0.0.0, zeroes after its first byte", From().With(Sender("11.0.0.0")));
   rows.Add("ARP request of an unknown sender", From().With(Sender("192.0.2.66")));
   rows.Add("ARP reply of an unknown sender", From().With(Sender("192.0.2.66", 2)));
   rows.Add("gratuitous ARP of an unknown sender",
