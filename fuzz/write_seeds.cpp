@@ -11,7 +11,7 @@ namespace {
 std::filesystem::path root;
 
 void Write(const std::string& target, const std::string& name, const std::string& bytes) {
-  const auto directory = root / target / "corpus";
+  const auto directory = root / target;
   std::filesystem::create_directories(directory);
   std::ofstream{directory / name, std::ios::binary} << bytes;
 }
@@ -22,7 +22,9 @@ void WriteConfdMessages() {
   const Value number{cdb_store::ValueType::kInt32, cdb_store::StoreInt<int32_t>(17)};
   write("hello", Hello{.name = "daemon", .daemon_id = 3});
   write("hello-reply", HelloReply{});
-  write("subscribe", Subscribe{.priority = 3});
+  Subscribe subscribe;
+  subscribe.priority = 3;
+  write("subscribe", subscribe);
   write("subscribe-reply", SubscribeReply{.error = "no"});
   write("subscribe-done", SubscribeDone{});
   write("subscribe-done-reply", SubscribeDoneReply{});
@@ -33,7 +35,10 @@ void WriteConfdMessages() {
   write("trans-init", TransInit{});
   write("trans-init-reply", TransInitReply{});
   write("trans-finish", TransFinish{});
-  write("read-rows", ReadRows{.callpoint = "point", .limit = 8});
+  ReadRows read_rows;
+  read_rows.callpoint = "point";
+  read_rows.limit = 8;
+  write("read-rows", read_rows);
   const Row row{{number, number}, {{.tag = 1, .value = number}, {.tag = 2, .value = number}}};
   write("rows", Rows{.rows = {row, row}});
   write("read-failed", ReadFailed{.text = "no"});
