@@ -457,6 +457,7 @@ void AddEncapsulated(Rows& rows) {
   rows.Add("LLC alone", From().Llc(0x42, 0x42, {}));
   rows.Add("LLC of 1500 bytes", From().Llc(0xfe, 0xfe, Bytes(1497)));
   rows.Add("LLC of 1500 bytes in a larger frame", From().Llc(0xfe, 0xfe, Bytes(2500), 1500));
+  rows.Add("LLC of 31 bytes in 32", From().Llc(0x42, 0x42, Bytes(29), 31));
   rows.Add("LLC of 255 bytes in 256", From().Llc(0x42, 0x42, Bytes(253), 255));
   rows.Add("LLC of 16 bytes in 2003", From().Llc(0x42, 0x42, Bytes(2000), 16));
   rows.Add("LLC, tagged", From().VlanTag(100).Llc(0x42, 0x42));
