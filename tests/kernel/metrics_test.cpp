@@ -38,7 +38,7 @@ std::optional<int> NumberAfter(const std::string& text, const std::string& prefi
 
 /// Its value is a duration, or a count that depends on durations.
 bool IsOfDurations(const std::string& line) {
-  return line.find("_seconds_sum ") != std::string::npos ||
+  return line.find("_seconds_sum ") != std::string::npos || line.starts_with("ip_spoofing_guard_checks_total ") ||
          (line.find("_seconds_bucket{le=") != std::string::npos && line.find("+Inf") == std::string::npos);
 }
 
@@ -141,7 +141,8 @@ TEST_P(Metrics, TellOfEveryFrameAndBatch) {
        {"{reason=\"vlan\"}", 1},
        {"{reason=\"group-mac\"}", 0},
        {"{reason=\"martian\"}", 0},
-       {"{reason=\"being-changed\"}", 0}});
+       {"{reason=\"being-changed\"}", 0},
+       {"{reason=\"not-guarded\"}", 0}});
   one("entries_installed", "gauge", "Entries that the dataplane holds", {{"", 2}});
   one("entries_capacity", "gauge", "Entries that the dataplane can hold", {{"", 2}});
   one("ports", "gauge", "Ports that are known", {{"", 2}});
@@ -149,6 +150,12 @@ TEST_P(Metrics, TellOfEveryFrameAndBatch) {
   one("ports_present", "gauge", "Ports whose interface is there", {{"", filters ? 1 : 0}});
   one("ports_filtering", "gauge", "Ports that filter as they are wanted to", {{"", filters ? 1 : 0}});
   one("ports_monitored", "gauge", "Ports in monitor mode, which drop nothing", {{"", filters ? 1 : 0}});
+  one("guard_intact", "gauge",
+      "1 when the kernel was found to enforce everything that it was told to at the last comparison", {{"", 1}});
+  one("ports_unguarded", "gauge", "Enabled ports whose frames are not judged as they should be", {{"", 0}});
+  one("guard_checks_total", "counter", "Complete comparisons of the kernel's state with the desired one", {});
+  expected.emplace_back("ip_spoofing_guard_checks_total *");
+  one("guard_repairs_total", "counter", "Changes by other programs that were put back", {{"", 0}});
   one("batches_total", "counter", "Batches applied; full ones replace the whole configuration",
       {{"{kind=\"change\"}", 2}, {"{kind=\"full\"}", 1}});
   one("batch_requests_total", "counter", "Requests in them", {{"{kind=\"change\"}", 3}, {"{kind=\"full\"}", 3}});

@@ -45,6 +45,7 @@ const std::map<std::string, std::vector<Column>>& Tables() {
 }
 
 constexpr int kWrongArguments = 2;
+constexpr int kNotIntact = 3;
 
 /// What an operator asks for.
 struct Question {
@@ -91,11 +92,45 @@ class Tool final {
     });
   }
 
+  common::Status WatchGuard() {
+    return AskManager("watch guard", json::object(), [&](const json& part) {
+      for (const json& row : part.value("rows", json::array())) PrintGuardEvent("", row);
+      out_.flush();
+    });
+  }
+
+  /// False when a status was asked for and says that the kernel does not enforce everything that it should.
+  [[nodiscard]] bool Intact() const noexcept { return intact_; }
+
   common::Status Monitor(bool on) {
     return AskManager("monitor", {{"port", question_.port}, {"on", on}}, [](const json&) {});
   }
 
  private:
+  common::Status AskStatus(json* status) {
+    auto asked = AskManager("show status", json::object(), [&](const json& part) { *status = part; });
+    if (asked) intact_ = status->value("guard", json::object()).value("intact", false);
+    return asked;
+  }
+
+  void PrintGuardEvent(const char* indent, const json& row) {
+    if (question_.json_output) {
+      out_ << row.dump() << "\n";
+      return;
+    }
+    out_ << indent << row.value("time", "") << "  " << row.value("what", "");
+    if (row.contains("error") && row["error"].is_string()) out_ << ": " << row["error"].get<std::string>();
+    out_ << "\n";
+  }
+
+  void PrintGuard(const json& guard) {
+    out_ << (intact_ ? "Guard intact" : "GUARD NOT INTACT") << ", " << guard.value("repairs", 0)
+         << " changes by others put back\n";
+    for (const json& problem : guard.value("problems", json::array()))
+      out_ << "  " << problem.get<std::string>() << "\n";
+    for (const json& event : guard.value("events", json::array())) PrintGuardEvent("  ", event);
+  }
+
   static std::string Text(const json& row, const char* member) {
     const auto it = row.find(member);
     return it != row.end() && it->is_string() ? it->get<std::string>() : "-";
@@ -124,9 +159,7 @@ class Tool final {
 
   common::Status ShowStatus() {
     json status;
-    if (auto asked = AskManager("show status", json::object(), [&](const json& part) { status = part; }); !asked) {
-      return asked;
-    }
+    if (auto asked = AskStatus(&status); !asked) return asked;
     if (question_.json_output) {
       out_ << status.dump(2) << "\n";
       return common::Ok();
@@ -134,6 +167,7 @@ class Tool final {
     out_ << "Dataplane " << status.value("dataplane", "") << ", " << status.value("entries-in-force", 0) << " of "
          << status.value("entries", 0) << " entries in force on " << status.value("ports", 0) << " ports, room for "
          << status.value("capacity", 0) << "\n";
+    PrintGuard(status.value("guard", json::object()));
     for (const json& client : status.value("clients", json::array())) {
       out_ << "Client " << client.value("name", "") << " (process " << client.value("process", 0) << "), "
            << client.value("batches", 0) << " batches, " << client.value("requests", 0) << " requests\n";
@@ -153,10 +187,7 @@ class Tool final {
 
   common::Status ShowAllJson() {
     json all = json::object();
-    if (auto asked = AskManager("show status", json::object(), [&](const json& part) { all["status"] = part; });
-        !asked) {
-      return asked;
-    }
+    if (auto asked = AskStatus(&all["status"]); !asked) return asked;
     for (const char* table : {"ports", "entries"}) {
       if (auto asked = Ask(table, &all[table]); !asked) return asked;
     }
@@ -166,6 +197,7 @@ class Tool final {
 
   const Question question_;
   std::ostream& out_;
+  bool intact_ = true;
 };
 
 }  // namespace
@@ -186,6 +218,8 @@ int RunCtl(int argc, const char* const* argv, std::ostream& out, std::ostream& e
   CLI::App* watch = app.add_subcommand("watch", "Follow events until interrupted");
   watch->require_subcommand(1);
   watch->add_subcommand("drops", "Frames that are dropped, as they come");
+  const CLI::App* watch_guard =
+      watch->add_subcommand("guard", "What others change of the filters, and what is done about it");
   CLI::App* monitor = app.add_subcommand("monitor", "Judge and count frames of a port, and drop none");
   monitor->add_option("port", question.port, "Interface name")->required();
   monitor->add_option("state", on_off, "on or off")->required()->check(CLI::IsMember({"on", "off"}));
@@ -212,11 +246,12 @@ int RunCtl(int argc, const char* const* argv, std::ostream& out, std::ostream& e
     explained.update({{"source", source}, {"vlan", vlan}, {"mac", mac}});
   }
   Tool tool{question, out};
-  const common::Status done = show->parsed()      ? tool.Show()
-                              : watch->parsed()   ? tool.WatchDrops()
-                              : explain->parsed() ? tool.Explain(explained)
-                                                  : tool.Monitor(on_off == "on");
-  if (done) return 0;
+  const common::Status done = show->parsed()          ? tool.Show()
+                              : watch_guard->parsed() ? tool.WatchGuard()
+                              : watch->parsed()       ? tool.WatchDrops()
+                              : explain->parsed()     ? tool.Explain(explained)
+                                                      : tool.Monitor(on_off == "on");
+  if (done) return tool.Intact() ? 0 : kNotIntact;
   err << "ip-spoofing-ctl: " << done.error().Text() << "\n";
   return 1;
 }

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -102,6 +103,14 @@ struct Drop {
   std::chrono::system_clock::time_point last{};
 };
 
+/// Something in the kernel that was not as this process had made it: another program has changed it.
+struct Deviation {
+  std::string
+      what;  ///< for a person, the place first: "table netdev ip_spoofing_1: 1 table deleted by nft (process 7)"
+  std::string error;  ///< why it could not be put back; empty: it is as it should be again
+  bool operator==(const Deviation&) const = default;
+};
+
 /// What the port table needs of a forwarding plane. Loop thread only; calls do not wait for anything but the kernel.
 ///
 /// The table sends only what the plane can hold: valid VLANs, IPv4, at most Capacity() entries. Entries of ports that
@@ -143,6 +152,21 @@ class Dataplane {
   [[nodiscard]] virtual int DropEventFd() const { return -1; }
   /// The events that wait, at most some hundreds a call.
   virtual std::vector<Drop> ReadDropEvents() { return {}; }
+
+  /// Readable when the kernel tells of changes by others; -1 when the plane cannot be told. Owned by the plane.
+  [[nodiscard]] virtual int ChangeEventFd() const { return -1; }
+  /// Reads what the kernel tells, and puts back at once what others have changed.
+  virtual std::vector<Deviation> ReadChangeEvents() { return {}; }
+
+  /// One step of a comparison of what the kernel holds with what this process has made.
+  struct CheckStep {
+    bool complete = true;               ///< everything has been compared; the next step begins a new comparison
+    std::vector<Deviation> found = {};  ///< by this step
+  };
+  /// Compares the next part, some milliseconds of work, and puts back what differs.
+  virtual CheckStep Check() { return {}; }
+  /// Ports at which the filter does not see every frame now, as the last Check() found it, with the reason.
+  [[nodiscard]] virtual const std::map<PortId, std::string>& Unguarded() const;
 };
 
 struct DataplaneOptions {

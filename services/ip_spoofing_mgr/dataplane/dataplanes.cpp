@@ -12,6 +12,11 @@
 
 namespace mgr {
 
+const std::map<PortId, std::string>& Dataplane::Unguarded() const {
+  static const std::map<PortId, std::string> kNone;
+  return kNone;
+}
+
 std::span<const DataplaneKind> DataplaneKinds() {
   static constexpr std::array kKinds{
 #ifdef HAVE_TCX

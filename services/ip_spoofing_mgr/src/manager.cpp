@@ -20,6 +20,7 @@
 #include "dataplane/dataplanes.h"
 #include "engine/engine.h"
 #include "engine/other_planes.h"
+#include "guard/guard.h"
 #include "interfaces/limid_names.h"
 #include "interfaces/link_watcher.h"
 #include "metrics/metrics.h"
@@ -79,6 +80,7 @@ struct Manager::Parts {
   std::unique_ptr<LinkWatcher> watcher{};
   AssumedInterfaces assumed{};
   std::unique_ptr<Engine> engine{};
+  std::unique_ptr<Guard> guard{};
   std::unique_ptr<ClientServer> clients{};
   std::unique_ptr<ControlServer> control{};
   std::unique_ptr<Commands> commands{};
@@ -140,6 +142,8 @@ common::Result<std::unique_ptr<Manager>> Manager::Start(common::EventLoop& loop,
   p->engine = std::make_unique<Engine>(p->table, *p->dataplane, interfaces, options.hold);
   if (auto taken = p->engine->TakeOver(OtherPlanes(p->dataplane->Name(), plane_options)); !taken) return taken.error();
 
+  p->guard = std::make_unique<Guard>(loop, p->table, *p->dataplane);
+
   p->clients = std::make_unique<ClientServer>(
       loop, std::move(listener).value(),
       ClientServer::Handlers{
@@ -154,11 +158,11 @@ common::Result<std::unique_ptr<Manager>> Manager::Start(common::EventLoop& loop,
                          std::chrono::nanoseconds took) { p->batches.Record(full, requests, took); },
       });
   p->control = std::make_unique<ControlServer>(loop, std::move(control).value());
-  p->commands =
-      std::make_unique<Commands>(CommandContext{loop, p->table, *p->engine, *p->dataplane, *p->clients}, *p->control);
+  p->commands = std::make_unique<Commands>(
+      CommandContext{loop, p->table, *p->engine, *p->dataplane, *p->clients, *p->guard}, *p->control);
   if (p->metrics) {
     p->metrics->Serve([p] {
-      return MetricFamilies({p->table, *p->engine, *p->dataplane, *p->clients, *p->commands, p->batches});
+      return MetricFamilies({p->table, *p->engine, *p->dataplane, *p->clients, *p->commands, *p->guard, p->batches});
     });
     spdlog::info("metrics on http://{}/metrics", p->metrics->Endpoint());
   }

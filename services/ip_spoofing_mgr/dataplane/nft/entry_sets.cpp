@@ -46,6 +46,22 @@ void EntrySets::RemoveAllOf(PortId port) {
   Remove(left, [](size_t, int) {});  // an entry of a port that is not known is never looked at
 }
 
+void EntrySets::AddAll(Batch& batch) const {
+  SetChanges all;
+  for (const auto& [key, mac] : entries_) all.Add(key, mac);
+  table_->AddElements(batch, kAnyMac, all.any_mac);
+  table_->AddElements(batch, kBound, all.bound);
+  table_->AddElements(batch, kBoundKeys, all.bound_keys);
+}
+
+void EntrySets::Refill() {
+  std::vector<Entry> all;
+  all.reserve(entries_.size());
+  for (const auto& [key, mac] : entries_) all.push_back({key, mac});
+  entries_.clear();
+  Put(all, [](size_t, int) {});  // what is missing is found by the next comparison
+}
+
 template <class Commit>
 void EntrySets::InPieces(size_t count, const Commit& commit, const Failed& failed) {
   for (size_t begin = 0, size = piece_; begin < count;) {

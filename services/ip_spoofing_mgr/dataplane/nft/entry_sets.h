@@ -29,6 +29,13 @@ class EntrySets final {
   void RemoveAllOf(PortId port);
   void Clear() { entries_.clear(); }
 
+  /// Adds every entry to a new table, as a part of a transaction.
+  void AddAll(Batch& batch) const;
+  /// Adds every entry to a table that has none of them yet, in transactions as large as may be sent.
+  void Refill();
+  using Map = std::unordered_map<EntryKey, MacAddress, EntryKeyHash>;
+  [[nodiscard]] const Map& all() const noexcept { return entries_; }
+
  private:
   /// Calls `commit(begin, end)` for pieces of `count` items until all are tried, smaller ones where a piece fails;
   /// reports single items that fail.
@@ -40,7 +47,7 @@ class EntrySets final {
   Socket* socket_;
   const Table* table_;
   size_t piece_ = 32'768;  ///< entries a transaction; less where this process may not send that much
-  std::unordered_map<EntryKey, MacAddress, EntryKeyHash> entries_;
+  Map entries_;
 };
 
 }  // namespace mgr::nft

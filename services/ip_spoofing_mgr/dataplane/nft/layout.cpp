@@ -103,6 +103,14 @@ Element BoundElement(const EntryKey& key, const MacAddress& mac) {
   return element;
 }
 
+std::optional<Entry> EntryOf(const Element& element) {
+  if (element.key.size() != kKeyBytes && element.key.size() != kBoundBytes) return std::nullopt;
+  Entry entry{FromKey(element.key), {}};
+  if (element.key.size() == kBoundBytes)
+    std::memcpy(entry.mac.data(), element.key.data() + kKeyBytes, entry.mac.size());
+  return entry;
+}
+
 Element RecordElement(const PortConfig& port) {
   Record record{port.ifindex,
                 static_cast<uint8_t>(port.enabled),
@@ -116,22 +124,9 @@ Element RecordElement(const PortConfig& port) {
   return element;
 }
 
-int SetUp(Socket& socket, const Table& table, size_t room) {
-  const auto size = static_cast<uint32_t>(room);
-  Batch batch;
-  table.Create(batch);
-  table.AddSet(batch, kPorts, 4, 0);
-  table.AddSet(batch, kAnyMac, 12, size);
-  table.AddSet(batch, kBound, 20, size);
-  table.AddSet(batch, kBoundKeys, 12, size);
-  table.AddSet(batch, kSameBytes, 8, 256);
-  table.AddSet(batch, kTags, 2, 0);
-  table.AddSet(batch, kEncapsulations, 2, 0);
-  table.AddSet(batch, kIpOverLlc, 1, 0);
-  table.AddSet(batch, kNoRoomForDhcp, 8, 0);
-  table.AddSet(batch, kSameDigits, 8, 0);
-  table.AddSet(batch, kLongerDigits, 8, 0);
+namespace {
 
+std::vector<FixedSet> MakeFixedSets() {
   std::vector<Element> same, short_dhcp, same_digits, longer_digits;
   for (unsigned byte = 0; byte < 256; ++byte) {
     const auto value = static_cast<uint8_t>(byte);
@@ -162,13 +157,38 @@ int SetUp(Socket& socket, const Table& table, size_t room) {
     if (verdict_is_ip_over_llc(static_cast<uint8_t>(address)) != 0)
       ip_over_llc.push_back({{static_cast<uint8_t>(address)}});
   }
-  table.AddElements(batch, kSameBytes, same);
-  table.AddElements(batch, kNoRoomForDhcp, short_dhcp);
-  table.AddElements(batch, kSameDigits, same_digits);
-  table.AddElements(batch, kLongerDigits, longer_digits);
-  table.AddElements(batch, kEncapsulations, encapsulations);
-  table.AddElements(batch, kTags, {{{0x81, 0x00}}, {{0x88, 0xa8}}});
-  table.AddElements(batch, kIpOverLlc, ip_over_llc);
+  return {{kSameBytes, 8, same},
+          {kNoRoomForDhcp, 8, short_dhcp},
+          {kSameDigits, 8, same_digits},
+          {kLongerDigits, 8, longer_digits},
+          {kEncapsulations, 2, encapsulations},
+          {kTags, 2, {{{0x81, 0x00}}, {{0x88, 0xa8}}}},
+          {kIpOverLlc, 1, ip_over_llc}};
+}
+
+}  // namespace
+
+const std::vector<FixedSet>& FixedSets() {
+  static const std::vector<FixedSet> kSets = MakeFixedSets();
+  return kSets;
+}
+
+void AddSets(Batch& batch, const Table& table, size_t room) {
+  const auto size = static_cast<uint32_t>(room);
+  table.Create(batch);
+  table.AddSet(batch, kPorts, kPortBytes, 0);
+  table.AddSet(batch, kAnyMac, kKeyBytes, size);
+  table.AddSet(batch, kBound, kBoundBytes, size);
+  table.AddSet(batch, kBoundKeys, kKeyBytes, size);
+  for (const FixedSet& set : FixedSets()) {
+    table.AddSet(batch, set.name, set.key_size, 0);
+    table.AddElements(batch, set.name, set.elements);
+  }
+}
+
+int SetUp(Socket& socket, const Table& table, size_t room) {
+  Batch batch;
+  AddSets(batch, table, room);
   return socket.Commit(std::move(batch));
 }
 
@@ -182,12 +202,8 @@ common::Result<Snapshot> Read(const Table& table) {
   }
   Snapshot snapshot;
   for (const Element& element : ports.value()) snapshot.ports.push_back(PortOf(element));
-  for (const Element& element : any_mac.value()) snapshot.entries.push_back({FromKey(element.key), {}});
-  for (const Element& element : bound.value()) {
-    Entry entry{FromKey(element.key), {}};
-    std::memcpy(entry.mac.data(), element.key.data() + kKeyBytes, entry.mac.size());
-    snapshot.entries.push_back(entry);
-  }
+  for (const auto* elements : {&any_mac, &bound})
+    for (const Element& element : elements->value()) snapshot.entries.push_back(*EntryOf(element));
   return snapshot;
 }
 

@@ -28,9 +28,20 @@ std::optional<size_t> RoomOf(const std::string& prefix, const std::string& name)
 Element KeyElement(const EntryKey& key);
 Element BoundElement(const EntryKey& key, const MacAddress& mac);
 Element RecordElement(const PortConfig& port);
+/// The entry of an element of a set with keys or with MACs; nothing for one of another form.
+std::optional<Entry> EntryOf(const Element& element);
 
-/// Makes the table and its sets where they are not there. 0 or an errno.
+/// Makes the table and its sets where they do not exist. 0 or an errno.
 int SetUp(Socket& socket, const Table& table, size_t room);
+/// The same as a part of a transaction.
+void AddSets(Batch& batch, const Table& table, size_t room);
+/// A set whose elements are the same in every table.
+struct FixedSet {
+  std::string name;
+  uint32_t key_size;
+  std::vector<Element> elements;
+};
+const std::vector<FixedSet>& FixedSets();
 /// The ports and entries that the table holds. An error when anything in it is of another form than SetUp() makes.
 common::Result<Snapshot> Read(const Table& table);
 

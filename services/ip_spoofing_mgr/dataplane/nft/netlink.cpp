@@ -1,5 +1,6 @@
 #include "dataplane/nft/netlink.h"
 
+#include <arpa/inet.h>
 #include <libnftnl/common.h>
 #include <linux/netfilter.h>
 #include <linux/netfilter/nf_tables.h>
@@ -84,29 +85,58 @@ int Socket::Commit(Batch batch) {
   }
 }
 
-int Socket::Dump(uint16_t type, const std::function<void(nlmsghdr*)>& fill,
-                 const std::function<void(const nlmsghdr*)>& take) {
-  std::vector<char> buffer(kReceiveRoom);
+int Socket::Dump(uint16_t type, const std::function<void(nlmsghdr*)>& fill, const Take& take) {
   // An answer that was changed under way is asked for again.
   for (int attempt = 0;; ++attempt) {
-    nlmsghdr* request = nftnl_nlmsg_build_hdr(buffer.data(), type, NFPROTO_NETDEV, NLM_F_DUMP, sequence_);
-    fill(request);
-    if (mnl_socket_sendto(socket_.get(), request, request->nlmsg_len) < 0) return errno;
-    const uint32_t sequence = sequence_++;
-    int result = MNL_CB_OK;
-    while (result > MNL_CB_STOP) {
-      const ssize_t size = mnl_socket_recvfrom(socket_.get(), buffer.data(), buffer.size());
-      if (size < 0) return errno;
-      const auto forward = [](const nlmsghdr* message, void* data) {
-        (*static_cast<const std::function<void(const nlmsghdr*)>*>(data))(message);
-        return MNL_CB_OK;
-      };
-      result = mnl_cb_run(buffer.data(), static_cast<size_t>(size), sequence, mnl_socket_get_portid(socket_.get()),
-                          forward, const_cast<std::function<void(const nlmsghdr*)>*>(&take));
-    }
-    if (result == MNL_CB_STOP) return 0;
-    if (errno != EINTR || attempt == 4) return errno;
+    if (const int error = StartDump(type, fill); error != 0) return error;
+    int error = EINPROGRESS;
+    while (error == EINPROGRESS) error = ContinueDump(take);
+    if (error != EINTR || attempt == 4) return error;
   }
+}
+
+int Socket::StartDump(uint16_t type, const std::function<void(nlmsghdr*)>& fill) {
+  std::vector<char> buffer(MNL_SOCKET_BUFFER_SIZE);
+  nlmsghdr* request = nftnl_nlmsg_build_hdr(buffer.data(), type, NFPROTO_NETDEV, NLM_F_DUMP, ++sequence_);
+  fill(request);
+  return mnl_socket_sendto(socket_.get(), request, request->nlmsg_len) < 0 ? errno : 0;
+}
+
+int Socket::ContinueDump(const Take& take) {
+  static thread_local std::vector<char> buffer(kReceiveRoom);
+  const ssize_t size = mnl_socket_recvfrom(socket_.get(), buffer.data(), buffer.size());
+  if (size < 0) return errno;
+  const auto forward = [](const nlmsghdr* message, void* data) {
+    (*static_cast<const Take*>(data))(message);
+    return MNL_CB_OK;
+  };
+  const int result =
+      mnl_cb_run(buffer.data(), static_cast<size_t>(size), sequence_, port(), forward, const_cast<Take*>(&take));
+  if (result > MNL_CB_STOP) return EINPROGRESS;
+  return result == MNL_CB_STOP ? 0 : errno;
+}
+
+common::Result<uint32_t> Socket::Generation() {
+  std::vector<char> buffer(kReceiveRoom);
+  nlmsghdr* request = nftnl_nlmsg_build_hdr(buffer.data(), NFT_MSG_GETGEN, NFPROTO_NETDEV, 0, ++sequence_);
+  if (mnl_socket_sendto(socket_.get(), request, request->nlmsg_len) < 0)
+    return common::SystemError("ask for", "the nf_tables generation", errno);
+  const ssize_t size = mnl_socket_recvfrom(socket_.get(), buffer.data(), buffer.size());
+  if (size < 0) return common::SystemError("read", "the nf_tables generation", errno);
+  uint32_t generation = 0;
+  const auto take = [](const nlmsghdr* message, void* data) {
+    return mnl_attr_parse(
+        message, sizeof(nfgenmsg),
+        [](const nlattr* attribute, void* into) {
+          if (mnl_attr_get_type(attribute) == NFTA_GEN_ID)
+            *static_cast<uint32_t*>(into) = ntohl(mnl_attr_get_u32(attribute));
+          return MNL_CB_OK;
+        },
+        data);
+  };
+  if (mnl_cb_run(buffer.data(), static_cast<size_t>(size), sequence_, port(), take, &generation) < 0)
+    return common::SystemError("read", "the nf_tables generation", errno);
+  return generation;
 }
 
 }  // namespace mgr::nft

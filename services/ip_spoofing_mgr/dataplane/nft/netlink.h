@@ -37,7 +37,19 @@ class Socket final {
   /// 0, or an errno: then nothing was changed. EMSGSIZE: larger than this process may send at once.
   int Commit(Batch batch);
   /// Calls `take` for every message of the answer. 0 or an errno.
-  int Dump(uint16_t type, const std::function<void(nlmsghdr*)>& fill, const std::function<void(const nlmsghdr*)>& take);
+  using Take = std::function<void(const nlmsghdr*)>;
+  int Dump(uint16_t type, const std::function<void(nlmsghdr*)>& fill, const Take& take);
+
+  /// A dump in steps: StartDump(), then ContinueDump() until it is not EINPROGRESS. Each step takes what the kernel
+  /// hands out at once, some hundred elements. EINTR: the ruleset was changed on the way. Nothing else may use the
+  /// socket meanwhile; StartDump() ends a dump that was left.
+  int StartDump(uint16_t type, const std::function<void(nlmsghdr*)>& fill);
+  int ContinueDump(const Take& take);
+
+  /// Whose changes carry this number in notifications.
+  [[nodiscard]] uint32_t port() const { return mnl_socket_get_portid(socket_.get()); }
+  /// The generation of the ruleset: every transaction of anyone in this network namespace raises it.
+  common::Result<uint32_t> Generation();
 
  private:
   struct Close {

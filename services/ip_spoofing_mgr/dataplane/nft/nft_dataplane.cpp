@@ -1,16 +1,17 @@
 #include "dataplane/nft/nft_dataplane.h"
 
-#include <net/if.h>
-
 #include <algorithm>
-#include <cerrno>
-#include <map>
+#include <chrono>
+#include <optional>
+#include <set>
 #include <utility>
 
-#include "dataplane/nft/entry_sets.h"
+#include "dataplane/nft/comparison.h"
+#include "dataplane/nft/events.h"
 #include "dataplane/nft/layout.h"
 #include "dataplane/nft/netlink.h"
 #include "dataplane/nft/port_rules.h"
+#include "dataplane/nft/ruleset.h"
 #include "dataplane/nft/table.h"
 #include "dataplane/verdict_text.h"
 
@@ -19,13 +20,17 @@ namespace {
 
 using nft::Batch;
 
+constexpr std::chrono::milliseconds kCheckStep{5};
+
 class NftDataplane final : public Dataplane {
  public:
-  NftDataplane(nft::Socket socket, const DataplaneOptions& options)
+  NftDataplane(nft::Socket socket, nft::Socket compare_socket, nft::Events events, const DataplaneOptions& options)
       : socket_{std::move(socket)},
+        events_{std::move(events)},
         capacity_{options.capacity},
         prefix_{nft::TablePrefix(options.run_dir)},
-        table_{socket_, nft::TableName(prefix_, 2 * options.capacity)} {}
+        ruleset_{socket_, nft::Table{socket_, nft::TableName(prefix_, 2 * options.capacity)}},
+        comparison_{std::move(compare_socket), ruleset_} {}
 
   [[nodiscard]] std::string_view Name() const override { return "nft"; }
   [[nodiscard]] size_t Capacity() const override { return capacity_; }
@@ -35,26 +40,30 @@ class NftDataplane final : public Dataplane {
   common::Status RemoveEverything() override;
   [[nodiscard]] bool HidesTaggedLength() const override { return true; }
   common::Result<std::vector<PortCounter>> Counters() override;
+  [[nodiscard]] int ChangeEventFd() const override { return events_.fd(); }
+  std::vector<Deviation> ReadChangeEvents() override;
+  CheckStep Check() override;
 
-  /// Makes a table like the real one and takes it away: shows what the system allows.
+  /// Makes a table like the real one and deletes it: shows what the system allows.
   common::Status Probe();
 
  private:
   /// Sorts the tables of this run directory into those that can be read and the others, and makes the one to use.
   common::Status ChooseTable(const std::vector<std::string>& names, Snapshot* taken);
   common::Status Migrate(const nft::Table& from);
-  common::Status SetPort(const PortConfig& port);
-  common::Status Forget(PortId port);
-  void WriteRecord(Batch& batch, const PortConfig& port) const;
+  common::Result<Snapshot> Load();
+  [[nodiscard]] Deviation PutBack(const std::string& what);
 
   nft::Socket socket_;
+  nft::Events events_;
   const size_t capacity_;
   const std::string prefix_;
-  nft::Table table_;
+  nft::Ruleset ruleset_;
+  nft::Comparison comparison_;
+  std::optional<uint32_t> comparing_;  ///< the generation that is being compared
+  /// In this generation the table was as it should be; changes by this process since then are accounted for.
+  bool proven_ = false;
   std::vector<std::string> readable_, unreadable_;  ///< tables of earlier processes
-  bool blind_ = false;                              ///< `table_` is marked so
-  std::map<PortId, PortConfig> ports_;
-  nft::EntrySets entries_{socket_, table_};
 };
 
 common::Status NftDataplane::Probe() {
@@ -96,16 +105,11 @@ common::Status NftDataplane::ChooseTable(const std::vector<std::string>& names, 
     };
     while (is_taken(nft::TableName(prefix_, room))) ++room;
   }
-  table_ = nft::Table{socket_, nft::TableName(prefix_, room)};
-  if (const int error = nft::SetUp(socket_, table_, room); error != 0)
-    return common::SystemError("make the table", table_.name(), error);
-  if (!taken->held) return common::Ok();
-  Batch batch;
-  table_.AddChain(batch, nft::kBlind, {});
-  if (const int error = socket_.Commit(std::move(batch)); error != 0)
-    return common::SystemError("mark the table", table_.name(), error);
-  blind_ = true;
-  return common::Ok();
+  const nft::Table table{socket_, nft::TableName(prefix_, room)};
+  if (const int error = nft::SetUp(socket_, table, room); error != 0)
+    return common::SystemError("make the table", table.name(), error);
+  ruleset_.Use(table, room);
+  return ruleset_.SetBlind(taken->held);
 }
 
 common::Result<Snapshot> NftDataplane::TakeOver() {
@@ -114,13 +118,11 @@ common::Result<Snapshot> NftDataplane::TakeOver() {
   if (!names.ok()) return names.error();
   if (common::Status chosen = ChooseTable(names.value(), &taken); !chosen.ok()) return chosen.error();
   for (const std::string& name : std::exchange(readable_, {})) {
-    if (name == table_.name()) continue;
+    if (name == ruleset_.table().name()) continue;
     if (common::Status migrated = Migrate(nft::Table{socket_, name}); !migrated.ok()) return migrated.error();
   }
-  auto snapshot = nft::Read(table_);
+  auto snapshot = Load();
   if (!snapshot.ok()) return snapshot;
-  for (const PortConfig& port : snapshot.value().ports) ports_.emplace(port.id, port);
-  entries_.Load(snapshot.value().entries);
   taken.ports = std::move(snapshot.value().ports);
   taken.entries = std::move(snapshot.value().entries);
   if (!taken.held) {
@@ -129,14 +131,19 @@ common::Result<Snapshot> NftDataplane::TakeOver() {
   return taken;
 }
 
+common::Result<Snapshot> NftDataplane::Load() {
+  auto snapshot = nft::Read(ruleset_.table());
+  if (!snapshot.ok()) return snapshot;
+  const auto chains = ruleset_.table().Chains();
+  if (!chains.ok()) return chains.error();
+  std::set<std::string> names;
+  for (const auto& [name, interface] : chains.value()) names.insert(name);
+  ruleset_.Load(snapshot.value(), names);
+  return snapshot;
+}
+
 common::Status NftDataplane::ReleaseHeld() {
-  if (blind_) {
-    Batch batch;
-    table_.DeleteChain(batch, nft::kBlind);
-    if (const int error = socket_.Commit(std::move(batch)); error != 0)
-      return common::SystemError("unmark the table", table_.name(), error);
-    blind_ = false;
-  }
+  if (common::Status unmarked = ruleset_.SetBlind(false); !unmarked.ok()) return unmarked;
   while (!unreadable_.empty()) {
     if (common::Status gone = nft::Table{socket_, unreadable_.back()}.DeleteNow(); !gone.ok()) return gone;
     unreadable_.pop_back();
@@ -154,115 +161,93 @@ common::Status NftDataplane::Migrate(const nft::Table& from) {
   changes.ports = snapshot.value().ports;
   if (counters.ok()) {
     Batch batch;
-    for (const auto& [name, packets] : counters.value()) table_.AddCounter(batch, name, packets);
-    socket_.Commit(std::move(batch));  // a count that is lost is no reason to stay behind
+    for (const auto& [name, packets] : counters.value()) ruleset_.table().AddCounter(batch, name, packets);
+    socket_.Commit(std::move(batch));  // counts that are lost do not stop the migration
   }
   const std::vector<Failure> failures = Apply(changes);
   if (!failures.empty()) return failures.front().error;
-  ports_.clear();
-  entries_.Clear();
+  ruleset_.Clear();
   return from.DeleteNow();
 }
 
 std::vector<Failure> NftDataplane::Apply(const Changes& changes) {
   std::vector<Failure> failures;
-  entries_.Put(changes.puts, [&failures](size_t index, int error) {
+  ruleset_.entries().Put(changes.puts, [&failures](size_t index, int error) {
     failures.push_back({Failure::Of::kPut, index, common::SystemError("add element", {}, error)});
   });
   for (size_t i = 0; i < changes.ports.size(); ++i) {
-    if (common::Status set = SetPort(changes.ports[i]); !set.ok())
+    if (common::Status set = ruleset_.SetPort(changes.ports[i]); !set.ok())
       failures.push_back({Failure::Of::kPort, i, set.error()});
   }
-  entries_.Remove(changes.removes, [&failures](size_t index, int error) {
+  ruleset_.entries().Remove(changes.removes, [&failures](size_t index, int error) {
     failures.push_back({Failure::Of::kRemove, index, common::SystemError("delete element", {}, error)});
   });
   for (size_t i = 0; i < changes.drop_ports.size(); ++i) {
-    if (common::Status gone = Forget(changes.drop_ports[i]); !gone.ok())
+    if (common::Status gone = ruleset_.Forget(changes.drop_ports[i]); !gone.ok())
       failures.push_back({Failure::Of::kDropPort, i, gone.error()});
   }
   return failures;
 }
 
-void NftDataplane::WriteRecord(Batch& batch, const PortConfig& port) const {
-  if (ports_.contains(port.id)) table_.DeleteElements(batch, nft::kPorts, {{nft::Host32(port.id)}});
-  table_.AddElements(batch, nft::kPorts, {nft::RecordElement(port)});
-}
-
-/// One transaction: the port has its old rules or its new ones, never none.
-common::Status NftDataplane::SetPort(const PortConfig& port) {
-  const auto chains = table_.Chains();
-  if (!chains.ok()) return chains.error();
-  const std::vector<std::string> names = nft::ChainNames(port.id);
-  const std::string& base = names.front();
-  const auto bound = chains.value().find(base);
-  const auto known = ports_.find(port.id);
-  const bool same_interface = bound != chains.value().end() && bound->second == port.name && known != ports_.end() &&
-                              known->second.ifindex == port.ifindex;
-  Batch batch;
-  WriteRecord(batch, port);
-  if (bound != chains.value().end()) {
-    table_.FlushChain(batch, base);
-    if (!same_interface || !port.enabled) table_.DeleteChain(batch, base);
-  }
-  if (port.enabled) {
-    for (int reason = VERDICT_NOT_ENABLED + 1; reason < VERDICT_REASONS; ++reason) {
-      for (const bool monitored : {false, true})
-        table_.AddCounter(batch, nft::CounterName(port.id, static_cast<verdict_reason>(reason), monitored), 0);
-    }
-    for (size_t i = 1; i < names.size(); ++i) {
-      table_.AddChain(batch, names[i], {});
-      table_.FlushChain(batch, names[i]);
-    }
-    if (!same_interface) table_.AddChain(batch, base, port.name);
-    for (const nft::Rule& rule : nft::PortRules(port)) table_.AddRule(batch, rule);
-  }
-  int error = socket_.Commit(std::move(batch));
-  if (error == ENOENT && port.enabled && if_nametoindex(port.name.c_str()) != port.ifindex) {
-    // This kernel binds no chain to an interface that is not there: what is known of the port is kept alone.
-    Batch record;
-    WriteRecord(record, port);
-    error = socket_.Commit(std::move(record));
-  }
-  if (error != 0) return common::SystemError("set the rules of port", port.name, error);
-  ports_.insert_or_assign(port.id, port);
-  return common::Ok();
-}
-
-common::Status NftDataplane::Forget(PortId port) {
-  if (!ports_.contains(port)) return common::Ok();
-  const auto chains = table_.Chains();
-  const auto counters = table_.Counters();
-  if (!chains.ok()) return chains.error();
-  if (!counters.ok()) return counters.error();
-  Batch batch;
-  const std::vector<std::string> names = nft::ChainNames(port);
-  for (const std::string& name : names)
-    if (chains.value().contains(name)) table_.FlushChain(batch, name);
-  for (const std::string& name : names)
-    if (chains.value().contains(name)) table_.DeleteChain(batch, name);
-  for (const auto& [name, packets] : counters.value())
-    if (name.starts_with(names.front() + ".")) table_.DeleteCounter(batch, name);
-  table_.DeleteElements(batch, nft::kPorts, {{nft::Host32(port)}});
-  if (const int error = socket_.Commit(std::move(batch)); error != 0)
-    return common::SystemError("forget port", std::to_string(port), error);
-  ports_.erase(port);
-  entries_.RemoveAllOf(port);
-  return common::Ok();
-}
-
 common::Status NftDataplane::RemoveEverything() {
   if (common::Status released = ReleaseHeld(); !released.ok()) return released;
-  if (common::Status gone = table_.DeleteNow(); !gone.ok()) return gone;
-  ports_.clear();
-  entries_.Clear();
+  if (common::Status gone = ruleset_.table().DeleteNow(); !gone.ok()) return gone;
+  ruleset_.Clear();
   return common::Ok();
+}
+
+Deviation NftDataplane::PutBack(const std::string& what) {
+  comparing_.reset();
+  const common::Status made = ruleset_.Rebuild();
+  proven_ = made.ok();
+  return {.what = "table netdev " + ruleset_.table().name() + ": " + what,
+          .error = made.ok() ? "" : made.error().Text()};
+}
+
+std::vector<Deviation> NftDataplane::ReadChangeEvents() {
+  const nft::Events::Seen seen = events_.Read(ruleset_.table().name());
+  if (seen.unclear) proven_ = false;
+  if (seen.changes.empty()) return {};
+  std::string what;
+  for (const std::string& change : seen.changes) what += (what.empty() ? "" : "; ") + change;
+  return {PutBack(what)};
+}
+
+/// A ruleset whose generation is accounted for needs no comparison: only a transaction changes it, and every one of
+/// another process that names the table has been told.
+Dataplane::CheckStep NftDataplane::Check() {
+  CheckStep step{.complete = true, .found = ReadChangeEvents()};
+  if (!step.found.empty()) return step;
+  const auto generation = socket_.Generation();
+  if (!generation.ok())
+    return {.complete = true,
+            .found = {{"table netdev " + ruleset_.table().name() + ": not compared", generation.error().Text()}}};
+  if (proven_ && events_.generation() == generation.value()) return step;
+  proven_ = false;
+  if (comparing_ != generation.value()) {
+    comparison_.Restart();
+    comparing_ = generation.value();
+  }
+  const auto outcome = comparison_.Next(nft::Comparison::Clock::now() + kCheckStep);
+  switch (outcome.result) {
+    case nft::Comparison::Result::kUnfinished:
+      return {.complete = false};
+    case nft::Comparison::Result::kSame:
+      comparing_.reset();
+      events_.SetGeneration(generation.value());
+      proven_ = true;
+      return {};
+    case nft::Comparison::Result::kDifferent:
+      return {.complete = true, .found = {PutBack(outcome.difference)}};
+  }
+  return {};
 }
 
 common::Result<std::vector<PortCounter>> NftDataplane::Counters() {
-  auto counters = table_.Counters();
+  auto counters = ruleset_.table().Counters();
   if (!counters.ok()) return counters.error();
   std::vector<PortCounter> result;
-  for (const auto& [id, port] : ports_) {
+  for (const auto& [id, port] : ruleset_.ports()) {
     for (int i = VERDICT_NOT_ENABLED + 1; i < VERDICT_REASONS; ++i) {
       const auto reason = static_cast<verdict_reason>(i);
       for (const bool monitored : {false, true}) {
@@ -280,7 +265,12 @@ common::Result<std::vector<PortCounter>> NftDataplane::Counters() {
 common::Result<std::unique_ptr<Dataplane>> OpenNft(const DataplaneOptions& options) {
   auto socket = nft::Socket::Open();
   if (!socket.ok()) return socket.error();
-  auto plane = std::make_unique<NftDataplane>(std::move(socket).value(), options);
+  auto compare_socket = nft::Socket::Open();
+  if (!compare_socket.ok()) return compare_socket.error();
+  auto events = nft::Events::Open(socket.value().port());
+  if (!events.ok()) return events.error();
+  auto plane = std::make_unique<NftDataplane>(std::move(socket).value(), std::move(compare_socket).value(),
+                                              std::move(events).value(), options);
   if (common::Status probed = plane->Probe(); !probed.ok()) return probed.error();
   return std::unique_ptr<Dataplane>{std::move(plane)};
 }

@@ -48,6 +48,7 @@ class Rule final {
   Rule& Goto(const std::string& chain);
 
   [[nodiscard]] nftnl_rule* get() const noexcept { return rule_.get(); }
+  [[nodiscard]] std::string chain() const { return nftnl_rule_get_str(rule_.get(), NFTNL_RULE_CHAIN); }
 
  private:
   struct Free {

@@ -11,6 +11,8 @@
 #include <cerrno>
 #include <memory>
 
+#include "dataplane/nft/rule_text.h"
+
 namespace mgr::nft {
 namespace {
 
@@ -160,27 +162,46 @@ void Table::DeleteCounter(Batch& batch, const std::string& name) const {
   batch.Add(NFT_MSG_DELOBJ, 0, [&](nlmsghdr* message) { nftnl_obj_nlmsg_build_payload(message, counter.get()); });
 }
 
+namespace {
+
+/// Calls `take` for each element in a message of a dump.
+void TakeElements(const nlmsghdr* message, const std::function<void(Element)>& take) {
+  const NftSet set{nftnl_set_alloc()};
+  if (nftnl_set_elems_nlmsg_parse(message, set.get()) < 0) return;
+  const auto copy = [](nftnl_set_elem* element, void* data) {
+    Element result;
+    uint32_t size = 0;
+    const auto* key = static_cast<const uint8_t*>(nftnl_set_elem_get(element, NFTNL_SET_ELEM_KEY, &size));
+    if (key != nullptr) result.key.assign(key, key + size);
+    if (nftnl_set_elem_is_set(element, NFTNL_SET_ELEM_USERDATA)) {
+      const auto* more = static_cast<const uint8_t*>(nftnl_set_elem_get(element, NFTNL_SET_ELEM_USERDATA, &size));
+      result.user_data.assign(more, more + size);
+    }
+    (*static_cast<const std::function<void(Element)>*>(data))(std::move(result));
+    return 0;
+  };
+  nftnl_set_elem_foreach(set.get(), copy, const_cast<std::function<void(Element)>*>(&take));
+}
+
+}  // namespace
+
+int Table::StartElements(Socket& socket, const std::string& set) const {
+  const NftSet request = MakeSet(name_, set);
+  return socket.StartDump(NFT_MSG_GETSETELEM,
+                          [&](nlmsghdr* message) { nftnl_set_elems_nlmsg_build_payload(message, request.get()); });
+}
+
+int Table::ContinueElements(Socket& socket, const std::function<void(Element)>& take) {
+  return socket.ContinueDump([&take](const nlmsghdr* message) { TakeElements(message, take); });
+}
+
 common::Result<std::vector<Element>> Table::Elements(const std::string& name) const {
   std::vector<Element> elements;
   const NftSet request = MakeSet(name_, name);
   const int error = socket_->Dump(
       NFT_MSG_GETSETELEM, [&](nlmsghdr* message) { nftnl_set_elems_nlmsg_build_payload(message, request.get()); },
       [&](const nlmsghdr* message) {
-        const NftSet set{nftnl_set_alloc()};
-        if (nftnl_set_elems_nlmsg_parse(message, set.get()) < 0) return;
-        const auto take = [](nftnl_set_elem* element, void* data) {
-          Element copy;
-          uint32_t size = 0;
-          const auto* key = static_cast<const uint8_t*>(nftnl_set_elem_get(element, NFTNL_SET_ELEM_KEY, &size));
-          if (key != nullptr) copy.key.assign(key, key + size);
-          if (nftnl_set_elem_is_set(element, NFTNL_SET_ELEM_USERDATA)) {
-            const auto* more = static_cast<const uint8_t*>(nftnl_set_elem_get(element, NFTNL_SET_ELEM_USERDATA, &size));
-            copy.user_data.assign(more, more + size);
-          }
-          static_cast<std::vector<Element>*>(data)->push_back(std::move(copy));
-          return 0;
-        };
-        nftnl_set_elem_foreach(set.get(), take, &elements);
+        TakeElements(message, [&elements](Element element) { elements.push_back(std::move(element)); });
       });
   if (error != 0) return DumpError("read the elements of", name, error);
   return elements;
@@ -228,6 +249,69 @@ common::Result<std::vector<std::string>> Table::Names(Socket& socket) {
       });
   if (error != 0) return DumpError("read the tables", {}, error);
   return names;
+}
+
+common::Result<std::optional<uint32_t>> Table::Flags() const {
+  std::optional<uint32_t> flags;
+  const int error = socket_->Dump(
+      NFT_MSG_GETTABLE, [](nlmsghdr*) {},
+      [&](const nlmsghdr* message) {
+        const NftTable table{nftnl_table_alloc()};
+        if (nftnl_table_nlmsg_parse(message, table.get()) < 0) return;
+        if (name_ == nftnl_table_get_str(table.get(), NFTNL_TABLE_NAME))
+          flags = nftnl_table_get_u32(table.get(), NFTNL_TABLE_FLAGS);
+      });
+  if (error != 0) return DumpError("read the table", name_, error);
+  return flags;
+}
+
+std::string Table::FormOf(const std::string& interface) {
+  if (interface.empty()) return "regular";
+  return "filter hook " + std::to_string(kIngress) + " device " + interface + " priority " + std::to_string(kPriority) +
+         " policy " + std::to_string(NF_ACCEPT);
+}
+
+common::Result<std::map<std::string, std::string>> Table::ChainForms() const {
+  std::map<std::string, std::string> forms;
+  const int error = socket_->Dump(
+      NFT_MSG_GETCHAIN, [](nlmsghdr*) {},
+      [&](const nlmsghdr* message) {
+        const NftChain chain{nftnl_chain_alloc()};
+        if (nftnl_chain_nlmsg_parse(message, chain.get()) < 0) return;
+        if (name_ != nftnl_chain_get_str(chain.get(), NFTNL_CHAIN_TABLE)) return;
+        std::string form = "regular";
+        if (nftnl_chain_is_set(chain.get(), NFTNL_CHAIN_HOOKNUM)) {
+          const char* type = nftnl_chain_get_str(chain.get(), NFTNL_CHAIN_TYPE);
+          const char* device = nftnl_chain_get_str(chain.get(), NFTNL_CHAIN_DEV);
+          form = std::string{type != nullptr ? type : "?"} + " hook " +
+                 std::to_string(nftnl_chain_get_u32(chain.get(), NFTNL_CHAIN_HOOKNUM)) + " device " +
+                 (device != nullptr ? device : "?") + " priority " +
+                 std::to_string(nftnl_chain_get_s32(chain.get(), NFTNL_CHAIN_PRIO)) + " policy " +
+                 std::to_string(nftnl_chain_get_u32(chain.get(), NFTNL_CHAIN_POLICY));
+        }
+        forms.emplace(nftnl_chain_get_str(chain.get(), NFTNL_CHAIN_NAME), form);
+      });
+  if (error != 0) return DumpError("read the chains of", name_, error);
+  return forms;
+}
+
+common::Result<std::vector<std::string>> Table::RuleTexts(const std::string& chain) const {
+  const NftRule request{nftnl_rule_alloc()};
+  nftnl_rule_set_str(request.get(), NFTNL_RULE_TABLE, name_.c_str());
+  nftnl_rule_set_str(request.get(), NFTNL_RULE_CHAIN, chain.c_str());
+  std::vector<std::string> texts;
+  const int error = socket_->Dump(
+      NFT_MSG_GETRULE, [&](nlmsghdr* message) { nftnl_rule_nlmsg_build_payload(message, request.get()); },
+      [&](const nlmsghdr* message) {
+        const NftRule rule{nftnl_rule_alloc()};
+        if (nftnl_rule_nlmsg_parse(message, rule.get()) < 0) return;
+        if (name_ != nftnl_rule_get_str(rule.get(), NFTNL_RULE_TABLE) ||
+            chain != nftnl_rule_get_str(rule.get(), NFTNL_RULE_CHAIN))
+          return;
+        texts.push_back(TextOf(rule.get()));
+      });
+  if (error != 0) return DumpError("read the rules of", chain, error);
+  return texts;
 }
 
 }  // namespace mgr::nft

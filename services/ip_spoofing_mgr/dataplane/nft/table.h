@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -46,6 +47,17 @@ class Table final {
   /// Chains by name, with the interface they are bound to ("": none).
   [[nodiscard]] common::Result<std::map<std::string, std::string>> Chains() const;
   [[nodiscard]] common::Result<std::map<std::string, uint64_t>> Counters() const;
+  /// NFT_TABLE_F_...; nothing when there is no such table.
+  [[nodiscard]] common::Result<std::optional<uint32_t>> Flags() const;
+  /// Chains by name, each with all that decides what it does: type, hook, priority, policy, interface.
+  [[nodiscard]] common::Result<std::map<std::string, std::string>> ChainForms() const;
+  /// The form of a chain that AddChain() makes.
+  [[nodiscard]] static std::string FormOf(const std::string& interface);
+  /// The rules of a chain in their order, as TextOf() writes them.
+  [[nodiscard]] common::Result<std::vector<std::string>> RuleTexts(const std::string& chain) const;
+  /// The elements of a set in steps, as Socket::StartDump() and ContinueDump() do, over a socket of the caller's.
+  int StartElements(Socket& socket, const std::string& set) const;
+  static int ContinueElements(Socket& socket, const std::function<void(Element)>& take);
   /// The netdev tables of this network namespace.
   static common::Result<std::vector<std::string>> Names(Socket& socket);
 

@@ -45,10 +45,16 @@ bool Selected(const std::string& wanted, const std::string& name) { return wante
 
 json OrNull(const std::string& text) { return text.empty() ? json{} : json(text); }  // braces would make an array
 
+json EventJson(const Guard::Event& event) {
+  return {{"time", TimeText(event.time)}, {"what", event.what}, {"error", OrNull(event.error)}};
+}
+
 }  // namespace
 
 Commands::Commands(const CommandContext& context, ControlServer& server) : context_{context} {
-  server.Register("show status", [this](const json&, const Reply& reply) { ShowStatus(reply); });
+  server.Register("show status", [this](const json&, const Reply& reply) {
+    context_.guard.Check([this, reply] { ShowStatus(reply); });
+  });
   server.Register("show ports", [this](const json& arguments, const Reply& reply) { ShowPorts(arguments, reply); });
   server.Register("show entries", [this](const json& arguments, const Reply& reply) { ShowEntries(arguments, reply); });
   server.Register("show counters",
@@ -56,14 +62,17 @@ Commands::Commands(const CommandContext& context, ControlServer& server) : conte
   server.Register("show violators",
                   [this](const json& arguments, const Reply& reply) { ShowViolators(arguments, reply); });
   server.Register("watch drops", [this](const json&, const Reply& reply) { WatchDrops(reply); });
+  server.Register("watch guard", [this](const json&, const Reply& reply) { guard_watchers_.push_back(reply); });
   server.Register("monitor", [this](const json& arguments, const Reply& reply) { Monitor(arguments, reply); });
   server.Register("explain", [this](const json& arguments, const Reply& reply) { ShowExplanation(arguments, reply); });
+  context_.guard.OnEvent([this](const Guard::Event& event) { OnGuardEvent(event); });
   if (const int fd = context_.dataplane.DropEventFd(); fd >= 0) {
     context_.loop.AddFd(fd, EPOLLIN, [this](uint32_t) { OnDrops(); });
   }
 }
 
 Commands::~Commands() {
+  context_.guard.OnEvent({});
   if (const int fd = context_.dataplane.DropEventFd(); fd >= 0) context_.loop.RemoveFd(fd);
 }
 
@@ -84,8 +93,22 @@ void Commands::ShowStatus(const Reply& reply) const {
                {"entries-in-force", tally.InForce()},
                {"entries-installed", context_.engine.InstalledEntries()},
                {"entries-beyond-capacity", context_.engine.WaitingEntries()},
+               {"guard", GuardJson()},
                {"clients", clients}});
   reply->End();
+}
+
+json Commands::GuardJson() const {
+  const Guard& guard = context_.guard;
+  json events = json::array();
+  for (const Guard::Event& event : guard.last_events()) events.push_back(EventJson(event));
+  return {{"intact", guard.Intact()}, {"problems", guard.Problems()}, {"ports-unguarded", guard.UnguardedPorts()},
+          {"checks", guard.checks()}, {"repairs", guard.repairs()},   {"events", events}};
+}
+
+void Commands::OnGuardEvent(const Guard::Event& event) {
+  std::erase_if(guard_watchers_, [](const Reply& reply) { return !reply->Wanted(); });
+  for (const Reply& reply : guard_watchers_) reply->Part({{"rows", json::array({EventJson(event)})}});
 }
 
 void Commands::ShowPorts(const json& arguments, const Reply& reply) const {

@@ -7,6 +7,7 @@
 #include "clients/client_server.h"
 #include "control/control_server.h"
 #include "engine/engine.h"
+#include "guard/guard.h"
 #include "table/table.h"
 
 namespace mgr {
@@ -18,13 +19,14 @@ struct CommandContext {
   Engine& engine;
   Dataplane& dataplane;
   const ClientServer& clients;
+  Guard& guard;
 };
 
 /// The commands of the control socket:
-///   "show status"                      one part, an object
+///   "show status"                      one part, an object; after a comparison with the kernel
 ///   "show ports|entries [port]"        rows
 ///   "show counters|violators [port]"   rows
-///   "watch drops"                      rows as they come, no end
+///   "watch drops|guard"                rows as they come, no end
 ///   "monitor" {port, on}               no part
 ///   "explain" {port, frame or source}  one part, an object
 /// Rows come in parts {"rows": [...]}; "port" in the arguments selects one port.
@@ -44,6 +46,7 @@ class Commands final {
  private:
   using Reply = std::shared_ptr<ControlServer::Reply>;
   void ShowStatus(const Reply& reply) const;
+  [[nodiscard]] nlohmann::json GuardJson() const;
   void ShowPorts(const nlohmann::json& arguments, const Reply& reply) const;
   void ShowEntries(const nlohmann::json& arguments, const Reply& reply) const;
   void ShowCounters(const nlohmann::json& arguments, const Reply& reply) const;
@@ -52,11 +55,13 @@ class Commands final {
   void ShowExplanation(const nlohmann::json& arguments, const Reply& reply) const;
   void WatchDrops(const Reply& reply);
   void OnDrops();
+  void OnGuardEvent(const Guard::Event& event);
   [[nodiscard]] std::string NameOf(PortId id) const;
   [[nodiscard]] nlohmann::json DropJson(const Drop& drop) const;
 
   const CommandContext context_;
   std::vector<Reply> watchers_;
+  std::vector<Reply> guard_watchers_;
   DropEvents drop_events_;
 };
 

@@ -27,9 +27,15 @@ constexpr std::array<Words, kHindrances> kWords = {{
     {"group-mac", "a group MAC address is the source of no frame"},
     {"martian", "0/8, 127/8, 224/4 and 240/4 are dropped whatever is allowed"},
     {"being-changed", "being changed"},
+    {"not-guarded", nullptr},
 }};
 
 std::string TextOf(Hindrance hindrance) { return kWords.at(static_cast<size_t>(hindrance)).text; }
+
+std::string TextOf(Hindrance hindrance, const Port& port) {
+  if (hindrance == Hindrance::kPortRefused) return port.failure;
+  return hindrance == Hindrance::kNotGuarded ? port.unguarded : TextOf(hindrance);
+}
 
 /// Of an entry on a port that has `port`.
 Hindrance HindranceOf(Hindrance port, const EntryKey& key, const EntryRow& row) {
@@ -53,7 +59,7 @@ AllowedIpStatusEntry RowOf(const Port& port, bool in_force) {
   row.limid = port.limid;
   row.state = in_force ? 1 : 0;
   const bool filters = port.installed && port.installed->enabled && port.installed->ifindex != 0 &&
-                       !port.installed->monitor && port.failure.empty();
+                       !port.installed->monitor && port.failure.empty() && port.unguarded.empty();
   row.flag = filters ? 0 : 1;
   return row;
 }
@@ -68,19 +74,16 @@ Hindrance HindranceOf(const Port& port) {
   if (port.ifindex == 0) return Hindrance::kNoInterface;
   if (!port.wanted_enabled) return Hindrance::kPortNotEnabled;
   if (!port.installed || *port.installed != port.WantedConfig()) return Hindrance::kBeingChanged;
-  return Hindrance::kNone;
+  return port.unguarded.empty() ? Hindrance::kNone : Hindrance::kNotGuarded;
 }
 
-std::string ReasonOf(const Port& port) {
-  const Hindrance hindrance = HindranceOf(port);
-  return hindrance == Hindrance::kPortRefused ? port.failure : TextOf(hindrance);
-}
+std::string ReasonOf(const Port& port) { return TextOf(HindranceOf(port), port); }
 
 std::string ReasonOf(const Table& table, const Engine& engine, const EntryKey& key, const EntryRow& row) {
   const Port& port = *table.Find(key.port);
   const Hindrance hindrance = HindranceOf(HindranceOf(port), key, row);
   if (hindrance == Hindrance::kEntryRefused) return engine.FailureOf(key);
-  return hindrance == Hindrance::kPortRefused ? port.failure : TextOf(hindrance);
+  return TextOf(hindrance, port);
 }
 
 std::string ReasonOf(const Table& table, const OddKey& key) {

@@ -26,8 +26,9 @@ enum class Hindrance : uint8_t {
   kGroupMac,  ///< no frame comes from a group MAC address
   kMartian,   ///< no frame from this address passes, whatever is allowed
   kBeingChanged,
+  kNotGuarded,  ///< the filter is in place, and frames pass by it
 };
-inline constexpr size_t kHindrances = 12;
+inline constexpr size_t kHindrances = 13;
 /// As metrics name it, "beyond-capacity"; "none" for kNone.
 std::string_view NameOf(Hindrance hindrance);
 
@@ -53,7 +54,8 @@ std::string ReasonOf(const Table& table, const OddKey& key);
 
 /// The rows that clients read: one for each wanted entry (type 0), and one for each port with an allow-all mode (type 1
 /// to 3, VLAN 0: the mode holds for all VLANs). `state` is 1 when the row is in force. `flag` is 0 when frames from
-/// other sources are dropped at the port, and 1 when they pass: the port is not enabled, absent, or in monitor mode.
+/// other sources are dropped at the port, and 1 when they pass: the port is not enabled, absent, in monitor mode, or
+/// not guarded.
 std::vector<ip_spoofing_mgr::AllowedIpStatusEntry> StatusRows(const Table& table, const Engine& engine);
 
 }  // namespace mgr

@@ -97,6 +97,20 @@ void AddPorts(Families* families, const Table& table) {
            count([](const Port& port) { return port.monitor; }));
 }
 
+void AddGuard(Families* families, const Guard& guard) {
+  AddGauge(families, "ip_spoofing_guard_intact",
+           "1 when the kernel was found to enforce everything that it was told to at the last comparison",
+           guard.Intact() ? 1 : 0);
+  AddGauge(families, "ip_spoofing_ports_unguarded", "Enabled ports whose frames are not judged as they should be",
+           guard.UnguardedPorts());
+  AddValue(&Add(families, MetricType::Counter, "ip_spoofing_guard_checks_total",
+                "Complete comparisons of the kernel's state with the desired one"),
+           {}, static_cast<double>(guard.checks()));
+  AddValue(&Add(families, MetricType::Counter, "ip_spoofing_guard_repairs_total",
+                "Changes by other programs that were put back"),
+           {}, static_cast<double>(guard.repairs()));
+}
+
 }  // namespace
 
 void BatchMeter::Record(bool full, size_t requests, std::chrono::nanoseconds took) {
@@ -127,6 +141,7 @@ std::vector<MetricFamily> MetricFamilies(const MetricsSources& sources) {
   AddFrames(&families, sources);
   AddEntries(&families, sources);
   AddPorts(&families, sources.table);
+  AddGuard(&families, sources.guard);
   sources.batches.AddTo(&families);
   AddGauge(&families, "ip_spoofing_client_connected", "1 when a client that configures is connected",
            sources.clients.HasConfiguring() ? 1 : 0);

@@ -10,6 +10,7 @@
 #include "clients/client_server.h"
 #include "control/commands.h"
 #include "engine/engine.h"
+#include "guard/guard.h"
 #include "table/table.h"
 
 namespace mgr {
@@ -36,6 +37,7 @@ struct MetricsSources {
   Dataplane& dataplane;
   const ClientServer& clients;
   const Commands& commands;
+  const Guard& guard;
   const BatchMeter& batches;
 };
 

@@ -35,6 +35,7 @@ struct Port {
   size_t installed_entries = 0;
   std::optional<PortConfig> installed;  ///< as the dataplane was last told with success
   std::string failure;                  ///< why the last change was refused; empty: it was not
+  std::string unguarded;                ///< why frames pass by the filter although it is in place; empty: none do
   uint64_t batch = 0;                   ///< the last one that named it
   bool held = false;                    ///< its narrowing waits
 
