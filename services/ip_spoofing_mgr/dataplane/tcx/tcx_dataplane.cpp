@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cassert>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <map>
 #include <set>
@@ -15,6 +16,7 @@
 #include "dataplane/tcx/layout.h"
 #include "dataplane/tcx/links.h"
 #include "dataplane/tcx/maps.h"
+#include "dataplane/tcx/move_limit.h"
 #include "dataplane/tcx/tcx_object.h"
 #include "dataplane/verdict_text.h"
 
@@ -22,6 +24,8 @@ namespace mgr {
 namespace {
 
 using tcx::DumpAll;
+
+constexpr std::chrono::milliseconds kCheckStep{5};
 
 plane_entry_key ToKey(const EntryKey& key) { return {key.port << 12 | key.vlan, key.address_be}; }
 EntryKey FromKey(const plane_entry_key& key) {
@@ -53,6 +57,8 @@ class TcxDataplane final : public Dataplane {
   common::Result<std::vector<Drop>> Violators() override;
   [[nodiscard]] int DropEventFd() const override { return events_.Fd(); }
   std::vector<Drop> ReadDropEvents() override { return events_.Read(); }
+  CheckStep Check() override;
+  [[nodiscard]] const std::map<PortId, std::string>& Unguarded() const override { return unguarded_; }
 
   common::Status OpenEvents() { return events_.Open(object_.events()); }
 
@@ -66,8 +72,16 @@ class TcxDataplane final : public Dataplane {
   [[nodiscard]] bool IsOurs(uint32_t ifindex) const;
   /// Attaches the filters of ports that an earlier process had, and whose attachments are lost.
   common::Status AttachMissing();
-  /// Takes away every trace of earlier processes.
+  /// Removes every trace of earlier processes.
   void EndEarlier();
+  /// Compares one port with what the kernel has, and puts back what differs.
+  void CheckPort(const PortConfig& port, std::vector<Deviation>* found);
+  void CheckAttachment(const PortConfig& port, std::vector<Deviation>* found);
+  /// Attaches the filter again, or moves it before the others. 0 or an errno.
+  int PutBack(uint32_t ifindex, const tcx::Links::Standing& standing);
+  [[nodiscard]] tcx::Links::Standing StandingOf(uint32_t ifindex) const {
+    return tcx::Links::StandingOf(ifindex, own_programs_);
+  }
 
   const std::string mount_;
   const size_t capacity_;
@@ -77,6 +91,10 @@ class TcxDataplane final : public Dataplane {
   std::map<PortId, PortConfig> ports_;
   std::set<uint32_t> interfaces_;  ///< with an element in the map of ports
   uint8_t generation_ = 1;         ///< of this process; entries tell which run wrote them
+  std::vector<uint32_t> own_programs_{tcx::IdOf(object_.program())};  ///< ids of the filter, loaded once or twice
+  PortId next_checked_ = 0;                                           ///< where the running comparison is
+  std::map<PortId, std::string> unguarded_;
+  tcx::MoveLimit moves_;
 };
 
 common::Result<Snapshot> TcxDataplane::TakeOver() {
@@ -122,6 +140,70 @@ common::Status TcxDataplane::AttachMissing() {
     if (error != 0 && error != ENODEV) return common::SystemError("attach the filter", port.name, error);
   }
   return common::Ok();
+}
+
+Dataplane::CheckStep TcxDataplane::Check() {
+  CheckStep step;
+  const auto limit = std::chrono::steady_clock::now() + kCheckStep;
+  auto port = ports_.lower_bound(next_checked_);
+  for (; port != ports_.end() && std::chrono::steady_clock::now() < limit; ++port) CheckPort(port->second, &step.found);
+  step.complete = port == ports_.end();
+  next_checked_ = step.complete ? 0 : port->first;
+  if (step.complete) std::erase_if(unguarded_, [this](const auto& item) { return !ports_.contains(item.first); });
+  return step;
+}
+
+void TcxDataplane::CheckPort(const PortConfig& port, std::vector<Deviation>* found) {
+  if (port.ifindex == 0 || port.ifindex >= PLANE_MAX_IFINDEX) {
+    unguarded_.erase(port.id);
+    return;
+  }
+  const plane_port expected{port.id, ToVerdictPort(port), 0};
+  plane_port value{};
+  if (bpf_map_lookup_elem(object_.ports(), &port.ifindex, &value) != 0 ||
+      std::memcmp(&value, &expected, sizeof value) != 0) {
+    const bool written = bpf_map_update_elem(object_.ports(), &port.ifindex, &expected, BPF_ANY) == 0;
+    found->push_back({"port " + port.name + ": its state in the map was changed", written ? "" : std::strerror(errno)});
+  }
+  if (port.enabled) {
+    CheckAttachment(port, found);
+  } else {
+    unguarded_.erase(port.id);
+  }
+}
+
+void TcxDataplane::CheckAttachment(const PortConfig& port, std::vector<Deviation>* found) {
+  const auto standing = StandingOf(port.ifindex);
+  if (standing.attached && standing.before == 0) {
+    unguarded_.erase(port.id);
+    if (links_.IsPinned(port.ifindex)) return;
+    const int error = links_.PinAgain(port.ifindex);
+    found->push_back(
+        {"port " + port.name + ": the pin of its filter was removed", error == 0 ? "" : std::strerror(error)});
+    return;
+  }
+  if (if_nametoindex(port.name.c_str()) != port.ifindex) return;  // it is just going; the table hears of it
+  const std::string what =
+      standing.attached ? tcx::ProgramText(standing.before) + " stands before the filter" : "the filter was detached";
+  const int error = PutBack(port.ifindex, standing);
+  const auto now = StandingOf(port.ifindex);
+  if (error == 0 && now.attached && now.before == 0) {
+    unguarded_.erase(port.id);
+    found->push_back({"port " + port.name + ": " + what, {}});
+    return;
+  }
+  unguarded_[port.id] = what + ": " + (error != 0 ? std::strerror(error) : "it comes back again and again");
+}
+
+int TcxDataplane::PutBack(uint32_t ifindex, const tcx::Links::Standing& standing) {
+  if (!moves_.Allow(ifindex)) return 0;
+  if (!standing.attached) return links_.Attach(object_.program(), ifindex);
+  const int spare = object_.spare_program();
+  if (spare < 0) return errno;
+  if (own_programs_.size() == 1) own_programs_.push_back(tcx::IdOf(spare));
+  // The kernel attaches each program only once.
+  const bool has_main = tcx::Links::StandingOf(ifindex, {own_programs_.front()}).attached;
+  return links_.MoveFirst(has_main ? spare : object_.program(), ifindex);
 }
 
 void TcxDataplane::EndEarlier() {

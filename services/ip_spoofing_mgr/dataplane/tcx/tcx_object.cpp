@@ -71,20 +71,38 @@ common::Result<Object> Object::Load(const std::string& mount, uint32_t slots) {
 
 common::Status Object::LoadAt(const MapDir& dir, uint32_t slots) {
   dir_ = dir;
+  dir_.slots = slots;
   const std::string path = mount_ + "/" + dir.Name();
   if (mkdir(path.c_str(), 0700) != 0 && errno != EEXIST) return common::SystemError("mkdir", path, errno);
-  skeleton_.reset(filter_bpf__open());
-  if (skeleton_ == nullptr) return common::SystemError("open the filter program", {}, errno);
-  if (int error = bpf_map__set_max_entries(skeleton_->maps.entries, slots); error != 0)
-    return common::SystemError("size the entry map", std::to_string(slots), -error);
+  auto loaded = LoadSkeleton();
+  if (!loaded.ok()) return loaded.error();
+  skeleton_ = std::move(loaded).value();
+  return common::Ok();
+}
+
+common::Result<Object::Skeleton> Object::LoadSkeleton() const {
+  const std::string path = mount_ + "/" + dir_.Name();
+  Skeleton skeleton{filter_bpf__open()};
+  if (skeleton == nullptr) return common::SystemError("open the filter program", {}, errno);
+  if (int error = bpf_map__set_max_entries(skeleton->maps.entries, dir_.slots); error != 0)
+    return common::SystemError("size the entry map", std::to_string(dir_.slots), -error);
   bpf_map* map = nullptr;
-  bpf_object__for_each_map(map, skeleton_->obj) {
+  bpf_object__for_each_map(map, skeleton->obj) {
     if (bpf_map__is_internal(map)) continue;
     bpf_map__set_pin_path(map, (path + "/" + bpf_map__name(map)).c_str());
   }
-  if (int error = filter_bpf__load(skeleton_.get()); error != 0)
+  if (int error = filter_bpf__load(skeleton.get()); error != 0)
     return common::SystemError("load the filter program", path, -error);
-  return common::Ok();
+  return skeleton;
+}
+
+int Object::spare_program() {
+  if (spare_ == nullptr) {
+    auto loaded = LoadSkeleton();
+    if (!loaded.ok()) return -1;
+    spare_ = std::move(loaded).value();
+  }
+  return bpf_program__fd(spare_->progs.filter_ingress);
 }
 
 common::Status Object::CopyFrom(const MapDir& dir) {

@@ -22,6 +22,9 @@ class Object final {
   void Finish();
 
   [[nodiscard]] int program() const;
+  /// The same program once more on the same maps, because the kernel attaches a program only once to an interface.
+  /// Loaded when it is first asked for; negative when that fails, with errno set.
+  [[nodiscard]] int spare_program();
   [[nodiscard]] int ports() const;
   [[nodiscard]] int entries() const;
   [[nodiscard]] int counters() const;
@@ -37,7 +40,9 @@ class Object final {
   struct Destroy {
     void operator()(filter_bpf* skeleton) const noexcept;
   };
+  using Skeleton = std::unique_ptr<filter_bpf, Destroy>;
   Object() = default;
+  [[nodiscard]] common::Result<Skeleton> LoadSkeleton() const;
   common::Status LoadAt(const MapDir& dir, uint32_t slots);
   common::Status CopyFrom(const MapDir& dir);
 
@@ -45,7 +50,8 @@ class Object final {
   MapDir dir_;
   std::vector<std::string> unreadable_;
   bool starts_blind_ = false;
-  std::unique_ptr<filter_bpf, Destroy> skeleton_;
+  Skeleton skeleton_;
+  Skeleton spare_;
 };
 
 }  // namespace mgr::tcx
