@@ -250,5 +250,17 @@ TEST(TakenOver, StaysUntilAClientSaysOtherwise) {
                           "port eth3 on none, port eth1 on none, remove eth2/3/10.0.0.2, drop eth2"));
 }
 
+TEST(UnknownPort, IsForgottenAfterRequestsThatWantNothing) {
+  const std::vector<std::vector<Request>> batches{
+      {Remove("eth1", 0, "10.0.0.1")}, {Disable("eth1")}, {Mode("eth1", kNone)}};
+  for (const std::vector<Request>& batch : batches) {
+    Bench bench;
+    bench.Batch(batch);
+    bench.Wait(milliseconds{100});
+    EXPECT_TRUE(bench.table.ports().empty());
+    EXPECT_THAT(bench.plane.calls, IsEmpty());
+  }
+}
+
 }  // namespace
 }  // namespace mgr::test

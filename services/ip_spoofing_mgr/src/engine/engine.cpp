@@ -173,7 +173,10 @@ void Engine::WantEntry(const Request& request, Port* port, Objects* touched) {
   }
   const EntryKey key{.port = port->id, .vlan = request.vlan, .address_be = AddressBe(request)};
   Node* node = put ? table_.entries().FindOrMake(key) : table_.entries().Find(key);
-  if (node == nullptr) return;
+  if (node == nullptr) {
+    touched->ports.push_back(port->id);  // a port that only this request has named is forgotten again
+    return;
+  }
   TouchEntry(node, touched);
   if (put) node->second.wanted_mac = MacOf(request);
   SetWanted(port, &node->second, put);
