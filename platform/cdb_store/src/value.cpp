@@ -4,6 +4,7 @@
 
 #include <array>
 #include <charconv>
+#include <iterator>
 #include <limits>
 #include <optional>
 
@@ -117,184 +118,142 @@ std::string ToBase64(std::string_view bytes) {
   return out;
 }
 
-std::string AddressToText(int family, std::string_view bytes) {
-  std::array<char, INET6_ADDRSTRLEN> buffer{};
-  return inet_ntop(family, bytes.data(), buffer.data(), buffer.size()) != nullptr ? buffer.data() : "";
+/* One row of the table below for a group of types: how text becomes a stored value, and the other way round. */
+
+common::Result<std::string> NothingFromText(const Node& leaf, std::string_view) {
+  return common::Error{"", leaf.name, "is not a leaf"};
+}
+std::string NothingToText(const Node&, std::string_view) { return ""; }
+
+common::Result<std::string> EmptyFromText(const Node& leaf, std::string_view text) {
+  if (!text.empty()) return Bad(leaf.type, text);
+  return std::string{};
 }
 
-common::Result<std::string> AddressFromText(ValueType type, int family, std::string_view text) {
-  std::string out(static_cast<size_t>(FixedSize(type)), '\0');
-  if (inet_pton(family, std::string(text).c_str(), out.data()) != 1 || text.find('\0') != std::string_view::npos) {
-    return Bad(type, text);
+common::Result<std::string> StringFromText(const Node&, std::string_view text) { return std::string(text); }
+std::string StringToText(const Node&, std::string_view stored) { return std::string(stored); }
+
+template <class T>
+common::Result<std::string> IntegerFromText(const Node& leaf, std::string_view text) {
+  return IntFromText<T>(leaf.type, text);
+}
+template <class T>
+std::string IntegerToText(const Node&, std::string_view stored) {
+  return std::to_string(LoadInt<T>(stored));
+}
+
+common::Result<std::string> BoolFromText(const Node& leaf, std::string_view text) {
+  if (text != "true" && text != "false") return Bad(leaf.type, text);
+  return StoreInt<uint8_t>(text == "true" ? 1 : 0);
+}
+std::string BoolToText(const Node&, std::string_view stored) {
+  return LoadInt<uint8_t>(stored) != 0 ? "true" : "false";
+}
+
+common::Result<std::string> EnumFromText(const Node& leaf, std::string_view text) {
+  for (const EnumName& name : leaf.enums) {
+    if (name.name == text) return StoreInt(name.value);
+  }
+  return common::Error{"", "\"" + std::string(text) + "\"", "not one of the names of " + leaf.name};
+}
+std::string EnumToText(const Node& leaf, std::string_view stored) {
+  const auto value = LoadInt<int32_t>(stored);
+  for (const EnumName& name : leaf.enums) {
+    if (name.value == value) return name.name;
+  }
+  return std::to_string(value);
+}
+
+common::Result<std::string> BinaryFromText(const Node& leaf, std::string_view text) {
+  auto bytes = leaf.binary_text == BinaryText::kOctets ? FromOctets(text) : FromBase64(text);
+  if (!bytes) return Bad(leaf.type, text);
+  return *std::move(bytes);
+}
+std::string BinaryToText(const Node& leaf, std::string_view stored) {
+  return leaf.binary_text == BinaryText::kOctets ? ToOctets(stored) : ToBase64(stored);
+}
+
+template <int kFamily>
+common::Result<std::string> AddressFromText(const Node& leaf, std::string_view text) {
+  std::string out(static_cast<size_t>(FixedSize(leaf.type)), '\0');
+  if (inet_pton(kFamily, std::string(text).c_str(), out.data()) != 1 || text.find('\0') != std::string_view::npos) {
+    return Bad(leaf.type, text);
   }
   return out;
+}
+template <int kFamily>
+std::string AddressToText(const Node&, std::string_view stored) {
+  std::array<char, INET6_ADDRSTRLEN> buffer{};
+  return inet_ntop(kFamily, stored.data(), buffer.data(), buffer.size()) != nullptr ? buffer.data() : "";
+}
+
+common::Result<std::string> Decimal64FromText(const Node& leaf, std::string_view text) {
+  return DecimalFromText(text, leaf.fraction_digits);
+}
+std::string Decimal64ToText(const Node& leaf, std::string_view stored) {
+  return DecimalToText(LoadInt<int64_t>(stored), leaf.fraction_digits);
+}
+
+/// Everything that differs from type to type.
+struct TypeTraits {
+  const char* name;
+  int fixed_size;  ///< of every stored value, in bytes; -1: it varies
+  common::Result<std::string> (*from_text)(const Node& leaf, std::string_view text);
+  std::string (*to_text)(const Node& leaf, std::string_view stored);  ///< `stored` has the fixed size, if there is one
+};
+
+template <class T>
+constexpr TypeTraits Integer(const char* name) {
+  return {name, sizeof(T), IntegerFromText<T>, IntegerToText<T>};
+}
+
+constexpr TypeTraits kUnknownType{"unknown type", -1, NothingFromText, NothingToText};
+
+/// By the number of the type.
+constexpr TypeTraits kTypeTraits[] = {
+    /* kNone */ {"no value", 0, NothingFromText, NothingToText},
+    /* kEmpty */ {"empty", 0, EmptyFromText, NothingToText},
+    /* 2 */ kUnknownType,
+    /* kString */ {"string", -1, StringFromText, StringToText},
+    /* kInt8 */ Integer<int8_t>("int8"),
+    /* kInt16 */ Integer<int16_t>("int16"),
+    /* kInt32 */ Integer<int32_t>("int32"),
+    /* kInt64 */ Integer<int64_t>("int64"),
+    /* kUint8 */ Integer<uint8_t>("uint8"),
+    /* kUint16 */ Integer<uint16_t>("uint16"),
+    /* kUint32 */ Integer<uint32_t>("uint32"),
+    /* kUint64 */ Integer<uint64_t>("uint64"),
+    /* kBool */ {"boolean", 1, BoolFromText, BoolToText},
+    /* kEnum */ {"enumeration", 4, EnumFromText, EnumToText},
+    /* kBinary */ {"binary", -1, BinaryFromText, BinaryToText},
+    /* kIpv4 */ {"IPv4 address", 4, AddressFromText<AF_INET>, AddressToText<AF_INET>},
+    /* kIpv6 */ {"IPv6 address", 16, AddressFromText<AF_INET6>, AddressToText<AF_INET6>},
+    /* kDecimal64 */ {"decimal64", 8, Decimal64FromText, Decimal64ToText},
+};
+static_assert(std::size(kTypeTraits) == static_cast<size_t>(ValueType::kDecimal64) + 1);
+
+/// The type may be a number that no type has: a program's message can hold it.
+const TypeTraits& TraitsOf(ValueType type) {
+  const auto number = static_cast<size_t>(type);
+  return number < std::size(kTypeTraits) ? kTypeTraits[number] : kUnknownType;
 }
 
 }  // namespace
 
-int FixedSize(ValueType type) {
-  switch (type) {
-    case ValueType::kNone:
-    case ValueType::kEmpty:
-      return 0;
-    case ValueType::kInt8:
-    case ValueType::kUint8:
-    case ValueType::kBool:
-      return 1;
-    case ValueType::kInt16:
-    case ValueType::kUint16:
-      return 2;
-    case ValueType::kInt32:
-    case ValueType::kUint32:
-    case ValueType::kEnum:
-    case ValueType::kIpv4:
-      return 4;
-    case ValueType::kInt64:
-    case ValueType::kUint64:
-    case ValueType::kDecimal64:
-      return 8;
-    case ValueType::kIpv6:
-      return 16;
-    case ValueType::kString:
-    case ValueType::kBinary:
-      break;
-  }
-  return -1;
-}
+int FixedSize(ValueType type) { return TraitsOf(type).fixed_size; }
 
-const char* TypeName(ValueType type) {
-  switch (type) {
-    case ValueType::kNone:
-      return "no value";
-    case ValueType::kEmpty:
-      return "empty";
-    case ValueType::kString:
-      return "string";
-    case ValueType::kInt8:
-      return "int8";
-    case ValueType::kInt16:
-      return "int16";
-    case ValueType::kInt32:
-      return "int32";
-    case ValueType::kInt64:
-      return "int64";
-    case ValueType::kUint8:
-      return "uint8";
-    case ValueType::kUint16:
-      return "uint16";
-    case ValueType::kUint32:
-      return "uint32";
-    case ValueType::kUint64:
-      return "uint64";
-    case ValueType::kBool:
-      return "boolean";
-    case ValueType::kEnum:
-      return "enumeration";
-    case ValueType::kBinary:
-      return "binary";
-    case ValueType::kIpv4:
-      return "IPv4 address";
-    case ValueType::kIpv6:
-      return "IPv6 address";
-    case ValueType::kDecimal64:
-      return "decimal64";
-  }
-  return "unknown type";
-}
+const char* TypeName(ValueType type) { return TraitsOf(type).name; }
 
 common::Result<std::string> ValueFromText(const Node& leaf, std::string_view text) {
-  switch (leaf.type) {
-    case ValueType::kNone:
-      break;
-    case ValueType::kEmpty:
-      if (!text.empty()) return Bad(leaf.type, text);
-      return std::string{};
-    case ValueType::kString:
-      return std::string(text);
-    case ValueType::kInt8:
-      return IntFromText<int8_t>(leaf.type, text);
-    case ValueType::kInt16:
-      return IntFromText<int16_t>(leaf.type, text);
-    case ValueType::kInt32:
-      return IntFromText<int32_t>(leaf.type, text);
-    case ValueType::kInt64:
-      return IntFromText<int64_t>(leaf.type, text);
-    case ValueType::kUint8:
-      return IntFromText<uint8_t>(leaf.type, text);
-    case ValueType::kUint16:
-      return IntFromText<uint16_t>(leaf.type, text);
-    case ValueType::kUint32:
-      return IntFromText<uint32_t>(leaf.type, text);
-    case ValueType::kUint64:
-      return IntFromText<uint64_t>(leaf.type, text);
-    case ValueType::kBool:
-      if (text != "true" && text != "false") return Bad(leaf.type, text);
-      return StoreInt<uint8_t>(text == "true" ? 1 : 0);
-    case ValueType::kEnum:
-      for (const EnumName& name : leaf.enums) {
-        if (name.name == text) return StoreInt(name.value);
-      }
-      return common::Error{"", "\"" + std::string(text) + "\"", "not one of the names of " + leaf.name};
-    case ValueType::kBinary: {
-      auto bytes = leaf.binary_text == BinaryText::kOctets ? FromOctets(text) : FromBase64(text);
-      if (!bytes) return Bad(leaf.type, text);
-      return *std::move(bytes);
-    }
-    case ValueType::kIpv4:
-      return AddressFromText(leaf.type, AF_INET, text);
-    case ValueType::kIpv6:
-      return AddressFromText(leaf.type, AF_INET6, text);
-    case ValueType::kDecimal64:
-      return DecimalFromText(text, leaf.fraction_digits);
-  }
-  return common::Error{"", leaf.name, "is no leaf"};
+  return TraitsOf(leaf.type).from_text(leaf, text);
 }
 
 std::string ValueToText(const Node& leaf, std::string_view stored) { return ValueToText(leaf, leaf.type, stored); }
 
 std::string ValueToText(const Node& leaf, ValueType type, std::string_view stored) {
-  if (const int size = FixedSize(type); size > 0 && stored.size() != static_cast<size_t>(size)) return "";
-  switch (type) {
-    case ValueType::kNone:
-    case ValueType::kEmpty:
-      return "";
-    case ValueType::kString:
-      return std::string(stored);
-    case ValueType::kInt8:
-      return std::to_string(LoadInt<int8_t>(stored));
-    case ValueType::kInt16:
-      return std::to_string(LoadInt<int16_t>(stored));
-    case ValueType::kInt32:
-      return std::to_string(LoadInt<int32_t>(stored));
-    case ValueType::kInt64:
-      return std::to_string(LoadInt<int64_t>(stored));
-    case ValueType::kUint8:
-      return std::to_string(LoadInt<uint8_t>(stored));
-    case ValueType::kUint16:
-      return std::to_string(LoadInt<uint16_t>(stored));
-    case ValueType::kUint32:
-      return std::to_string(LoadInt<uint32_t>(stored));
-    case ValueType::kUint64:
-      return std::to_string(LoadInt<uint64_t>(stored));
-    case ValueType::kBool:
-      return LoadInt<uint8_t>(stored) != 0 ? "true" : "false";
-    case ValueType::kEnum: {
-      const auto value = LoadInt<int32_t>(stored);
-      for (const EnumName& name : leaf.enums) {
-        if (name.value == value) return name.name;
-      }
-      return std::to_string(value);
-    }
-    case ValueType::kBinary:
-      return leaf.binary_text == BinaryText::kOctets ? ToOctets(stored) : ToBase64(stored);
-    case ValueType::kIpv4:
-      return AddressToText(AF_INET, stored);
-    case ValueType::kIpv6:
-      return AddressToText(AF_INET6, stored);
-    case ValueType::kDecimal64:
-      return DecimalToText(LoadInt<int64_t>(stored), leaf.fraction_digits);
-  }
-  return "";
+  const TypeTraits& traits = TraitsOf(type);
+  if (traits.fixed_size > 0 && stored.size() != static_cast<size_t>(traits.fixed_size)) return "";
+  return traits.to_text(leaf, stored);
 }
 
 }  // namespace cdb_store
