@@ -27,6 +27,17 @@ bool LeavesDiffer(const Change& change, NodeId first, NodeId end) {
   }
 }
 
+/// The same keys as far as both have them.
+bool KeysAgree(std::string_view a, std::string_view b) { return a.starts_with(b) || b.starts_with(a); }
+
+/// The change in a record that was read with LMDB's `code`.
+Lookup<Change> FromRecord(int code, std::string_view key, const MDB_val& data) {
+  if (code == MDB_NOTFOUND) return std::nullopt;
+  std::optional<Change> change = code == 0 ? UnpackChange(key, FromVal(data)) : std::nullopt;
+  if (!change) return StoreError("read", "the difference of the commit", code == 0 ? MDB_CORRUPTED : code);
+  return change;
+}
+
 }  // namespace
 
 std::string PackChange(const Change& change) {
@@ -49,49 +60,36 @@ std::optional<Change> UnpackChange(std::string_view key, std::string_view packed
   return change;
 }
 
-std::optional<Change> DiffView::Accept(int code, std::string_view key, const MDB_val& data) const {
-  if (code == MDB_NOTFOUND) return std::nullopt;
-  std::optional<Change> change = code == 0 ? UnpackChange(key, FromVal(data)) : std::nullopt;
-  if (!change && error_ == 0) error_ = code == 0 ? MDB_CORRUPTED : code;
-  return change;
-}
-
-std::optional<Change> DiffView::Get(const Node& node, std::string_view keys) const {
+Lookup<Change> DiffView::Get(const Node& node, std::string_view keys) const {
   if (keys.size() > kMaxKeys) return std::nullopt;
   InstanceKey instance(keys);
   MDB_val key = ToVal(instance.Row(node.id));
   MDB_val data{};
-  const int code = mdb_get(txn_, dbi_, &key, &data);
-  return Accept(code, {}, data);
+  return FromRecord(mdb_get(txn_, dbi_, &key, &data), {}, data);
 }
 
-DiffCursor::DiffCursor(const DiffView& diff) : diff_{&diff} {
+DiffCursor::DiffCursor(const DiffView& diff) {
   MDB_cursor* cursor = nullptr;
-  const int code = mdb_cursor_open(diff.txn(), diff.dbi(), &cursor);
-  if (code == 0)
-    cursor_.reset(cursor);
-  else
-    diff.Accept(code, {}, {});
+  open_error_ = mdb_cursor_open(diff.txn(), diff.dbi(), &cursor);
+  if (open_error_ == 0) cursor_.reset(cursor);
 }
 
-std::optional<Change> DiffCursor::Seek(std::string_view record_key) {
-  if (cursor_ == nullptr) return std::nullopt;
+Lookup<Change> DiffCursor::Seek(std::string_view record_key) {
   MDB_val key = ToVal(record_key);
   MDB_val data{};
+  if (cursor_ == nullptr) return FromRecord(open_error_, {}, data);
   const MDB_cursor_op op = record_key.empty() ? MDB_FIRST : MDB_SET_RANGE;
   const int code = mdb_cursor_get(cursor_.get(), &key, &data, op);
-  return diff_->Accept(code, FromVal(key), data);
+  return FromRecord(code, FromVal(key), data);
 }
 
-std::optional<Change> DiffCursor::Next() {
-  if (cursor_ == nullptr) return std::nullopt;
+Lookup<Change> DiffCursor::Next() {
   MDB_val key{};
   MDB_val data{};
+  if (cursor_ == nullptr) return FromRecord(open_error_, {}, data);
   const int code = mdb_cursor_get(cursor_.get(), &key, &data, MDB_NEXT);
-  return diff_->Accept(code, FromVal(key), data);
+  return FromRecord(code, FromVal(key), data);
 }
-
-bool KeysAgree(std::string_view a, std::string_view b) { return a.starts_with(b) || b.starts_with(a); }
 
 bool Triggers(const Schema& schema, const SubscriptionTarget& target, const Change& change) {
   const std::optional<RecordKey> record = ParseRecordKey(change.key);

@@ -28,7 +28,22 @@ bool IsCutShort(MDB_env* env, const std::string& path) {
 }  // namespace
 
 common::Error StoreError(std::string operation, std::string object, int code) {
-  return {std::move(operation), std::move(object), mdb_strerror(code)};
+  if (code > 0) return common::SystemError(std::move(operation), std::move(object), code);
+  common::Error error{std::move(operation), std::move(object), mdb_strerror(code)};
+  switch (code) {
+    case MDB_CORRUPTED:
+    case MDB_PAGE_NOTFOUND:
+    case MDB_INVALID:
+      error.code = common::ErrorCode::kDamaged;
+      break;
+    case MDB_MAP_FULL:
+    case MDB_READERS_FULL:
+      error.code = common::ErrorCode::kExhausted;
+      break;
+    default:
+      break;
+  }
+  return error;
 }
 
 Environment::~Environment() {

@@ -4,11 +4,11 @@
 
 namespace cdb_store {
 
-std::optional<std::string> ReadMeta(MDB_txn* txn, MDB_dbi meta, std::string_view key) {
-  MDB_val key_val = ToVal(key);
-  MDB_val data{};
-  if (mdb_get(txn, meta, &key_val, &data) != 0) return std::nullopt;
-  return std::string(FromVal(data));
+Lookup<std::string> ReadMeta(MDB_txn* txn, MDB_dbi meta, std::string_view key) {
+  const Lookup<std::string_view> record = ReadRecord(txn, meta, key);
+  if (!record.ok()) return record.error();
+  if (!record.value()) return std::nullopt;
+  return std::string(*record.value());
 }
 
 std::optional<Identity> UnpackIdentity(std::string_view bytes) {
@@ -22,9 +22,12 @@ std::optional<Identity> UnpackIdentity(std::string_view bytes) {
   return identity;
 }
 
-Identity ReadIdentityRecord(MDB_txn* txn, MDB_dbi meta) {
-  const std::optional<std::string> bytes = ReadMeta(txn, meta, kIdentityKey);
-  return bytes ? UnpackIdentity(*bytes).value_or(Identity{}) : Identity{};
+common::Result<Identity> ReadIdentityRecord(MDB_txn* txn, MDB_dbi meta) {
+  const Lookup<std::string_view> bytes = ReadRecord(txn, meta, kIdentityKey);
+  if (!bytes.ok()) return bytes.error();
+  const std::optional<Identity> identity = bytes.value() ? UnpackIdentity(*bytes.value()) : std::nullopt;
+  if (!identity) return StoreError("read", "the identity of the configuration store", MDB_CORRUPTED);
+  return *identity;
 }
 
 std::string PackIdentity(const Identity& identity) {

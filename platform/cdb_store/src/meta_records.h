@@ -18,11 +18,11 @@ inline constexpr const char* kIdentityKey = "identity";
 inline constexpr const char* kModelKey = "model";
 inline constexpr const char* kOldFingerprintKey = "fingerprint";  ///< of the first format; part of the identity since
 
-std::optional<std::string> ReadMeta(MDB_txn* txn, MDB_dbi meta, std::string_view key);
-/// Nothing when the bytes are none. The record of the first format has no fingerprint.
+Lookup<std::string> ReadMeta(MDB_txn* txn, MDB_dbi meta, std::string_view key);
+/// Returns nullopt for malformed bytes. The record of the first format has no fingerprint.
 std::optional<Identity> UnpackIdentity(std::string_view bytes);
-/// All zero when there is none, or no whole one.
-Identity ReadIdentityRecord(MDB_txn* txn, MDB_dbi meta);
+/// Fails also where the record is missing or malformed: every store has one.
+common::Result<Identity> ReadIdentityRecord(MDB_txn* txn, MDB_dbi meta);
 std::string PackIdentity(const Identity& identity);
 
 }  // namespace cdb_store

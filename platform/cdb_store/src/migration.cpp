@@ -119,9 +119,10 @@ class Migration final {
 
 common::Status Migrate(MDB_txn* txn, const Environment& env, const Schema& to) {
   constexpr const char* kOperation = "open configuration store";
-  const std::optional<std::string> bytes = ReadMeta(txn, env.meta, kSchemaKey);
-  if (!bytes) return common::Error{kOperation, env.path(), "holds no schema; nothing was changed"};
-  const common::Result<Schema> from = Schema::Parse(*bytes);
+  const Lookup<std::string> bytes = ReadMeta(txn, env.meta, kSchemaKey);
+  if (!bytes.ok()) return bytes.error();
+  if (!bytes.value()) return common::Error{kOperation, env.path(), "holds no schema; nothing was changed"};
+  const common::Result<Schema> from = Schema::Parse(*bytes.value());
   if (!from) return common::Error{kOperation, env.path(), from.error().Text() + "; nothing was changed"};
   Migration migration(from.value(), to);
   int code = ForEachRecord(txn, env.running, "", [&](MDB_cursor*, std::string_view key, std::string_view value) {

@@ -11,8 +11,11 @@ constexpr size_t kIdleTransactions = 2;
 
 }  // namespace
 
-Snapshot::Snapshot(const Environment& env, const Schema& schema, TxnHandle txn)
-    : env_{&env}, schema_{&schema}, txn_{std::move(txn)}, identity_{ReadIdentityRecord(txn_.get(), env.meta)} {}
+common::Result<std::shared_ptr<Snapshot>> Snapshot::Of(const Environment& env, const Schema& schema, TxnHandle txn) {
+  const common::Result<Identity> identity = ReadIdentityRecord(txn.get(), env.meta);
+  if (!identity) return identity.error();
+  return std::shared_ptr<Snapshot>(new Snapshot(env, schema, std::move(txn), identity.value()));
+}
 
 common::Result<std::unique_ptr<StoreReader>> StoreReader::Open(const std::string& path) {
   auto env = Environment::OpenForReading(path);
@@ -22,12 +25,15 @@ common::Result<std::unique_ptr<StoreReader>> StoreReader::Open(const std::string
   auto txn = reader->env_->BeginRead();
   if (!txn) return txn.error();
   const auto bytes = ReadMeta(txn.value().get(), reader->env_->meta, kSchemaKey);
-  if (!bytes) return common::Error{"open configuration store", path, "holds no schema"};
-  auto schema = Schema::Parse(*bytes);
+  if (!bytes.ok()) return bytes.error();
+  if (!bytes.value()) return common::Error{"open configuration store", path, "holds no schema"};
+  auto schema = Schema::Parse(*bytes.value());
   if (!schema) return schema.error();
   reader->schema_ = std::move(schema).value();
   reader->fingerprint_ = reader->schema_.Fingerprint();
-  reader->primary_ = ReadMeta(txn.value().get(), reader->env_->meta, kPrimaryKey).value_or("");
+  const auto primary = ReadMeta(txn.value().get(), reader->env_->meta, kPrimaryKey);
+  if (!primary.ok()) return primary.error();
+  reader->primary_ = primary.value().value_or("");
   return reader;
 }
 
@@ -50,9 +56,11 @@ common::Result<std::shared_ptr<Snapshot>> StoreReader::Take() {
     mdb_txn_reset(done.get());
     idle->push_back(std::move(done));
   };
-  std::shared_ptr<Snapshot> snapshot(new Snapshot(*env_, schema_, std::move(txn)), give_back);
-  if (snapshot->identity_.fingerprint == fingerprint_) return snapshot;
-  return common::Error{"read configuration store", path(), "the server has another data model now: connect anew"};
+  const common::Result<Identity> identity = ReadIdentityRecord(txn.get(), env_->meta);
+  if (!identity) return identity.error();
+  std::shared_ptr<Snapshot> snapshot(new Snapshot(*env_, schema_, std::move(txn), identity.value()), give_back);
+  if (identity.value().fingerprint == fingerprint_) return snapshot;
+  return common::Error{"read configuration store", path(), "the server has another data model now: connect again"};
 }
 
 StoreReader::~StoreReader() { idle_->clear(); }

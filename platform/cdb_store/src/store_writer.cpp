@@ -28,7 +28,7 @@ common::Result<std::unique_ptr<StoreWriter>> StoreWriter::Open(const StoreOption
   auto lock = files.Lock();
   if (!lock) return lock.error();
   const auto creates = files.NeedsCreation();
-  if (!creates) return creates.error();
+  if (!creates.ok()) return creates.error();
   if (creates.value()) {
     const auto draft = files.PrepareDraft();
     if (!draft) return draft.error();
@@ -50,7 +50,9 @@ common::Result<std::unique_ptr<StoreWriter>> StoreWriter::Open(const StoreOption
   store->schema_ = std::move(schema);
   const auto txn = store->env_->BeginRead();
   if (!txn) return txn.error();
-  const uint32_t number = ReadIdentityRecord(txn.value().get(), store->env_->meta).txid.store;
+  const auto identity = ReadMeta(txn.value().get(), store->env_->meta, kIdentityKey);
+  if (!identity.ok()) return identity.error();
+  const uint32_t number = UnpackIdentity(identity.value().value_or("")).value_or(Identity{}).txid.store;
   if (number != 0) {
     if (auto status = files.CheckIdentity(number); !status) return status.error();
   }
@@ -65,7 +67,9 @@ common::Status StoreWriter::Adopt(const std::string& primary, const ModelCheck& 
   auto begun = env_->BeginWrite();
   if (!begun) return begun.error();
   TxnHandle txn = std::move(begun).value();
-  const std::optional<std::string> stored = ReadMeta(txn.get(), env_->meta, kIdentityKey);
+  const Lookup<std::string> identity_record = ReadMeta(txn.get(), env_->meta, kIdentityKey);
+  if (!identity_record.ok()) return identity_record.error();
+  const std::optional<std::string>& stored = identity_record.value();
   const std::optional<Identity> known = stored ? UnpackIdentity(*stored) : Identity{};
   const bool complete = env_->is_new() ? !stored : known && known->txid.store != 0;
   if (!complete) {
@@ -83,7 +87,9 @@ common::Status StoreWriter::Adopt(const std::string& primary, const ModelCheck& 
       identity.diff_of = 0;
       migrated_ = true;
     }
-    if (check.allows && ReadMeta(txn.get(), env_->meta, kModelKey) != check.version) {
+    const Lookup<std::string> version = ReadMeta(txn.get(), env_->meta, kModelKey);
+    if (!version.ok()) return version.error();
+    if (check.allows && version.value() != check.version) {
       if (auto allowed = check.allows(View(schema_, txn.get(), env_->running)); !allowed) {
         return common::Error{kOperation, path(),
                              "holds what the data model does not allow: " + allowed.error().object + ": " +
@@ -97,7 +103,9 @@ common::Status StoreWriter::Adopt(const std::string& primary, const ModelCheck& 
       {kPrimaryKey, primary},     {kModelKey, check.version},         {kIdentityKey, PackIdentity(identity)}};
   bool changed = false;
   for (const auto& [name, value] : records) {
-    if (ReadMeta(txn.get(), env_->meta, name) == value) continue;
+    const Lookup<std::string> present = ReadMeta(txn.get(), env_->meta, name);
+    if (!present.ok()) return present.error();
+    if (present.value() == value) continue;
     changed = true;
     if (const int code = SetRecord(txn.get(), env_->meta, name, value); code != 0) {
       return StoreError("write configuration store", path(), code);
@@ -115,7 +123,7 @@ common::Status StoreWriter::Adopt(const std::string& primary, const ModelCheck& 
 common::Result<std::shared_ptr<Snapshot>> StoreWriter::Take() {
   auto txn = env_->BeginRead();
   if (!txn) return txn.error();
-  return std::make_shared<Snapshot>(*env_, schema_, std::move(txn).value());
+  return Snapshot::Of(*env_, schema_, std::move(txn).value());
 }
 
 common::Result<WriteTxn> StoreWriter::Begin() {
@@ -137,7 +145,7 @@ common::Status StoreWriter::Settle(size_t min_changes) {
   if (auto status = txn.CatchUpPreCommit(); !status) return status;
   Identity settled = identity_;
   settled.diff_of = 0;
-  if (auto status = txn.PutMeta(kIdentityKey, PackIdentity(settled)); !status) return status;
+  if (auto status = txn.PutIdentity(settled); !status) return status;
   if (const int code = mdb_txn_commit(txn.txn_.release()); code != 0) {
     return StoreError("settle configuration store", path(), code);
   }
@@ -145,26 +153,19 @@ common::Status StoreWriter::Settle(size_t min_changes) {
   return common::Ok();
 }
 
-std::optional<std::string> StoreWriter::GetMeta(const std::string& key) const {
+common::Result<std::vector<LogRecord>> StoreWriter::ReadLog() const {
   const auto txn = env_->BeginRead();
-  return txn ? ReadMeta(txn.value().get(), env_->meta, key) : std::nullopt;
-}
-
-std::optional<std::string> StoreWriter::GetLog(uint64_t id) const {
-  const auto txn = env_->BeginRead();
-  return txn ? ReadMeta(txn.value().get(), env_->log, StoreInt(id)) : std::nullopt;
-}
-
-std::vector<uint64_t> StoreWriter::LogIds() const {
-  std::vector<uint64_t> ids;
-  const auto txn = env_->BeginRead();
-  MDB_cursor* raw = nullptr;
-  if (!txn || mdb_cursor_open(txn.value().get(), env_->log, &raw) != 0) return ids;
-  const CursorHandle cursor(raw);
-  MDB_val key{};
-  MDB_val data{};
-  while (mdb_cursor_get(raw, &key, &data, MDB_NEXT) == 0) ids.push_back(LoadInt<uint64_t>(FromVal(key)));
-  return ids;
+  if (!txn) return txn.error();
+  std::vector<LogRecord> records;
+  const auto take = [&](MDB_cursor*, std::string_view key, std::string_view record) {
+    if (key.size() != sizeof(uint64_t)) return MDB_CORRUPTED;
+    records.push_back({LoadInt<uint64_t>(key), std::string(record)});
+    return 0;
+  };
+  if (const int code = ForEachRecord(txn.value().get(), env_->log, "", take); code != 0) {
+    return StoreError("read", "the log of the configuration store", code);
+  }
+  return records;
 }
 
 }  // namespace cdb_store

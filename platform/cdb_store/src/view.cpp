@@ -1,100 +1,87 @@
 #include "cdb_store/view.h"
 
-#include <algorithm>
-
 namespace cdb_store {
 
-bool View::Accept(int code) const {
-  if (code != 0 && code != MDB_NOTFOUND && error_ == 0) error_ = code;
-  return code == 0;
-}
-
-bool View::Fetch(std::string_view record_key, MDB_val* data) const {
-  MDB_val key = ToVal(record_key);
-  return Accept(mdb_get(txn_, dbi_, &key, data));
-}
-
-std::optional<std::string_view> View::Row(const Node& node, std::string_view keys) const {
+Lookup<std::string_view> View::Row(const Node& node, std::string_view keys) const {
   if (keys.size() > kMaxKeys) return std::nullopt;
   InstanceKey key(keys);
-  MDB_val data{};
-  if (!Fetch(key.Row(node.id), &data)) return std::nullopt;
-  return FromVal(data);
+  return ReadRecord(txn_, dbi_, key.Row(node.id));
 }
 
-std::optional<std::string_view> View::Leaf(const Node& leaf, std::string_view keys) const {
-  const std::optional<std::string_view> row = Row(schema_->node(leaf.row), keys);
-  return row ? FindLeaf(*row, leaf.id) : std::nullopt;
+Lookup<std::string_view> View::Leaf(const Node& leaf, std::string_view keys) const {
+  Lookup<std::string_view> row = Row(schema_->node(leaf.row), keys);
+  if (!row.ok() || !row.value()) return row;
+  return FindLeaf(*row.value(), leaf.id);
 }
 
-std::optional<std::string> View::AnyLeaf(const Node& leaf, std::string_view keys) const {
-  if (!leaf.IsKeyLeaf()) {
-    const std::optional<std::string_view> value = Leaf(leaf, keys);
-    return value ? std::optional<std::string>(*value) : std::nullopt;
-  }
-  const Node& list = schema_->node(leaf.parent);
-  if (!Row(list, keys)) return std::nullopt;
-  return OwnKeys(*schema_, list, keys)[static_cast<size_t>(leaf.key_index)];
+Answer<bool> View::HasRow(const Node& node, std::string_view keys) const {
+  const Lookup<std::string_view> row = Row(node, keys);
+  if (!row.ok()) return row.error();
+  return row.value().has_value();
 }
 
-bool View::Exists(const Node& node, std::string_view keys) const {
+Answer<bool> View::Exists(const Node& node, std::string_view keys) const {
   switch (node.kind) {
     case NodeKind::kRoot:
       return true;
     case NodeKind::kContainer:
       return HasContent(node, keys);
-    case NodeKind::kLeaf:
-      return node.IsKeyLeaf() ? Row(schema_->node(node.parent), keys).has_value() : Leaf(node, keys).has_value();
+    case NodeKind::kLeaf: {
+      if (node.IsKeyLeaf()) return HasRow(schema_->node(node.parent), keys);
+      const Lookup<std::string_view> value = Leaf(node, keys);
+      if (!value.ok()) return value.error();
+      return value.value().has_value();
+    }
     case NodeKind::kPresenceContainer:
     case NodeKind::kList:
     case NodeKind::kLeafList:
       break;
   }
-  return Row(node, keys).has_value();
+  return HasRow(node, keys);
 }
 
-uint32_t View::Count(const Node& list, std::string_view parent_keys) const {
+common::Result<uint32_t> View::Count(const Node& list, std::string_view parent_keys) const {
   if (parent_keys.size() > kMaxKeys) return 0;
   InstanceKey key(parent_keys);
-  MDB_val data{};
-  if (!Fetch(key.Count(list.id), &data)) return 0;
-  if (data.mv_size == sizeof(uint32_t)) return LoadInt<uint32_t>(FromVal(data));
-  Accept(MDB_CORRUPTED);
-  return 0;
+  const Lookup<std::string_view> record = ReadRecord(txn_, dbi_, key.Count(list.id));
+  if (!record.ok()) return record.error();
+  if (!record.value()) return 0;
+  if (record.value()->size() != sizeof(uint32_t)) return StoreError("read", schema_->PathOf(list), MDB_CORRUPTED);
+  return LoadInt<uint32_t>(*record.value());
 }
 
-bool View::HasContent(const Node& container, std::string_view keys) const {
-  const std::optional<std::string_view> row = Row(schema_->node(container.row), keys);
-  if (row && HasLeafIn(*row, container.id, container.end)) return true;
-  return std::ranges::any_of(container.children, [&](NodeId id) {
+Answer<bool> View::HasContent(const Node& container, std::string_view keys) const {
+  const Lookup<std::string_view> row = Row(schema_->node(container.row), keys);
+  if (!row.ok()) return row.error();
+  if (row.value() && HasLeafIn(*row.value(), container.id, container.end)) return true;
+  for (const NodeId id : container.children) {
     const Node& child = schema_->node(id);
-    switch (child.kind) {
-      // Its leaves lie in the row that was searched above.
-      case NodeKind::kContainer:
-        return !child.rows_below.empty() && HasContent(child, keys);
-      case NodeKind::kPresenceContainer:
-        return Row(child, keys).has_value();
-      case NodeKind::kList:
-      case NodeKind::kLeafList:
-        return Count(child, keys) > 0;
-      case NodeKind::kLeaf:
-      case NodeKind::kRoot:
-        break;
+    // The leaves of a container without rows lie in the row that was searched above.
+    if (child.kind == NodeKind::kLeaf || (child.kind == NodeKind::kContainer && child.rows_below.empty())) continue;
+    Answer<bool> has = false;
+    if (child.IsKeyed()) {
+      const common::Result<uint32_t> count = Count(child, keys);
+      has = count.ok() ? Answer<bool>(count.value() > 0) : Answer<bool>(count.error());
+    } else {
+      has = Exists(child, keys);
     }
-    return false;
-  });
+    if (!has.ok() || has.value()) return has;
+  }
+  return false;
 }
 
-RowCursor::RowCursor(const View& view, const Node& list, std::string_view parent_keys) : view_{&view}, list_{&list} {
+RowCursor::RowCursor(const View& view, const Node& list, std::string_view parent_keys) : list_{&list} {
   if (parent_keys.size() > kMaxKeys) return;
   parent_.Assign(parent_keys);
   MDB_cursor* cursor = nullptr;
-  if (view.Accept(mdb_cursor_open(view.txn(), view.dbi(), &cursor))) cursor_.reset(cursor);
+  open_error_ = mdb_cursor_open(view.txn(), view.dbi(), &cursor);
+  if (open_error_ == 0) cursor_.reset(cursor);
 }
 
-bool RowCursor::Accept(int code, const MDB_val& key, const MDB_val& data) {
-  if (!view_->Accept(code) || !FromVal(key).starts_with(parent_.Row(list_->id))) {
+Answer<bool> RowCursor::Accept(int code, const MDB_val& key, const MDB_val& data) {
+  if (code != 0 || !FromVal(key).starts_with(parent_.Row(list_->id))) {
     position_ = -1;
+    if (code != 0 && code != MDB_NOTFOUND) return StoreError("read", list_->name, code);
     return false;
   }
   key_ = FromVal(key);
@@ -102,10 +89,10 @@ bool RowCursor::Accept(int code, const MDB_val& key, const MDB_val& data) {
   return true;
 }
 
-bool RowCursor::Next() {
-  if (cursor_ == nullptr) return false;
+Answer<bool> RowCursor::Next() {
   MDB_val key{};
   MDB_val data{};
+  if (cursor_ == nullptr) return Accept(open_error_ != 0 ? open_error_ : MDB_NOTFOUND, key, data);
   int code = 0;
   if (position_ < 0) {
     key = ToVal(parent_.Row(list_->id));
@@ -113,26 +100,27 @@ bool RowCursor::Next() {
   } else {
     code = mdb_cursor_get(cursor_.get(), &key, &data, MDB_NEXT);
   }
-  if (!Accept(code, key, data)) return false;
-  ++position_;
-  return true;
+  Answer<bool> found = Accept(code, key, data);
+  if (found.ok() && found.value()) ++position_;
+  return found;
 }
 
-bool RowCursor::GoTo(uint32_t position) {
+Answer<bool> RowCursor::GoTo(uint32_t position) {
   if (position_ == position) return true;
   if (position_ > position) position_ = -1;
-  while (Next()) {
-    if (position_ == position) return true;
+  while (true) {
+    Answer<bool> found = Next();
+    if (!found.ok() || !found.value() || position_ == position) return found;
   }
-  return false;
 }
 
-bool RowCursor::Seek(std::string_view keys) {
-  InstanceKey from;
-  if (cursor_ == nullptr || keys.size() > kMaxKeys) return false;
-  from.Assign(keys);
-  MDB_val key = ToVal(from.Row(list_->id));
+Answer<bool> RowCursor::Seek(std::string_view keys) {
+  MDB_val key{};
   MDB_val data{};
+  if (cursor_ == nullptr) return Accept(open_error_ != 0 ? open_error_ : MDB_NOTFOUND, key, data);
+  if (keys.size() > kMaxKeys) return false;
+  InstanceKey from(keys);
+  key = ToVal(from.Row(list_->id));
   return Accept(mdb_cursor_get(cursor_.get(), &key, &data, MDB_SET_RANGE), key, data);
 }
 

@@ -16,23 +16,25 @@ common::Error WriteError(int code) { return StoreError("write configuration stor
 WriteTxn::WriteTxn(StoreWriter& store, TxnHandle txn)
     : store_{&store}, txn_{std::move(txn)}, running_{store.schema_, txn_.get(), store.env_->running} {}
 
-std::optional<std::string_view> WriteTxn::GetRow(std::string_view record_key) const {
-  MDB_val data{};
-  return running_.Fetch(record_key, &data) ? std::optional{FromVal(data)} : std::nullopt;
+Lookup<std::string_view> WriteTxn::GetRow(std::string_view record_key) const {
+  return ReadRecord(txn_.get(), running_.dbi(), record_key);
 }
 
-std::optional<std::string> WriteTxn::OldRow(const Node& node, std::string_view keys) const {
+Lookup<std::string> WriteTxn::OldRow(const Node& node, std::string_view keys) const {
   InstanceKey key(keys);
   const auto touched = old_.find(key.Row(node.id));
   if (touched != old_.end()) return touched->second;
-  const std::optional<std::string_view> row = Running().Row(node, keys);
-  return row ? std::optional<std::string>(*row) : std::nullopt;
+  const Lookup<std::string_view> row = Running().Row(node, keys);
+  if (!row.ok()) return row.error();
+  if (!row.value()) return std::nullopt;
+  return std::string(*row.value());
 }
 
 common::Status WriteTxn::PutRecord(std::string_view key, std::optional<std::string_view> value) {
   if (!old_.contains(key)) {
-    const std::optional<std::string_view> old = GetRow(key);
-    old_.emplace(key, old ? std::optional<std::string>(*old) : std::nullopt);
+    const Lookup<std::string_view> old = GetRow(key);
+    if (!old.ok()) return old.error();
+    old_.emplace(key, old.value());
   }
   if (const int code = SetRecord(txn_.get(), store_->env_->running, key, value); code != 0) return WriteError(code);
   return common::Ok();
@@ -40,7 +42,9 @@ common::Status WriteTxn::PutRecord(std::string_view key, std::optional<std::stri
 
 common::Status WriteTxn::AddToCount(const Node& list, std::string_view parent_keys, int delta) {
   InstanceKey key(parent_keys);
-  const int64_t count = static_cast<int64_t>(Running().Count(list, parent_keys)) + delta;
+  const common::Result<uint32_t> before = Running().Count(list, parent_keys);
+  if (!before) return before.error();
+  const int64_t count = static_cast<int64_t>(before.value()) + delta;
   if (count <= 0) return PutRecord(key.Count(list.id), std::nullopt);
   return PutRecord(key.Count(list.id), StoreInt(static_cast<uint32_t>(count)));
 }
@@ -48,13 +52,19 @@ common::Status WriteTxn::AddToCount(const Node& list, std::string_view parent_ke
 common::Status WriteTxn::Create(const Node& node, std::string_view keys) {
   const Schema& schema = store_->schema_;
   assert(node.HasRow() && node.id != kRootId && keys.size() <= kMaxKeys);
-  if (Running().Row(node, keys)) return common::Ok();
+  const Lookup<std::string_view> present = Running().Row(node, keys);
+  if (!present.ok()) return present.error();
+  if (present.value()) return common::Ok();
   const Node& parent = schema.node(node.parent);
   const std::optional<size_t> above = KeysSizeAt(schema, parent, keys);
   if (!above) return common::Error{"create", schema.PathOf(node), "its keys are malformed"};
   const std::string_view parent_keys = keys.substr(0, *above);
-  if (parent.row != kRootId && !Running().Row(schema.node(parent.row), parent_keys)) {
-    return common::Error{"create", InstanceText(schema, node, keys), "the instance above it does not exist"};
+  if (parent.row != kRootId) {
+    const Lookup<std::string_view> above_row = Running().Row(schema.node(parent.row), parent_keys);
+    if (!above_row.ok()) return above_row.error();
+    if (!above_row.value()) {
+      return common::Error{"create", InstanceText(schema, node, keys), "the instance above it does not exist"};
+    }
   }
   InstanceKey key(keys);
   if (auto status = PutRecord(key.Row(node.id), std::string_view{}); !status || !node.IsKeyed()) return status;
@@ -64,7 +74,9 @@ common::Status WriteTxn::Create(const Node& node, std::string_view keys) {
 common::Status WriteTxn::SetLeaf(const Node& leaf, std::string_view keys, std::string_view stored) {
   const Schema& schema = store_->schema_;
   assert(leaf.kind == NodeKind::kLeaf && !leaf.IsKeyLeaf() && keys.size() <= kMaxKeys);
-  const std::optional<std::string_view> row = Running().Row(schema.node(leaf.row), keys);
+  const Lookup<std::string_view> read = Running().Row(schema.node(leaf.row), keys);
+  if (!read.ok()) return read.error();
+  const std::optional<std::string_view> row = read.value();
   if (!row && leaf.row != kRootId) {
     return common::Error{"set", InstanceText(schema, leaf, keys), "the instance above it does not exist"};
   }
@@ -77,7 +89,9 @@ common::Status WriteTxn::Delete(const Node& node, std::string_view keys) {
   assert(node.id != kRootId && !node.IsKeyLeaf() && keys.size() <= kMaxKeys);
   if (!node.HasRow()) {
     const Node& holder = schema.node(node.row);
-    const std::optional<std::string_view> row = Running().Row(holder, keys);
+    const Lookup<std::string_view> read = Running().Row(holder, keys);
+    if (!read.ok()) return read.error();
+    const std::optional<std::string_view> row = read.value();
     if (row && HasLeafIn(*row, node.id, node.end)) {
       const std::string rest = WithoutLeaves(*row, node.id, node.end);
       InstanceKey key(keys);
@@ -100,8 +114,12 @@ common::Status WriteTxn::DeleteRows(const Node& node, std::string_view keys) {
   };
   std::optional<size_t> above = KeysSizeAt(schema, schema.node(node.parent), keys);
   const bool one_instance = node.IsKeyed() && above && keys.size() > *above;
-  if (one_instance && Running().Row(node, keys)) {
-    if (auto status = AddToCount(node, keys.substr(0, *above), -1); !status) return status;
+  if (one_instance) {
+    const Lookup<std::string_view> row = Running().Row(node, keys);
+    if (!row.ok()) return row.error();
+    if (row.value()) {
+      if (auto status = AddToCount(node, keys.substr(0, *above), -1); !status) return status;
+    }
   }
   for (const NodeId id : node.rows_below) {
     InstanceKey prefix(keys);
@@ -113,59 +131,29 @@ common::Status WriteTxn::DeleteRows(const Node& node, std::string_view keys) {
   return common::Ok();
 }
 
-common::Status WriteTxn::SetRow(std::string_view record_key, std::optional<std::string_view> row) {
-  const Schema& schema = store_->schema_;
-  const std::optional<RecordKey> record = ParseRecordKey(record_key);
-  if (!record || record->is_count || record->node >= schema.size())
-    return common::Error{"set row", "", "bad record key"};
-  const Node& node = schema.node(record->node);
-  const bool existed = GetRow(record_key).has_value();
-  if (auto status = PutRecord(record_key, row); !status) return status;
-  if (!node.IsKeyed() || existed == row.has_value()) return common::Ok();
-  const std::optional<size_t> above = KeysSizeAt(schema, schema.node(node.parent), record->keys);
-  if (!above) return common::Error{"set row", schema.PathOf(node), "bad record key"};
-  return AddToCount(node, record->keys.substr(0, *above), row ? 1 : -1);
-}
-
-std::vector<OwnedChange> WriteTxn::Changes(bool with_counts) const {
+common::Result<std::vector<OwnedChange>> WriteTxn::Changes(bool with_counts) const {
   std::vector<OwnedChange> changes;
   for (const auto& [key, old] : old_) {
     if (!with_counts && ParseRecordKey(key)->is_count) continue;
-    const std::optional<std::string_view> now = GetRow(key);
+    const Lookup<std::string_view> read = GetRow(key);
+    if (!read.ok()) return read.error();
+    const std::optional<std::string_view> now = read.value();
     if (now.has_value() == old.has_value() && (!now || *now == *old)) continue;
     changes.push_back({key, old, now ? std::optional<std::string>(*now) : std::nullopt});
   }
   return changes;
 }
 
-bool WriteTxn::HasChanges() const { return !Changes(true).empty(); }
-
-common::Status WriteTxn::PutMeta(const std::string& key, std::string_view value) {
+common::Status WriteTxn::PutIdentity(const Identity& identity) {
   other_changes_ = true;
-  if (const int code = SetRecord(txn_.get(), store_->env_->meta, key, value); code != 0) return WriteError(code);
+  const int code = SetRecord(txn_.get(), store_->env_->meta, kIdentityKey, PackIdentity(identity));
+  if (code != 0) return WriteError(code);
   return common::Ok();
-}
-
-common::Status WriteTxn::DeleteMeta(const std::string& key) {
-  other_changes_ = true;
-  if (const int code = SetRecord(txn_.get(), store_->env_->meta, key, std::nullopt); code != 0) return WriteError(code);
-  return common::Ok();
-}
-
-std::optional<std::string> WriteTxn::GetMeta(const std::string& key) const {
-  return ReadMeta(txn_.get(), store_->env_->meta, key);
 }
 
 common::Status WriteTxn::PutLog(uint64_t id, std::string_view record) {
   other_changes_ = true;
   if (const int code = SetRecord(txn_.get(), store_->env_->log, StoreInt(id), record); code != 0)
-    return WriteError(code);
-  return common::Ok();
-}
-
-common::Status WriteTxn::DeleteLog(uint64_t id) {
-  other_changes_ = true;
-  if (const int code = SetRecord(txn_.get(), store_->env_->log, StoreInt(id), std::nullopt); code != 0)
     return WriteError(code);
   return common::Ok();
 }
@@ -198,18 +186,18 @@ common::Result<Txid> WriteTxn::Commit(CommitKind kind) {
 
 common::Status WriteTxn::RecordChanges(CommitKind kind, Identity& identity) {
   const Environment& env = *store_->env_;
-  const std::vector<OwnedChange> changes = Changes(true);
-  if (running_.error() != 0) return WriteError(running_.error());
-  if (changes.empty()) return common::Ok();
+  const common::Result<std::vector<OwnedChange>> changes = Changes(true);
+  if (!changes) return changes.error();
+  if (changes.value().empty()) return common::Ok();
   if (auto status = CatchUpPreCommit(); !status) return status;
-  for (const OwnedChange& change : changes) {
+  for (const OwnedChange& change : changes.value()) {
     const int code = kind == CommitKind::kBulk ? SetRecord(txn_.get(), env.pre_commit, change.key, change.new_row)
                                                : SetRecord(txn_.get(), env.diff, change.key, PackChange(change.view()));
     if (code != 0) return WriteError(code);
   }
   identity.txid = NextTxid();
   identity.diff_of = kind == CommitKind::kBulk ? 0 : identity.txid.number;
-  return PutMeta(kIdentityKey, PackIdentity(identity));
+  return PutIdentity(identity);
 }
 
 }  // namespace cdb_store

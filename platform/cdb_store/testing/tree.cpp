@@ -23,11 +23,28 @@ void Check(const common::Status& status) {
   if (!status) Die(status.error().Text());
 }
 
+template <class T>
+T Value(Answer<T> result) {
+  if (!result.ok()) Die(result.error().Text());
+  return std::move(result).value();
+}
+
 void MakeRow(WriteTxn& txn, const Schema& schema, const Node& node, std::string_view keys) {
   if (node.id == kRootId) return;
   const Node& parent = schema.node(node.parent);
   MakeRow(txn, schema, parent, keys.substr(0, KeysSizeAt(schema, parent, keys).value()));
   if (node.HasRow()) Check(txn.Create(node, keys));
+}
+
+/// The stored value of a leaf, which may be a key.
+std::optional<std::string> AnyLeaf(const View& view, const Node& leaf, std::string_view keys) {
+  if (!leaf.IsKeyLeaf()) {
+    const auto value = Value(view.Leaf(leaf, keys));
+    return value ? std::optional<std::string>(*value) : std::nullopt;
+  }
+  const Node& list = view.schema().node(leaf.parent);
+  if (!Value(view.Row(list, keys))) return std::nullopt;
+  return OwnKeys(view.schema(), list, keys)[static_cast<size_t>(leaf.key_index)];
 }
 
 void DumpBelow(const View& view, const Node& parent, std::string_view keys, std::vector<std::string>& out) {
@@ -37,18 +54,18 @@ void DumpBelow(const View& view, const Node& parent, std::string_view keys, std:
     if (!node.config) continue;
     if (node.IsKeyed()) {
       RowCursor rows(view, node, keys);
-      while (rows.Next()) {
+      while (Value(rows.Next())) {
         const std::string own(rows.keys());
         out.push_back(InstanceText(schema, node, own));
         DumpBelow(view, node, own, out);
       }
     } else if (node.kind == NodeKind::kLeaf) {
-      if (const auto value = view.AnyLeaf(node, keys)) {
+      if (const auto value = AnyLeaf(view, node, keys)) {
         out.push_back(InstanceText(schema, node, keys) +
                       (node.type == ValueType::kEmpty ? "" : " = " + ValueToText(node, *value)));
       }
     } else {
-      if (node.kind == NodeKind::kPresenceContainer && view.Exists(node, keys)) {
+      if (node.kind == NodeKind::kPresenceContainer && Value(view.Exists(node, keys))) {
         out.push_back(InstanceText(schema, node, keys));
       }
       DumpBelow(view, node, keys, out);

@@ -53,7 +53,8 @@ TEST_P(Trigger, FollowsWhatIsAtBelowAndAbove) {
   const Located at = LocatePath(store->schema(), GetParam().target).value();
   const SubscriptionTarget target{at.node->id, at.keys};
   bool triggered = false;
-  for (const OwnedChange& change : txn.value().Changes(true)) {
+  const std::vector<OwnedChange> changes = txn.value().Changes(true).value();
+  for (const OwnedChange& change : changes) {
     triggered = triggered || Triggers(store->schema(), target, change.view());
   }
   EXPECT_EQ(triggered, GetParam().triggers);

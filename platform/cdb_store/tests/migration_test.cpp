@@ -93,7 +93,7 @@ TEST_P(Migration, CarriesTheRowsOverOrLeavesThem) {
         EXPECT_EQ(snapshot->diff_of(), 0U);
       }
       const Node& item = *store.schema().FindPath("/p:box/item");
-      EXPECT_EQ(snapshot->Running().Count(item, ""), GetParam().tree.size() > 2 ? 2U : 0U);
+      EXPECT_EQ(snapshot->Running().Count(item, "").value(), GetParam().tree.size() > 2 ? 2U : 0U);
       testing::CommitTree(store, {{"/p:box/size", "9"}});
       EXPECT_EQ(testing::Dump(store.Take().value()->PreCommit()), before);
       return;
@@ -166,13 +166,14 @@ TEST_F(FirstFormat, IsCarriedOver) {
     const auto store = Open().value();
     EXPECT_TRUE(store->migrated());
     EXPECT_EQ(store->txid(), txid_);
-    EXPECT_EQ(store->GetMeta("fingerprint"), std::nullopt);
-    EXPECT_EQ(store->GetMeta("format"), "cdb-store 2");
     EXPECT_EQ(testing::Dump(store->Take().value()->Running()), before_);
     EXPECT_EQ(testing::Dump(store->Take().value()->PreCommit()), before_);
   }
   EXPECT_FALSE(Open().value()->migrated());
-  EXPECT_TRUE(StoreReader::Open(dir_.path()).ok());
+  const auto env = Environment::OpenForReading(dir_.path()).value();
+  const TxnHandle txn = env->BeginRead().value();
+  EXPECT_EQ(ReadRecord(txn.get(), env->meta, "fingerprint").value(), std::nullopt);
+  EXPECT_EQ(ReadRecord(txn.get(), env->meta, "format").value(), "cdb-store 2");
 }
 
 TEST_F(FirstFormat, WithoutAWholeIdentityItIsRefused) {
@@ -235,7 +236,7 @@ TEST(MigrationOfAReader, AReaderWithTheOldModelIsTold) {
   ASSERT_TRUE(open_once({.more_before = true}));
   const auto snapshot = reader->Take();
   ASSERT_FALSE(snapshot.ok());
-  EXPECT_EQ(snapshot.error().reason, "the server has another data model now: connect anew");
+  EXPECT_EQ(snapshot.error().reason, "the server has another data model now: connect again");
 }
 
 }  // namespace

@@ -26,6 +26,10 @@ struct Read {
   std::string buffer;  ///< for a value that is not stored as it is read
 };
 
+int FailStore(const Read& read, const common::Error& error) {
+  return confd::FailStore(*read.session, read.path, error);
+}
+
 /// Fills `read`. CONFD_OK, or why there is nothing to read.
 int Begin(Read& read, int nargs, int sock, const char* fmt, va_list args) {
   static std::string buffer;
@@ -39,53 +43,62 @@ int Begin(Read& read, int nargs, int sock, const char* fmt, va_list args) {
   ++common::ProcessConfigReads().reads;
   read.session = &*socket->session;
   read.path = *path;
+  if (read.session->store_failed) return FailStore(read, *read.session->store_failed);
   return confd::ResolvePath(*read.session, *path, read.target);
 }
 
-/// A read that the store could not serve, now or before in the session, looks like an absent node, except for this.
-int CheckStore(const Read& read) {
-  const int code = read.session->view.error();
-  if (code == 0) return CONFD_OK;
-  return confd::Fail(CONFD_ERR_OS, cdb_store::StoreError("read", std::string(read.path), code).Text());
-}
-
-int Exists(Read& read) {
+cdb_store::Answer<bool> IsThere(Read& read) {
   const Target& target = read.target;
   const cdb_store::View& view = read.session->view;
   const Node& node = *target.node;
-  bool exists = false;
-  if (target.is_missing) {
-    exists = false;
-  } else if (target.names_list) {
-    exists = view.Count(node, target.keys) > 0;
-  } else if (node.IsKeyLeaf()) {
-    exists = target.HasRow(view, view.schema().node(node.parent));
-  } else if (node.kind == NodeKind::kLeaf) {
-    exists = target.Leaf(view, read.buffer).has_value();
-  } else {
-    exists = target.row_node == &node || view.Exists(node, target.keys);
+  if (target.is_missing) return false;
+  if (target.names_list) {
+    const common::Result<uint32_t> count = view.Count(node, target.keys);
+    if (!count) return count.error();
+    return count.value() > 0;
   }
-  if (const int result = CheckStore(read); result != CONFD_OK) return result;
-  return exists ? 1 : 0;
+  if (node.IsKeyLeaf()) return target.HasRow(view, view.schema().node(node.parent));
+  if (node.kind == NodeKind::kLeaf) {
+    const cdb_store::Lookup<std::string_view> value = target.Leaf(view, read.buffer);
+    if (!value.ok()) return value.error();
+    return value.value().has_value();
+  }
+  if (target.row_node == &node) return true;
+  return view.Exists(node, target.keys);
+}
+
+int Exists(Read& read) {
+  const cdb_store::Answer<bool> exists = IsThere(read);
+  if (!exists.ok()) return FailStore(read, exists.error());
+  return exists.value() ? 1 : 0;
 }
 
 /// The instance that the last list of the path lies in exists.
-bool ParentExists(const Read& read) {
+cdb_store::Answer<bool> ParentExists(const Read& read) {
   const cdb_store::Schema& schema = read.session->view.schema();
   const Node& holder = schema.node(schema.node(read.target.node->parent).row);
-  return holder.id == cdb_store::kRootId || read.session->view.Row(holder, read.target.keys).has_value();
+  if (holder.id == cdb_store::kRootId) return true;
+  const cdb_store::Lookup<std::string_view> row = read.session->view.Row(holder, read.target.keys);
+  if (!row.ok()) return row.error();
+  return row.value().has_value();
 }
 
 int NumInstances(const Read& read) {
   const Target& target = read.target;
   if (!target.names_list) return FailPath(CONFD_ERR_BADPATH, read.path, target.node->name + " is no list");
-  const uint32_t count = target.is_missing ? 0 : read.session->view.Count(*target.node, target.keys);
-  const bool exists = count > 0 || (!target.is_missing && ParentExists(read));
-  if (const int result = CheckStore(read); result != CONFD_OK) return result;
-  if (!exists) {
+  common::Result<uint32_t> count = 0;
+  cdb_store::Answer<bool> exists = false;
+  if (!target.is_missing) {
+    count = read.session->view.Count(*target.node, target.keys);
+    if (!count) return FailStore(read, count.error());
+    exists = true;
+    if (count.value() == 0) exists = ParentExists(read);
+    if (!exists.ok()) return FailStore(read, exists.error());
+  }
+  if (!exists.value()) {
     return FailPath(CONFD_ERR_NOEXISTS, read.path, "the instance above the list does not exist");
   }
-  return static_cast<int>(count);
+  return static_cast<int>(count.value());
 }
 
 /// The stored value of a leaf of `type` (kNone: of any). The read's buffer may hold it.
@@ -98,8 +111,9 @@ int Leaf(Read& read, ValueType type, std::string_view& stored) {
     return FailPath(CONFD_ERR_BADTYPE, read.path,
                     node.name + " is of type " + TypeName(node.type) + ", not " + TypeName(type));
   }
-  const std::optional<std::string_view> value = read.target.Leaf(read.session->view, read.buffer);
-  if (const int result = CheckStore(read); result != CONFD_OK) return result;
+  const cdb_store::Lookup<std::string_view> found = read.target.Leaf(read.session->view, read.buffer);
+  if (!found.ok()) return FailStore(read, found.error());
+  const std::optional<std::string_view>& value = found.value();
   if (!value) return FailPath(CONFD_ERR_NOEXISTS, read.path, "does not exist");
   if (const int size = cdb_store::FixedSize(node.type); size >= 0 && value->size() != static_cast<size_t>(size)) {
     return FailPath(CONFD_ERR_OS, read.path, "the stored value is damaged");

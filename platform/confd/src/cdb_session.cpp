@@ -51,7 +51,7 @@ int cdb_start_session(int sock, cdb_db_type db) {
   std::shared_ptr<cdb_store::Snapshot> snapshot;
   if (const int result = Client::Get().TakeSnapshot(snapshot); result != CONFD_OK) return result;
   const cdb_store::View view = db == CDB_RUNNING ? snapshot->Running() : snapshot->PreCommit();
-  socket->session = confd::Session{std::move(snapshot), view, -1, {}, {}};
+  socket->session = confd::Session{std::move(snapshot), view, -1, {}, {}, {}};
   return CONFD_OK;
 }
 

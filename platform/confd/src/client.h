@@ -28,6 +28,7 @@ struct Session {
   int ns = -1;                                                 ///< index of the namespace of bare names, -1: none set
   std::vector<std::unique_ptr<cdb_store::RowCursor>> cursors;  ///< positions, one for each list that was walked
   PathMemo memo;
+  std::optional<common::Error> store_failed;  ///< the first read that the store could not serve: all later ones fail
 };
 
 struct Point {

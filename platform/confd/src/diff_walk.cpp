@@ -22,11 +22,16 @@ DiffWalk::DiffWalk(cdb_store::DiffView diff, const cdb_store::SubscriptionTarget
       path_{schema_} {}
 
 int DiffWalk::Run() {
-  WalkChildren(schema_.root(), "", diff_.Get(schema_.root(), ""));
-  if (const int code = diff_.error(); code != 0)
-    return Fail(CONFD_ERR_OS, cdb_store::StoreError("read", "the difference of the commit", code).Text());
+  WalkChildren(schema_.root(), "", Take(diff_.Get(schema_.root(), "")));
+  if (failed_) return Fail(CONFD_ERR_OS, failed_->Text());
   if (!has_bad_answer_) return CONFD_OK;
   return Fail(CONFD_ERR_PROTOUSAGE, "the iterator answered " + std::to_string(bad_answer_) + ", which means nothing");
+}
+
+DiffWalk::OptionalChange DiffWalk::Take(cdb_store::Lookup<cdb_store::Change> read) {
+  if (read.ok()) return read.value();
+  if (!failed_) failed_ = read.error();
+  return std::nullopt;
 }
 
 bool DiffWalk::IsInScope(const Node& node) const { return Schema::IsAtOrAbove(target_node_, node); }
@@ -96,7 +101,7 @@ DiffWalk::Next DiffWalk::VisitInstances(const Node& list, std::string_view paren
 
 DiffWalk::Next DiffWalk::VisitInstance(const Node& node, std::string_view keys) {
   if (node.IsKeyed()) path_.PushKeys(node, keys);
-  const OptionalChange row = diff_.Get(node, keys);
+  const OptionalChange row = Take(diff_.Get(node, keys));
   const bool deleted = row && !row->new_row;
   const bool created = row && !row->old_row;
   Next next = Next::kContinue;
@@ -112,7 +117,7 @@ DiffWalk::Next DiffWalk::VisitInstance(const Node& node, std::string_view keys) 
 }
 
 DiffWalk::Next DiffWalk::Report(confd_iter_op op, confd_value_t* old_value, confd_value_t* new_value) {
-  if (diff_.error() != 0) return Next::kStop;
+  if (failed_) return Next::kStop;
   const confd_iter_ret answer = iterator_.function(path_.Build(), op, old_value, new_value, iterator_.state);
   switch (answer) {
     case ITER_STOP:
@@ -134,7 +139,7 @@ std::optional<std::string> DiffWalk::FirstChanged(const Node& list, std::string_
   std::optional<std::string_view> first;
   InstanceKey key(from);
   for (const NodeId id : list.rows_below) {
-    const OptionalChange change = cursor_.Seek(key.Row(id));
+    const OptionalChange change = Take(cursor_.Seek(key.Row(id)));
     if (!change) continue;
     const auto record = cdb_store::ParseRecordKey(change->key);
     if (record->is_count || record->node != id || !record->keys.starts_with(parent_keys)) continue;
@@ -148,7 +153,7 @@ bool DiffWalk::IsChanged(const Node& node, std::string_view keys) {
   InstanceKey key(keys);
   for (const NodeId id : node.rows_below) {
     const std::string_view record = key.Row(id);
-    const OptionalChange change = cursor_.Seek(record);
+    const OptionalChange change = Take(cursor_.Seek(record));
     if (change && change->key.starts_with(record)) return true;
   }
   return false;

@@ -35,6 +35,9 @@ class DiffWalk final {
   enum class Next { kContinue, kDown, kUp, kStop };
   using OptionalChange = std::optional<cdb_store::Change>;
 
+  /// The change that a read has found. A read that failed ends the walk: nothing is reported after it.
+  OptionalChange Take(cdb_store::Lookup<cdb_store::Change> read);
+
   /// The changes below an instance or container that lies in the row with the change `row`. kContinue or kStop.
   Next WalkChildren(const cdb_store::Node& parent, std::string_view keys, const OptionalChange& row);
   Next VisitLeaf(const cdb_store::Node& leaf, const OptionalChange& row);
@@ -57,6 +60,7 @@ class DiffWalk final {
   const cdb_store::Node& target_node_;
   const DiffIterator iterator_;
   KeypathBuilder path_;
+  std::optional<common::Error> failed_;
   int bad_answer_ = 0;
   bool has_bad_answer_ = false;
 };

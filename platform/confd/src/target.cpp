@@ -27,66 +27,77 @@ RowCursor& CursorFor(Session& session, const Node& list, std::string_view parent
 }
 
 /// The instance at `position` of `list`, which the keys in the session's memo lead to.
-void GoToPosition(Session& session, const Node& list, uint32_t position, Place& place) {
+common::Status GoToPosition(Session& session, const Node& list, uint32_t position, Place& place) {
   cdb_store::InstanceKey& keys = session.memo.keys();
   RowCursor& cursor = CursorFor(session, list, keys.keys());
-  place.is_missing = !cursor.GoTo(position);
-  if (place.is_missing) return;
+  const cdb_store::Answer<bool> found = cursor.GoTo(position);
+  if (!found.ok()) return found.error();
+  place.is_missing = !found.value();
+  if (place.is_missing) return common::Ok();
   keys.Assign(cursor.keys());
   place.row = cursor.row();
   place.row_node = &list;
+  return common::Ok();
 }
 
-/// Goes from `place` to what `step` names below it. False, with the reason in `problem`, when there is no such thing.
-bool TakeStep(Session& session, const PathStep& step, Place& place, std::string& problem) {
+/// Goes from `place` to what `step` names below it. CONFD_ERR, with the last error naming `path`, when there is no such
+/// thing or the store fails.
+int TakeStep(Session& session, const PathStep& step, std::string_view path, Place& place) {
+  const auto bad_path = [&](const std::string& problem) { return FailPath(CONFD_ERR_BADPATH, path, problem); };
+  std::string problem;
   const Schema& schema = session.view.schema();
   const Node* const parent = place.node;
   if (place.names_list) {
-    problem = parent->name + " is a list: it needs keys or a position before what is below it";
-    return false;
+    return bad_path(parent->name + " is a list: it needs keys or a position before what is below it");
   }
   const Node* const node = cdb_store::ResolveStep(schema, *parent, step, session.ns, problem);
-  if (node == nullptr) return false;
-  if (!node->config) {
-    problem = schema.PathOf(*node) + " is operational data, which is not in the database";
-    return false;
-  }
+  if (node == nullptr) return bad_path(problem);
+  if (!node->config) return bad_path(schema.PathOf(*node) + " is operational data, which is not in the database");
   place.node = node;
   switch (step.selector) {
     case PathStep::Selector::kNone:
       place.names_list = node->IsKeyed();
-      return true;
+      return CONFD_OK;
     case PathStep::Selector::kKeys:
       place.own_keys_at = place.keys_size;
       place.row_node = nullptr;
-      if (!cdb_store::AppendStepKeys(schema, *node, step, session.memo.keys(), problem)) return false;
+      if (!cdb_store::AppendStepKeys(schema, *node, step, session.memo.keys(), problem)) {
+        return bad_path(problem);
+      }
       break;
     case PathStep::Selector::kPosition:
-      if (!node->IsKeyed()) {
-        problem = node->name + " is no list and has no positions";
-        return false;
-      }
+      if (!node->IsKeyed()) return bad_path(node->name + " is no list and has no positions");
       place.own_keys_at = place.keys_size;
-      if (!place.is_missing) GoToPosition(session, *node, step.position, place);
+      if (place.is_missing) break;
+      if (const common::Status found = GoToPosition(session, *node, step.position, place); !found) {
+        return FailStore(session, path, found.error());
+      }
       break;
   }
   place.keys_size = session.memo.keys().size();
-  return true;
+  return CONFD_OK;
 }
 
 }  // namespace
+
+int FailStore(Session& session, std::string_view path, const common::Error& error) {
+  session.store_failed = error;
+  return Fail(CONFD_ERR_OS, "read " + std::string(path) + ": " + error.reason);
+}
 
 int FailPath(confd_errno_value code, std::string_view path, const std::string& problem) {
   return Fail(code, "path \"" + std::string(path) + "\": " + problem);
 }
 
-std::optional<std::string_view> Target::Leaf(const cdb_store::View& view, std::string& buffer) const {
+cdb_store::Lookup<std::string_view> Target::Leaf(const cdb_store::View& view, std::string& buffer) const {
   if (is_missing) return std::nullopt;
   const Schema& schema = view.schema();
   if (node->IsKeyLeaf() || node->kind == NodeKind::kLeafList) {
     const Node& keyed = node->IsKeyLeaf() ? schema.node(node->parent) : *node;
     const size_t index = node->IsKeyLeaf() ? static_cast<size_t>(node->key_index) : 0;
-    if (!HasRow(view, keyed)) return std::nullopt;
+    const cdb_store::Answer<bool> exists = HasRow(view, keyed);
+    if (!exists.ok()) return exists.error();
+    if (!exists.value()) return std::nullopt;
     return cdb_store::OwnKey(schema, keyed, keys.substr(own_keys_at), index, buffer);
   }
   if (row_node != nullptr && row_node->id == node->row) return cdb_store::FindLeaf(row, node->id);
@@ -101,9 +112,8 @@ int ResolvePath(Session& session, std::string_view path, Target& target) {
   if (known < path.size() || path.empty()) {
     PathReader reader(path, known);
     PathStep step;
-    std::string problem;
     while (reader.Next(step)) {
-      if (!TakeStep(session, step, place, problem)) return FailPath(CONFD_ERR_BADPATH, path, problem);
+      if (const int result = TakeStep(session, step, path, place); result != CONFD_OK) return result;
       memo.Add(reader.end(), place);
     }
     if (reader.problem() != nullptr) return FailPath(CONFD_ERR_BADPATH, path, reader.problem());

@@ -124,7 +124,7 @@ class Server final {
 
   std::vector<int32_t> Triggered() {
     std::vector<int32_t> triggered;
-    const std::vector<cdb_store::OwnedChange> changes = Txn().Changes();
+    const std::vector<cdb_store::OwnedChange> changes = Txn().Changes().value();
     for (const auto& subscription : points_) {
       const auto touches = [&](const cdb_store::OwnedChange& change) {
         return cdb_store::Triggers(store_->schema(), subscription.second, change.view());

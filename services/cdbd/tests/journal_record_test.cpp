@@ -39,7 +39,7 @@ class JournalRecord : public testing::Test {
     ASSERT_TRUE(txn.ok());
     ASSERT_TRUE((Editor{*fixture.model, txn.value(), {}}.Apply(document.value()->root()).empty())) << edit;
     entry.txid = txn.value().NextTxid().number;
-    entry.summary = CommitSummary::Of(txn.value());
+    entry.summary = CommitSummary::Of(txn.value()).value();
     ASSERT_TRUE(journal::Note(std::move(entry), &txn.value()).ok());
     ASSERT_TRUE(txn.value().Commit().ok());
   }
@@ -47,7 +47,7 @@ class JournalRecord : public testing::Test {
   [[nodiscard]] std::vector<std::string> Changes() const {
     std::vector<std::string> lines;
     const cdb_store::Schema& schema = fixture.model->schema();
-    const std::vector<JournalEntry> entries = journal::Read(*fixture.store);
+    const std::vector<JournalEntry> entries = journal::Read(*fixture.store).value();
     for (const CommitSummary::Change& change : entries.at(0).summary.changes) {
       const auto record = cdb_store::ParseRecordKey(change.record_key);
       lines.push_back("+~-"[static_cast<int>(change.operation)] +
@@ -96,7 +96,7 @@ TEST_F(JournalRecord, KeepsWhoWhenAndWhy) {
   entry.comment = "ticket 4711";
   entry.fingerprint = 99;
   Commit(Goods(1), entry);
-  const std::vector<JournalEntry> entries = journal::Read(*fixture.store);
+  const std::vector<JournalEntry> entries = journal::Read(*fixture.store).value();
   ASSERT_EQ(entries.size(), 1U);
   ExpectHead(entries[0], 1, "ticket 4711");
   EXPECT_EQ(entries[0].summary.created, 1U);
@@ -120,7 +120,7 @@ TEST_F(JournalRecord, OfTheLargestCommitStaysInThePagesOfItsTable) {
   ASSERT_TRUE(journal::Note(entry, &txn.value()).ok());
   ASSERT_TRUE(txn.value().Commit().ok());
 
-  const std::vector<JournalEntry> entries = journal::Read(*fixture.store);
+  const std::vector<JournalEntry> entries = journal::Read(*fixture.store).value();
   ASSERT_EQ(entries.size(), 1U);
   EXPECT_EQ(entries[0].user, entry.user);
   EXPECT_EQ(entries[0].comment, entry.comment);
@@ -143,7 +143,7 @@ TEST_F(JournalRecord, OfTheLargestCommitStaysInThePagesOfItsTable) {
 
 TEST_F(JournalRecord, OfTheFirstLayoutIsRead) {
   Commit(Goods(1));
-  const std::string key = journal::Read(*fixture.store).at(0).summary.changes.at(0).record_key;
+  const std::string key = journal::Read(*fixture.store).value().at(0).summary.changes.at(0).record_key;
   common::ByteWriter old;
   old.Put(uint64_t{2});
   old.Put(int64_t{1'700'000'000'123'456});
@@ -161,7 +161,7 @@ TEST_F(JournalRecord, OfTheFirstLayoutIsRead) {
   ASSERT_TRUE(txn.value().PutLog(3, old.data().substr(0, old.data().size() - 1)).ok()) << "damaged";
   ASSERT_TRUE(txn.value().Commit().ok());
 
-  const std::vector<JournalEntry> entries = journal::Read(*fixture.store);
+  const std::vector<JournalEntry> entries = journal::Read(*fixture.store).value();
   ASSERT_EQ(entries.size(), 2U) << "and the damaged one is passed over";
   ExpectHead(entries[0], 2, "");
   EXPECT_EQ(entries[0].summary.created, 3U);

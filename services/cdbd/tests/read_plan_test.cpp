@@ -34,8 +34,10 @@ TEST_P(ReadPlan, NamesTheListsThatTheSelectionNeeds) {
   ASSERT_TRUE(document.ok());
   const Selection selection = GetParam().filter ? Selection::Of(document.value()->root()) : Selection::Everything();
   std::vector<std::string> needed;
-  for (const NeededList& one : PlanRead(fixture.model->schema(), StoredInstance{running}, selection))
-    needed.push_back(cdb_store::InstanceText(fixture.model->schema(), *one.list, one.parent_keys));
+  ASSERT_TRUE(ReadStored(running, [&](const StoredInstance& root) {
+    for (const NeededList& one : PlanRead(fixture.model->schema(), root, selection))
+      needed.push_back(cdb_store::InstanceText(fixture.model->schema(), *one.list, one.parent_keys));
+  }));
   EXPECT_THAT(needed, testing::ElementsAreArray(GetParam().needed));
 }
 
@@ -77,7 +79,9 @@ TEST(DataWriter, PutsEntriesOfProvidersInTheirPlace) {
   const cdb_store::View running = snapshot.value()->Running();
   const OneEntryEach lists;
   std::string out;
-  DataWriter{*fixture.model, &lists}.Write(StoredInstance{running}, Selection::Everything(), &out);
+  ASSERT_TRUE(ReadStored(running, [&](const StoredInstance& root) {
+    DataWriter{*fixture.model, &lists}.Write(root, Selection::Everything(), &out);
+  }));
   EXPECT_EQ(out, "<plant xmlns=\"urn:ip-spoofing:test:provided\">" + machine +
                      "<alarms><alarm><id>7</id></alarm></alarms></plant>");
 }

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "cdb_store_testing/failing_reads.h"
+#include "commit/journal.h"
 #include "edit/stored_check.h"
 #include "store_fixture.h"
 
@@ -77,19 +78,39 @@ TEST_F(StoreFailure, IsAnErrorOfAnEdit) {
   }
 }
 
-TEST_F(StoreFailure, LeavesTheCommitUndone) {
+TEST_F(StoreFailure, IsAnErrorOfACommit) {
+  const cdb_store::Node& title = *fixture.model->schema().FindPath("/un:shop/title");
+  int round = 0;
+  ForEachRead([&] {
+    auto txn = fixture.store->Begin();
+    const auto before = fixture.store->txid();
+    if (!txn || !txn.value().SetLeaf(title, {}, std::to_string(++round))) return true;
+    const bool failed = !txn.value().Commit().ok();
+    EXPECT_EQ(fixture.store->txid() == before, failed);
+    return failed;
+  });
+}
+
+TEST_F(StoreFailure, IsAnErrorOfASummary) {
   auto txn = fixture.store->Begin();
   ASSERT_TRUE(txn.ok());
-  const auto before = fixture.store->txid();
-  const cdb_store::Node& shop = *fixture.model->schema().FindPath("/un:shop/title");
-  ASSERT_TRUE(txn.value().SetLeaf(shop, {}, "new").ok());
-  {
-    const FailingRead read{1};
-    EXPECT_FALSE(txn.value().Running().Row(shop, {}));
-    ASSERT_TRUE(FailingRead::HasFailed());
-  }
-  EXPECT_FALSE(txn.value().Commit().ok());
-  EXPECT_EQ(fixture.store->txid(), before);
+  ASSERT_TRUE(txn.value().SetLeaf(*fixture.model->schema().FindPath("/un:shop/title"), {}, "new").ok());
+  ForEachRead([&] { return !CommitSummary::Of(txn.value()).ok(); });
+}
+
+TEST_F(StoreFailure, IsAnErrorOfTheJournal) {
+  auto txn = fixture.store->Begin();
+  ASSERT_TRUE(txn.ok());
+  JournalEntry entry;
+  entry.txid = 1;
+  ASSERT_TRUE(journal::Note(entry, &txn.value()).ok());
+  ASSERT_TRUE(txn.value().Commit().ok());
+  ASSERT_EQ(journal::Read(*fixture.store).value().size(), 1U);
+  ForEachRead([&] { return !journal::Read(*fixture.store).ok(); });
+}
+
+TEST_F(StoreFailure, IsAnErrorOfASnapshot) {
+  ForEachRead([&] { return !fixture.store->Take().ok(); });
 }
 
 }  // namespace

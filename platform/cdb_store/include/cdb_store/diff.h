@@ -29,41 +29,33 @@ std::string PackChange(const Change& change);
 std::optional<Change> UnpackChange(std::string_view key, std::string_view packed);
 
 /// What the last commit changed, as a transaction sees it; same lifetime rules as View. A read that the store cannot
-/// serve, or that finds what is no change, gives nothing, and error() then holds LMDB's code.
+/// serve, or that finds a malformed change, is an error.
 class DiffView final {
  public:
   DiffView(const Schema& schema, MDB_txn* txn, MDB_dbi dbi) : schema_{&schema}, txn_{txn}, dbi_{dbi} {}
 
-  [[nodiscard]] std::optional<Change> Get(const Node& node, std::string_view keys) const;
-  /// LMDB's code of the first read that failed, of this view or of a cursor on it; 0 when none did.
-  [[nodiscard]] int error() const noexcept { return error_; }
+  [[nodiscard]] Lookup<Change> Get(const Node& node, std::string_view keys) const;
   [[nodiscard]] const Schema& schema() const noexcept { return *schema_; }
   [[nodiscard]] MDB_txn* txn() const noexcept { return txn_; }
   [[nodiscard]] MDB_dbi dbi() const noexcept { return dbi_; }
 
  private:
-  friend class DiffCursor;
-  std::optional<Change> Accept(int code, std::string_view key, const MDB_val& data) const;
-
   const Schema* schema_;
   MDB_txn* txn_;
   MDB_dbi dbi_;
-  mutable int error_ = 0;
 };
 
-/// Walks the changes in record key order: by node in schema order, then by keys; count records last. `diff` outlives
-/// it.
+/// Walks the changes in record key order: by node in schema order, then by keys; count records last.
 class DiffCursor final {
  public:
   explicit DiffCursor(const DiffView& diff);
-  explicit DiffCursor(const DiffView&&) = delete;  // nobody could ask it for the error
   /// The first change whose record key is not below `record_key` ("" for the first of all). Nothing past the end.
-  std::optional<Change> Seek(std::string_view record_key);
-  std::optional<Change> Next();
+  [[nodiscard]] Lookup<Change> Seek(std::string_view record_key);
+  [[nodiscard]] Lookup<Change> Next();
 
  private:
-  const DiffView* diff_;
   CursorHandle cursor_;
+  int open_error_ = 0;  ///< LMDB's code if there is no cursor
 };
 
 /// What a subscription looks at: a node, and the keys of the first lists on the way to it when the path named them.
@@ -74,9 +66,5 @@ struct SubscriptionTarget {
 
 /// The change is at or below the target, or deletes an instance above it. False for count records.
 bool Triggers(const Schema& schema, const SubscriptionTarget& target, const Change& change);
-
-/// What is below the change's instance (or itself) may be of interest to the target: same keys as far as both have
-/// them.
-bool KeysAgree(std::string_view a, std::string_view b);
 
 }  // namespace cdb_store

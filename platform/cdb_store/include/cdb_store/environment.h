@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "cdb_store/lookup.h"
 #include "common/result.h"
 
 namespace cdb_store {
@@ -83,7 +84,19 @@ class Environment final {
 /// An error from an LMDB return code.
 common::Error StoreError(std::string operation, std::string object, int code);
 
+/// Reads one record of a table. The bytes are valid until the transaction ends or writes.
+inline Lookup<std::string_view> ReadRecord(MDB_txn* txn, MDB_dbi dbi, std::string_view record_key);
+
 inline MDB_val ToVal(std::string_view bytes) { return {bytes.size(), const_cast<char*>(bytes.data())}; }
 inline std::string_view FromVal(const MDB_val& val) { return {static_cast<const char*>(val.mv_data), val.mv_size}; }
+
+inline Lookup<std::string_view> ReadRecord(MDB_txn* txn, MDB_dbi dbi, std::string_view record_key) {
+  MDB_val key = ToVal(record_key);
+  MDB_val data{};
+  const int code = mdb_get(txn, dbi, &key, &data);
+  if (code == 0) return FromVal(data);
+  if (code == MDB_NOTFOUND) return std::nullopt;
+  return StoreError("read", "configuration store", code);
+}
 
 }  // namespace cdb_store

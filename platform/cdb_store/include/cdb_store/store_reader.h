@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "cdb_store/diff.h"
@@ -30,7 +31,8 @@ struct Identity {
 /// meanwhile. Short-lived: the store grows while old snapshots are held.
 class Snapshot final {
  public:
-  Snapshot(const Environment& env, const Schema& schema, TxnHandle txn);
+  /// Fails when the store cannot say which commit `txn` shows.
+  static common::Result<std::shared_ptr<Snapshot>> Of(const Environment& env, const Schema& schema, TxnHandle txn);
 
   [[nodiscard]] View Running() const { return {*schema_, txn_.get(), env_->running}; }
   /// The configuration before the last commit; equal to Running() after a settle or bulk commit.
@@ -44,6 +46,8 @@ class Snapshot final {
 
  private:
   friend class StoreReader;
+  Snapshot(const Environment& env, const Schema& schema, TxnHandle txn, const Identity& identity)
+      : env_{&env}, schema_{&schema}, txn_{std::move(txn)}, identity_{identity} {}
 
   const Environment* env_;
   const Schema* schema_;

@@ -30,11 +30,10 @@ class WriteTxn final {
   WriteTxn& operator=(WriteTxn&&) noexcept = default;
   ~WriteTxn() = default;
 
-  /// Running as this transaction has made it so far. Its error() is that of every read of this transaction; with one
-  /// Commit() fails.
+  /// Running as this transaction has made it so far.
   [[nodiscard]] const View& Running() const noexcept { return running_; }
   /// Running before this transaction, record by record: the old value of a changed record is kept.
-  [[nodiscard]] std::optional<std::string> OldRow(const Node& node, std::string_view keys) const;
+  [[nodiscard]] Lookup<std::string> OldRow(const Node& node, std::string_view keys) const;
 
   /// Makes an instance of a list, leaf-list or presence container; nothing when it exists. The instance above must
   /// exist (containers without presence need nothing).
@@ -44,18 +43,12 @@ class WriteTxn final {
   /// Removes what is at and below: a leaf, an instance, the content of a container, or (with the parent's keys) every
   /// instance of a list or leaf-list. Absent is no error.
   common::Status Delete(const Node& node, std::string_view keys);
-  /// Puts a row (or removes it, without its descendants) as it was once seen in a Change, and keeps the counts.
-  common::Status SetRow(std::string_view record_key, std::optional<std::string_view> row);
 
   /// The net changes so far, in record key order. `with_counts`: count records too.
-  [[nodiscard]] std::vector<OwnedChange> Changes(bool with_counts = false) const;
-  [[nodiscard]] bool HasChanges() const;
+  [[nodiscard]] common::Result<std::vector<OwnedChange>> Changes(bool with_counts = false) const;
 
-  common::Status PutMeta(const std::string& key, std::string_view value);  ///< server's own keys: "x-..."
-  common::Status DeleteMeta(const std::string& key);
-  [[nodiscard]] std::optional<std::string> GetMeta(const std::string& key) const;
+  /// Puts a record of the log, in place of one with the same id.
   common::Status PutLog(uint64_t id, std::string_view record);
-  common::Status DeleteLog(uint64_t id);
 
   /// The identity that a commit of changes would get.
   [[nodiscard]] Txid NextTxid() const;
@@ -67,8 +60,9 @@ class WriteTxn final {
   friend class StoreWriter;
   WriteTxn(StoreWriter& store, TxnHandle txn);
 
-  /// A record of running. Nothing when there is none.
-  [[nodiscard]] std::optional<std::string_view> GetRow(std::string_view record_key) const;
+  /// A record of running.
+  [[nodiscard]] Lookup<std::string_view> GetRow(std::string_view record_key) const;
+  common::Status PutIdentity(const Identity& identity);
   common::Status PutRecord(std::string_view key, std::optional<std::string_view> value);
   common::Status AddToCount(const Node& list, std::string_view parent_keys, int delta);
   common::Status DeleteRows(const Node& node, std::string_view keys);
@@ -79,7 +73,7 @@ class WriteTxn final {
   TxnHandle txn_;
   View running_;
   std::map<std::string, std::optional<std::string>, std::less<>> old_;  ///< first value of each touched record
-  bool other_changes_ = false;                                          ///< of meta or log
+  bool other_changes_ = false;                                          ///< of identity or log
 };
 
 /// What the server says of its data model beyond what the schema has of it.
@@ -88,6 +82,12 @@ struct ModelCheck {
   /// Whether the model allows the configuration; the error names the node in `object`. Asked when the configuration was
   /// stored under another version; null: not asked.
   std::function<common::Status(const View&)> allows;
+};
+
+struct LogRecord {
+  uint64_t id = 0;
+  std::string record;
+  friend bool operator==(const LogRecord&, const LogRecord&) = default;
 };
 
 /// The server's side of the store. One per directory, held by a lock file.
@@ -116,10 +116,8 @@ class StoreWriter final {
   /// Frees reader slots of dead clients. Call it when a client disconnects and before a commit.
   int ReleaseDeadReaders() const { return env_->ReleaseDeadReaders(); }
 
-  [[nodiscard]] std::optional<std::string> GetMeta(const std::string& key) const;
-  [[nodiscard]] std::optional<std::string> GetLog(uint64_t id) const;
-  /// Ids of the log records, rising.
-  [[nodiscard]] std::vector<uint64_t> LogIds() const;
+  /// The whole log, ids rising.
+  [[nodiscard]] common::Result<std::vector<LogRecord>> ReadLog() const;
 
  private:
   friend class WriteTxn;

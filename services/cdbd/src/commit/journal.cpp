@@ -160,11 +160,13 @@ void AddLeaves(const cdb_store::Schema& schema, const cdb_store::Change& change,
 
 }  // namespace
 
-CommitSummary CommitSummary::Of(const cdb_store::WriteTxn& txn) {
+common::Result<CommitSummary> CommitSummary::Of(const cdb_store::WriteTxn& txn) {
   CommitSummary summary;
   size_t bytes = 0;
   size_t leaves = 0;
-  for (const cdb_store::OwnedChange& change : txn.Changes()) {
+  const auto changed = txn.Changes();
+  if (!changed) return changed.error();
+  for (const cdb_store::OwnedChange& change : changed.value()) {
     const Operation operation = OperationOf(change);
     ++(operation == Operation::kCreated    ? summary.created
        : operation == Operation::kModified ? summary.modified
@@ -187,11 +189,12 @@ common::Status Note(JournalEntry entry, cdb_store::WriteTxn* txn) {
   return txn->PutLog(id, PackWithinLimit(std::move(entry)));
 }
 
-std::vector<JournalEntry> Read(const cdb_store::StoreWriter& store) {
+common::Result<std::vector<JournalEntry>> Read(const cdb_store::StoreWriter& store) {
   std::vector<JournalEntry> entries;
-  for (const uint64_t id : store.LogIds()) {
-    const auto bytes = store.GetLog(id);
-    auto entry = bytes ? Unpack(*bytes) : std::nullopt;
+  const auto log = store.ReadLog();
+  if (!log) return log.error();
+  for (const cdb_store::LogRecord& record : log.value()) {
+    auto entry = Unpack(record.record);
     if (entry) entries.push_back(*std::move(entry));
   }
   std::sort(entries.begin(), entries.end(), [](const auto& a, const auto& b) { return a.txid > b.txid; });

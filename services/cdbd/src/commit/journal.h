@@ -41,7 +41,7 @@ struct CommitSummary {
   std::vector<Change> changes;  ///< the first ones, in the order of the data model
 
   /// Of what `txn` has changed so far.
-  static CommitSummary Of(const cdb_store::WriteTxn& txn);
+  static common::Result<CommitSummary> Of(const cdb_store::WriteTxn& txn);
   [[nodiscard]] bool empty() const noexcept { return created == 0 && modified == 0 && deleted == 0; }
 };
 
@@ -65,8 +65,8 @@ inline constexpr uint64_t kKept = 128;
 
 /// Part of the commit that ends `txn`. Leaves that the entry has no room for are left out, the last ones first.
 common::Status Note(JournalEntry entry, cdb_store::WriteTxn* txn);
-/// The latest first, also those that an earlier version wrote. What cannot be read is passed over.
-std::vector<JournalEntry> Read(const cdb_store::StoreWriter& store);
+/// The latest first, also those that an earlier version wrote. Malformed records are left out.
+common::Result<std::vector<JournalEntry>> Read(const cdb_store::StoreWriter& store);
 
 }  // namespace journal
 

@@ -33,8 +33,6 @@ DataErrors Editor::Apply(const Element& config) {
     inherited = Operation::kMerge;
   }
   Children(schema_.root(), config, inherited);
-  // What could not be read looked absent to the edit.
-  if (const int code = txn_.Running().error(); code != 0) Store(cdb_store::StoreError("read", "running", code));
   return std::move(errors_);
 }
 
@@ -161,7 +159,9 @@ void Editor::One(const Item& item) {
 
 void Editor::Leaf(const Item& item) {
   const Node& node = *item.node;
-  const bool exists = txn_.Running().Leaf(node, keys_.keys()).has_value();
+  std::optional<std::string_view> present;
+  if (!Read(txn_.Running().Leaf(node, keys_.keys()), &present)) return;
+  const bool exists = present.has_value();
   if (item.operation == Operation::kCreate && exists) return Exists(node);
   if ((item.operation == Operation::kDelete || item.operation == Operation::kNone) && !exists) return Missing(node);
   if (Removes(item.operation)) {
@@ -178,12 +178,15 @@ void Editor::Leaf(const Item& item) {
 
 void Editor::Container(const Item& item) {
   const Node& node = *item.node;
+  bool exists = false;
   switch (item.operation) {
     case Operation::kCreate:
-      if (txn_.Running().Exists(node, keys_.keys())) return Exists(node);
+      if (!Read(txn_.Running().Exists(node, keys_.keys()), &exists)) return;
+      if (exists) return Exists(node);
       break;
     case Operation::kDelete:
-      if (!txn_.Running().Exists(node, keys_.keys())) return Missing(node);
+      if (!Read(txn_.Running().Exists(node, keys_.keys()), &exists)) return;
+      if (!exists) return Missing(node);
       [[fallthrough]];
     case Operation::kRemove:
       Store(txn_.Delete(node, keys_.keys()));
@@ -201,7 +204,9 @@ void Editor::Container(const Item& item) {
 void Editor::Instance(const Item& item) {
   const Node& node = *item.node;
   if (!AppendKeys(item)) return;
-  const bool exists = txn_.Running().Row(node, keys_.keys()).has_value();
+  std::optional<std::string_view> present;
+  if (!Read(txn_.Running().Row(node, keys_.keys()), &present)) return;
+  const bool exists = present.has_value();
   if (item.operation == Operation::kCreate && exists) return Exists(node);
   if ((item.operation == Operation::kDelete || item.operation == Operation::kNone) && !exists) return Missing(node);
   if (Removes(item.operation) || (item.operation == Operation::kReplace && exists)) {

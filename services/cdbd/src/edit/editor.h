@@ -59,6 +59,13 @@ class Editor final {
   void DecideChoices();
 
   bool Store(const common::Status& status);
+  /// What a read of the store has found. One that failed ends the edit.
+  template <class T>
+  [[nodiscard]] bool Read(const cdb_store::Answer<T>& result, T* found) {
+    if (!result.ok()) return Store(result.error());
+    *found = result.value();
+    return true;
+  }
   void Fail(const Node& node, DataError error);
   void Exists(const Node& node);
   void Missing(const Node& node);

@@ -39,11 +39,16 @@ common::Status CheckRow(const Model& model, const Node& node, std::string_view k
 /// Of the cases of a choice only one may have data.
 common::Status CheckChoices(const Model& model, const cdb_store::View& view, const Node& node, std::string_view keys) {
   const cdb_store::Schema& schema = model.schema();
-  if (!view.Exists(node, keys)) return common::Ok();
-  for (const cdb_store::NodeId rival : model.extras(node).rivals)
-    if (view.Exists(schema.node(rival), keys))
+  const cdb_store::Answer<bool> exists = view.Exists(node, keys);
+  if (!exists.ok()) return exists.error();
+  if (!exists.value()) return common::Ok();
+  for (const cdb_store::NodeId rival : model.extras(node).rivals) {
+    const cdb_store::Answer<bool> both = view.Exists(schema.node(rival), keys);
+    if (!both.ok()) return both.error();
+    if (both.value())
       return common::Error{"", cdb_store::InstanceText(schema, node, keys),
                            "\"" + schema.node(rival).name + "\" of another case of its choice is there too"};
+  }
   return common::Ok();
 }
 
@@ -51,9 +56,10 @@ common::Status CheckChoices(const Model& model, const cdb_store::View& view, con
 template <class Check>
 common::Status ForEachInstance(const cdb_store::View& view, const Node& node, Check check) {
   cdb_store::RowCursor rows{view, node, {}};
-  while (rows.Next())
+  auto found = rows.Next();
+  for (; found.ok() && found.value(); found = rows.Next())
     if (const common::Status status = check(rows.keys(), rows.row()); !status) return status;
-  if (view.error() != 0) return cdb_store::StoreError("", view.schema().PathOf(node), view.error());
+  if (!found.ok()) return common::Error{"", view.schema().PathOf(node), found.error().reason, found.error().code};
   return common::Ok();
 }
 
@@ -75,7 +81,6 @@ common::Status CheckStored(const Model& model, const cdb_store::View& view) {
     }
     if (!status) return status;
   }
-  if (view.error() != 0) return cdb_store::StoreError("", "/", view.error());
   if (!model.has_constraints()) return common::Ok();
   const DataErrors errors = Validate(model, view, nullptr);
   if (errors.empty()) return common::Ok();

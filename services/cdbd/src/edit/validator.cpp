@@ -42,26 +42,33 @@ bool Locate(const Model& model, const lyd_node& at, Located* out) {
   return true;
 }
 
-bool ExistedBefore(const Model& model, const cdb_store::WriteTxn& txn, const lyd_node& node) {
+cdb_store::Answer<bool> ExistedBefore(const Model& model, const cdb_store::WriteTxn& txn, const lyd_node& node) {
   Located at;
   if (!Locate(model, node, &at)) return false;
   const Node& holder = model.schema().node(at.node->row);
-  const auto row = txn.OldRow(holder, at.keys.keys());
+  const auto read = txn.OldRow(holder, at.keys.keys());
+  if (!read.ok()) return read.error();
+  const std::optional<std::string>& row = read.value();
   if (at.node->kind == cdb_store::NodeKind::kLeaf) return row && cdb_store::FindLeaf(*row, at.node->id).has_value();
   if (at.node->kind != cdb_store::NodeKind::kContainer) return row.has_value();
   if (row && cdb_store::HasLeafIn(*row, at.node->id, at.node->end)) return true;
   for (const lyd_node* child = lyd_child(&node); child != nullptr; child = child->next)
-    if (ExistedBefore(model, txn, *child)) return true;
+    if (auto existed = ExistedBefore(model, txn, *child); !existed.ok() || existed.value()) return existed;
   return false;
 }
 
 /// Marks what libyang may delete by itself when its "when" does not hold.
-void MarkOld(const Model& model, const cdb_store::WriteTxn& txn, lyd_node* first) {
+common::Status MarkOld(const Model& model, const cdb_store::WriteTxn& txn, lyd_node* first) {
   for (lyd_node* node = first; node != nullptr; node = node->next) {
     if (node->schema == nullptr) continue;
-    if (lysc_has_when(node->schema) != nullptr && ExistedBefore(model, txn, *node)) node->flags |= LYD_WHEN_TRUE;
-    MarkOld(model, txn, lyd_child_no_keys(node));
+    if (lysc_has_when(node->schema) != nullptr) {
+      const cdb_store::Answer<bool> existed = ExistedBefore(model, txn, *node);
+      if (!existed.ok()) return existed.error();
+      if (existed.value()) node->flags |= LYD_WHEN_TRUE;
+    }
+    if (common::Status below = MarkOld(model, txn, lyd_child_no_keys(node)); !below) return below;
   }
+  return common::Ok();
 }
 
 common::Status DeleteVanished(const Model& model, cdb_store::WriteTxn& txn, const lyd_node* first) {
@@ -169,7 +176,9 @@ DataErrors Validate(const Model& model, const cdb_store::View& view, cdb_store::
                                            LYD_PARSE_ONLY | LYD_PARSE_STRICT | LYD_PARSE_NO_STATE, 0, &raw);
   TreePtr tree{raw};
   if (parsed != LY_SUCCESS) return {FromComplaint(model, tree.get())};
-  if (txn != nullptr) MarkOld(model, *txn, raw);
+  if (txn != nullptr)
+    if (const common::Status marked = MarkOld(model, *txn, raw); !marked)
+      return {DataError{.message = marked.error().Text()}};
   lyd_node* raw_diff = nullptr;
   raw = tree.release();
   const LY_ERR valid = lyd_validate_all(&raw, model.context(), LYD_VALIDATE_NO_STATE, &raw_diff);

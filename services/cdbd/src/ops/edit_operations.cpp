@@ -127,16 +127,23 @@ std::optional<EditOperations::Prepared> EditOperations::Prepare(const Edit& edit
   if (!txn) return std::nullopt;
   *errors = Editor{targets_.model, *txn, edit.options}.Apply(config);
   if (!errors->empty() && !edit.options.continue_on_error) return std::nullopt;
-  CommitSummary summary = CommitSummary::Of(*txn);
-  if (summary.empty()) return std::nullopt;
+  const auto summarise = [&](CommitSummary* out) {
+    auto made = CommitSummary::Of(*txn);
+    if (made)
+      *out = std::move(made).value();
+    else
+      errors->push_back({.message = made.error().Text()});
+    return made.ok() && !out->empty();
+  };
+  CommitSummary summary;
+  if (!summarise(&summary)) return std::nullopt;
   if (targets_.model.has_constraints()) {
     DataErrors broken = cdbd::Validate(targets_.model, txn->Running(), &*txn);
     if (!broken.empty()) {
       errors->insert(errors->end(), broken.begin(), broken.end());
       return std::nullopt;
     }
-    summary = CommitSummary::Of(*txn);
-    if (summary.empty()) return std::nullopt;
+    if (!summarise(&summary)) return std::nullopt;
   }
   return Prepared{*std::move(txn), std::move(summary)};
 }

@@ -45,11 +45,12 @@ class GetRequest final : public WrittenLists, public std::enable_shared_from_thi
     const auto snapshot = sources_.store.Take();
     if (!snapshot) return Fail(snapshot.error());
     const cdb_store::View running = snapshot.value()->Running();
-    const StoredInstance stored{running};
-    for (NeededList& needed : PlanRead(sources_.model.schema(), stored, selection_))
-      if (!entries_.contains({needed.list->id, needed.parent_keys})) missing_.push_back(std::move(needed));
-    if (running.error() != 0) return Fail(cdb_store::StoreError("read", "the configuration", running.error()));
-    if (missing_.empty()) return Write(running, stored);
+    const common::Status planned = ReadStored(running, [this](const StoredInstance& root) {
+      for (NeededList& needed : PlanRead(sources_.model.schema(), root, selection_))
+        if (!entries_.contains({needed.list->id, needed.parent_keys})) missing_.push_back(std::move(needed));
+    });
+    if (!planned) return Fail(planned.error());
+    if (missing_.empty()) return Write(running);
     if (plans_++ == kMaxPlans)
       return rpc_->Fail(RpcError{.message = "the configuration changes faster than it can be read"});
     FetchNext();
@@ -88,10 +89,12 @@ class GetRequest final : public WrittenLists, public std::enable_shared_from_thi
     missing_.empty() ? Run() : FetchNext();
   }
 
-  void Write(const cdb_store::View& running, const StoredInstance& stored) {
+  void Write(const cdb_store::View& running) {
     std::string data{"<data>"};
-    writer_.Write(WholeInstance{stored, sources_.state}, selection_, &data);
-    if (running.error() != 0) return Fail(cdb_store::StoreError("read", "the configuration", running.error()));
+    const common::Status written = ReadStored(running, [&](const StoredInstance& root) {
+      writer_.Write(WholeInstance{root, sources_.state}, selection_, &data);
+    });
+    if (!written) return Fail(written.error());
     data += "</data>";
     rpc_->Content(data);
   }

@@ -96,16 +96,17 @@ void SubscriptionService::Plan() {
       for (const Subscription& subscription : subscriber.subscriptions) open.emplace_back(&subscriber, &subscription);
   const cdb_store::DiffView diff = snapshot.value()->Diff();
   cdb_store::DiffCursor cursor{diff};
-  for (auto change = cursor.Seek({}); change && !open.empty(); change = cursor.Next()) {
+  auto read = cursor.Seek({});
+  for (; read.ok() && read.value() && !open.empty(); read = cursor.Next()) {
+    const cdb_store::Change& change = *read.value();
     std::erase_if(open, [&](const auto& entry) {
       const auto& [subscriber, subscription] = entry;
-      if (!cdb_store::Triggers(store_.schema(), subscription->target, *change)) return false;
+      if (!cdb_store::Triggers(store_.schema(), subscription->target, change)) return false;
       current_->plan[subscription->priority][subscriber->id].push_back(subscription->point);
       return true;
     });
   }
-  if (const int code = diff.error(); code != 0)
-    Warn("", "not all subscribers could be told: " + cdb_store::StoreError("read", "the difference", code).Text());
+  if (!read.ok()) Warn("", "not all subscribers could be told: " + read.error().Text());
   for (auto& [priority, subscribers] : current_->plan)
     for (auto& [id, points] : subscribers) std::sort(points.begin(), points.end());
 }

@@ -10,12 +10,16 @@ namespace cdbd {
 
 using cdb_store::NodeKind;
 
-StoredInstance::StoredInstance(const cdb_store::View& view)
-    : StoredInstance{view, {}, view.Row(view.schema().root(), {}).value_or(std::string_view{})} {}
+common::Status ReadStored(const cdb_store::View& view, common::FunctionRef<void(const StoredInstance& root)> read) {
+  StoredInstance::Reading reading{view};
+  const auto row = reading.Take(view.Row(view.schema().root(), {}));
+  read(StoredInstance{reading, {}, row.value_or(std::string_view{})});
+  return reading.status;
+}
 
 std::optional<std::string_view> StoredInstance::Leaf(const Node& leaf, std::string* buffer) const {
   if (leaf.IsKeyLeaf()) {
-    const cdb_store::Schema& schema = view_.schema();
+    const cdb_store::Schema& schema = reading_.view.schema();
     const std::vector<std::string> own = cdb_store::OwnKeys(schema, schema.node(leaf.row), keys_);
     const auto index = static_cast<size_t>(static_cast<uint8_t>(leaf.key_index));  // not negative for a key
     if (index >= own.size()) return std::nullopt;
@@ -31,9 +35,9 @@ std::optional<std::string_view> StoredInstance::Leaf(const Node& leaf, std::stri
 
 void StoredInstance::LeafList(const Node& list, VisitText visit) const {
   if (!list.config) return;
-  cdb_store::RowCursor cursor{view_, list, keys_};
-  while (cursor.Next()) {
-    const std::vector<std::string> value = cdb_store::OwnKeys(view_.schema(), list, cursor.keys());
+  cdb_store::RowCursor cursor{reading_.view, list, keys_};
+  while (reading_.Take(cursor.Next())) {
+    const std::vector<std::string> value = cdb_store::OwnKeys(reading_.view.schema(), list, cursor.keys());
     if (value.size() == 1) visit(cdb_store::ValueToText(list, value[0]));
   }
 }
@@ -42,19 +46,20 @@ bool StoredInstance::HasEntry(const Node& list, std::string_view text) const {
   if (!list.config) return false;
   cdb_store::InstanceKey key{keys_};
   const auto stored = cdb_store::ValueFromText(list, text);
-  return stored.ok() && key.Append(list.type, stored.value()) && view_.Row(list, key.keys()).has_value();
+  if (!stored || !key.Append(list.type, stored.value())) return false;
+  return reading_.Take(reading_.view.Row(list, key.keys())).has_value();
 }
 
 void StoredInstance::Instances(const Node& node, const std::vector<EntryKeys>* named, VisitInstance visit) const {
   if (node.kind == NodeKind::kContainer) return visit(*this);  // its leaves are in the same row
   if (!node.config) return;
   if (node.kind == NodeKind::kPresenceContainer) {
-    if (const auto row = view_.Row(node, keys_)) visit(StoredInstance{view_, keys_, *row});
+    if (const auto row = reading_.Take(reading_.view.Row(node, keys_))) visit(StoredInstance{reading_, keys_, *row});
     return;
   }
   if (named != nullptr) return NamedEntries(node, *named, visit);
-  cdb_store::RowCursor cursor{view_, node, keys_};
-  while (cursor.Next()) visit(StoredInstance{view_, cursor.keys(), cursor.row()});
+  cdb_store::RowCursor cursor{reading_.view, node, keys_};
+  while (reading_.Take(cursor.Next())) visit(StoredInstance{reading_, cursor.keys(), cursor.row()});
 }
 
 void StoredInstance::NamedEntries(const Node& list, const std::vector<EntryKeys>& named, VisitInstance visit) const {
@@ -63,21 +68,19 @@ void StoredInstance::NamedEntries(const Node& list, const std::vector<EntryKeys>
     cdb_store::InstanceKey key{keys_};
     bool possible = true;
     for (size_t i = 0; i < list.keys.size() && possible; ++i) {
-      const Node& leaf = view_.schema().node(list.keys[i]);
+      const Node& leaf = reading_.view.schema().node(list.keys[i]);
       const auto stored = cdb_store::ValueFromText(leaf, texts[i]);
       possible = stored.ok() && key.Append(leaf.type, stored.value());
     }
     if (possible) encoded.emplace(key.keys());
   }
   for (const std::string& keys : encoded)
-    if (const auto row = view_.Row(list, keys)) visit(StoredInstance{view_, keys, *row});
+    if (const auto row = reading_.Take(reading_.view.Row(list, keys))) visit(StoredInstance{reading_, keys, *row});
 }
 
 common::Status WriteConfiguration(const Model& model, const cdb_store::View& view, const Selection& selection,
                                   std::string* out) {
-  DataWriter{model}.Write(StoredInstance{view}, selection, out);
-  if (view.error() != 0) return cdb_store::StoreError("read", "the configuration", view.error());
-  return common::Ok();
+  return ReadStored(view, [&](const StoredInstance& root) { DataWriter{model}.Write(root, selection, out); });
 }
 
 }  // namespace cdbd

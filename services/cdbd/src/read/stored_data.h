@@ -11,12 +11,9 @@
 namespace cdbd {
 
 /// An instance of a configuration in the store, list entries in key order. Containers of state are there too, without
-/// content of their own. What the store fails to read looks absent: ask the view for its error afterwards.
+/// content of their own. Made by ReadStored() only, which tells whether the store failed.
 class StoredInstance final : public DataInstance {
  public:
-  /// The root. `view` outlives it.
-  explicit StoredInstance(const cdb_store::View& view);
-
   [[nodiscard]] std::optional<std::string_view> Leaf(const Node& leaf, std::string* buffer) const override;
   void LeafList(const Node& list, VisitText visit) const override;
   [[nodiscard]] bool HasEntry(const Node& list, std::string_view text) const override;
@@ -24,14 +21,34 @@ class StoredInstance final : public DataInstance {
   [[nodiscard]] std::string_view keys() const override { return keys_; }
 
  private:
-  StoredInstance(const cdb_store::View& view, std::string_view keys, std::string_view row)
-      : view_{view}, keys_{keys}, row_{row} {}
+  friend common::Status ReadStored(const cdb_store::View& view,
+                                   common::FunctionRef<void(const StoredInstance& root)> read);
+  /// One call of ReadStored().
+  struct Reading {
+    const cdb_store::View& view;
+    common::Status status = common::Ok();
+    /// The answer of the store; nothing, and the reading fails, if it has none.
+    template <class T>
+    T Take(const cdb_store::Answer<T>& answer) {
+      if (answer.ok()) return answer.value();
+      if (status.ok()) status = answer.error();
+      return {};
+    }
+  };
+
+  StoredInstance(Reading& reading, std::string_view keys, std::string_view row)
+      : reading_{reading}, keys_{keys}, row_{row} {}
   void NamedEntries(const Node& list, const std::vector<EntryKeys>& named, VisitInstance visit) const;
 
-  const cdb_store::View& view_;
+  Reading& reading_;
   const std::string_view keys_;
   const std::string_view row_;  ///< of the node whose row holds this one
 };
+
+/// Hands the root of the configuration that `view` shows to `read`. Fails if the store could not answer all that was
+/// asked: what `read` saw is then incomplete, and must not be used.
+[[nodiscard]] common::Status ReadStored(const cdb_store::View& view,
+                                        common::FunctionRef<void(const StoredInstance& root)> read);
 
 /// Appends what `selection` selects of the configuration that `view` shows. Fails if the store does; what was appended
 /// is then incomplete.

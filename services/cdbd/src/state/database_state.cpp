@@ -1,5 +1,7 @@
 #include "state/database_state.h"
 
+#include <spdlog/spdlog.h>
+
 #include "cdb_store/instance_key.h"
 #include "commit/journal.h"
 #include "netconf/xml.h"
@@ -131,10 +133,11 @@ void AddDatabaseState(const DatabaseParts& parts, StateReader* reader) {
     element.Close();
   });
   reader->Add(kMonitorNs, "commits", [parts, fingerprint = parts.model.schema().Fingerprint()](std::string* out) {
-    const std::vector<JournalEntry> entries = journal::Read(parts.store);
-    if (entries.empty()) return;
+    const auto entries = journal::Read(parts.store);
+    if (!entries) spdlog::error("journal: {}", entries.error().Text());
+    if (!entries || entries.value().empty()) return;
     netconf::OpenElement element{"commits", kXmlns, out};
-    for (const JournalEntry& entry : entries) WriteCommit(parts.model.schema(), fingerprint, entry, out);
+    for (const JournalEntry& entry : entries.value()) WriteCommit(parts.model.schema(), fingerprint, entry, out);
     element.Close();
   });
 }
