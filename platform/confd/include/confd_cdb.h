@@ -17,8 +17,8 @@ enum cdb_sock_type { CDB_READ_SOCKET = 1, CDB_SUBSCRIPTION_SOCKET = 2 };
 
 enum cdb_db_type {
   CDB_RUNNING = 1,
-  CDB_STARTUP = 2,
-  CDB_OPERATIONAL = 3,
+  CDB_STARTUP = 2,           /**< not supported: cdb_start_session() refuses it */
+  CDB_OPERATIONAL = 3,       /**< not supported: cdb_start_session() refuses it */
   CDB_PRE_COMMIT_RUNNING = 4 /**< the configuration before the commit being delivered */
 };
 
@@ -27,8 +27,8 @@ enum cdb_subscription_sync_type {
   CDB_DONE_SOCKET = 2    /**< this socket wants no later priority of this commit */
 };
 
-/// Identity of a committed configuration. Changes with every commit that changed something and with nothing else;
-/// survives restarts of the server.
+/// Identity of a committed configuration: every commit that changes something makes a new one, which survives restarts
+/// of the server. Which commit's identity a process is shown: see cdb_get_txid().
 struct cdb_txid {
   uint32_t s1;
   uint32_t s2;
@@ -56,12 +56,14 @@ int cdb_end_session(int sock);
 /// (The daemon's sessions on the configuration before a commit never select a namespace and read bare paths.)
 int cdb_set_namespace(int sock, int ns_hash);
 
-/// Longest time, in seconds, that one later call on `sock` may wait for the server; 0 for no limit.
+/// Longest time, in seconds, that one later call on `sock` may wait for the server; 0 for no limit. 20 until it is set.
 int cdb_set_timeout(int sock, int timeout_secs);
 
-/// Fills `txid` with the identity of the configuration that the session (or, without one, the server) shows. A commit
-/// that a subscription socket of this process is being told of counts once its last message has been read: before
-/// that, or when the server drops the subscriber in the middle, the identity is that of the commit before.
+/// Fills `txid` with the identity of the configuration that the session (or, without one, the server) shows.
+///
+/// A commit that is being delivered to a subscription socket of this process counts once its last message has been
+/// read. Before that, and when the connection is lost in the middle of the delivery, the identity is that of the commit
+/// before, although reads show the new configuration: a process that compares identities after a loss loads again.
 int cdb_get_txid(int sock, struct cdb_txid* txid);
 
 /* ------------------------------------------------------------------ reads -- */
@@ -124,8 +126,8 @@ enum confd_iter_op {
 enum confd_iter_ret {
   ITER_STOP = 1,     /**< ends the walk, which then returns CONFD_OK */
   ITER_RECURSE = 2,  /**< go down */
-  ITER_CONTINUE = 3, /**< go on with the next sibling */
-  ITER_UP = 4        /**< go on with the parent's next sibling */
+  ITER_CONTINUE = 3, /**< the next sibling is next */
+  ITER_UP = 4        /**< the parent's next sibling is next */
 };
 
 enum cdb_iter_flags {

@@ -2,7 +2,7 @@
 /// Data-provider side: a daemon context with a control and worker sockets, callbacks, and replies.
 ///
 /// A reply on a context whose request was answered, whose transaction has finished or timed out, or whose connection
-/// is gone returns CONFD_ERR with a text in confd_lasterr(), touches no freed memory and answers nobody else's request.
+/// is gone returns CONFD_ERR with a text in confd_lasterr(), touches no freed memory and answers no other request.
 #pragma once
 
 #include "confd_lib.h"
@@ -37,15 +37,17 @@ struct confd_trans_cbs {
 
 #define MAX_CALLPOINT_LEN 64
 
+/// Lists are read with get_next and get_object, and both are needed. The members marked as not supported must be zero:
+/// confd_register_data_cb() refuses a structure in which one is set.
 struct confd_data_cbs {
   char callpoint[MAX_CALLPOINT_LEN];
-  int (*exists_optional)(struct confd_trans_ctx* tctx, confd_hkeypath_t* kp);
-  int (*get_elem)(struct confd_trans_ctx* tctx, confd_hkeypath_t* kp);
+  int (*exists_optional)(struct confd_trans_ctx* tctx, confd_hkeypath_t* kp); /**< not supported */
+  int (*get_elem)(struct confd_trans_ctx* tctx, confd_hkeypath_t* kp);        /**< not supported */
   int (*get_next)(struct confd_trans_ctx* tctx, confd_hkeypath_t* kp, long next);
-  int (*num_instances)(struct confd_trans_ctx* tctx, confd_hkeypath_t* kp);
+  int (*num_instances)(struct confd_trans_ctx* tctx, confd_hkeypath_t* kp); /**< not supported */
   int (*get_object)(struct confd_trans_ctx* tctx, confd_hkeypath_t* kp);
-  void* cb_opaque;
-  int flags;
+  void* cb_opaque; /**< not supported */
+  int flags;       /**< not supported */
 };
 
 /// A new daemon context, owned by the caller until confd_release_daemon(). Null when there is no memory.
@@ -62,8 +64,9 @@ int confd_register_trans_cb(struct confd_daemon_ctx* dctx, const struct confd_tr
 int confd_register_data_cb(struct confd_daemon_ctx* dctx, const struct confd_data_cbs* cbs);
 int confd_register_done(struct confd_daemon_ctx* dctx);
 
-/// Reads one packet from a control or worker socket and runs the callbacks that it asks for: that of a transaction, or
-/// those of a row and of the rows after it, for at most some ten milliseconds. CONFD_EOF when the peer is gone.
+/// Reads one message from a control or worker socket and runs the callbacks that it is for: that of a transaction, or
+/// those of a page of rows, one after the other: get_next, get_object of that row, get_next, and so on. A page ends
+/// after about ten milliseconds, and with an answer that was delayed. CONFD_EOF when the peer is gone.
 int confd_fd_ready(struct confd_daemon_ctx* dctx, int fd);
 
 /// Assigns the transaction to a worker socket; called from the `init` callback.
@@ -74,7 +77,7 @@ int confd_trans_set_fd(struct confd_trans_ctx* tctx, int sock);
 int confd_data_reply_next_key(struct confd_trans_ctx* tctx, const confd_value_t* keys, int n, long next);
 /// Answers get_object with `n` tagged values.
 int confd_data_reply_tag_value_array(struct confd_trans_ctx* tctx, const confd_tag_value_t* values, int n);
-/// Answers get_object or get_elem: there is no such object.
+/// Answers get_object: there is no such object. The row is left out.
 int confd_data_reply_not_found(struct confd_trans_ctx* tctx);
 /// Answers any open request with an error text for the northbound client.
 int confd_delayed_reply_error(struct confd_trans_ctx* tctx, const char* text);

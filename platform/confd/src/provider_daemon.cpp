@@ -10,6 +10,19 @@ using confd::Fail;
 using confd::Provider;
 using confd::Transaction;
 
+namespace {
+
+/// The name of a member that is set and not supported; null when there is none.
+const char* Unsupported(const confd_data_cbs& cbs) {
+  if (cbs.exists_optional != nullptr) return "exists_optional";
+  if (cbs.get_elem != nullptr) return "get_elem";
+  if (cbs.num_instances != nullptr) return "num_instances";
+  if (cbs.cb_opaque != nullptr) return "cb_opaque";
+  return cbs.flags != 0 ? "flags" : nullptr;
+}
+
+}  // namespace
+
 confd_daemon_ctx* confd_init_daemon(const char* name) { return &Provider::Get().NewDaemon(name)->context; }
 
 void confd_release_daemon(confd_daemon_ctx* dctx) {
@@ -63,6 +76,10 @@ int confd_register_data_cb(confd_daemon_ctx* dctx, const confd_data_cbs* cbs) {
   if (length == 0 || length == MAX_CALLPOINT_LEN) {
     return Fail(CONFD_ERR_PROTOUSAGE,
                 "a callpoint's name has 1 to " + std::to_string(MAX_CALLPOINT_LEN - 1) + " characters");
+  }
+  if (const char* member = Unsupported(*cbs)) {
+    return Fail(CONFD_ERR_PROTOUSAGE, "callpoint " + std::string(cbs->callpoint, length) + ": " + member +
+                                          " is not supported and must be zero");
   }
   const auto same = [&](const confd_data_cbs& other) { return std::strcmp(other.callpoint, cbs->callpoint) == 0; };
   std::erase_if(daemon->data_callbacks, same);

@@ -250,6 +250,27 @@ TEST_F(ProviderTest, RegistrationsAreChecked) {
   EXPECT_EQ(confd_register_trans_cb(daemon_, nullptr), CONFD_ERR);
 }
 
+TEST_F(ProviderTest, UnsupportedMembersAreRefused) {
+  const auto refusal = [&](const std::function<void(confd_data_cbs&)>& set) {
+    confd_data_cbs cbs{};
+    snprintf(cbs.callpoint, sizeof cbs.callpoint, "rows");
+    cbs.get_next = OnNext;
+    cbs.get_object = OnObject;
+    set(cbs);
+    return confd_register_data_cb(daemon_, &cbs) == CONFD_OK ? "" : std::string{confd_lasterr()};
+  };
+  const auto path_callback = [](confd_trans_ctx*, confd_hkeypath_t*) { return CONFD_OK; };
+  const std::string end = " is not supported and must be zero";
+  EXPECT_EQ(refusal([](confd_data_cbs&) {}), "");
+  EXPECT_EQ(refusal([&](confd_data_cbs& cbs) { cbs.exists_optional = path_callback; }),
+            "callpoint rows: exists_optional" + end);
+  EXPECT_EQ(refusal([&](confd_data_cbs& cbs) { cbs.get_elem = path_callback; }), "callpoint rows: get_elem" + end);
+  EXPECT_EQ(refusal([&](confd_data_cbs& cbs) { cbs.num_instances = path_callback; }),
+            "callpoint rows: num_instances" + end);
+  EXPECT_EQ(refusal([&](confd_data_cbs& cbs) { cbs.cb_opaque = &cbs; }), "callpoint rows: cb_opaque" + end);
+  EXPECT_EQ(refusal([&](confd_data_cbs& cbs) { cbs.flags = 1; }), "callpoint rows: flags" + end);
+}
+
 TEST_F(ProviderTest, ControlComesBeforeWorker) {
   confd_daemon_ctx* const other = confd_init_daemon("other");
   EXPECT_STREQ(other->name, "other");

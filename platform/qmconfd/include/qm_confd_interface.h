@@ -16,6 +16,8 @@ enum ELEM_CONFD_PHASE_ET { ELEM_CONFD_PHASE_0 = 0, ELEM_CONFD_PHASE_1 = 1, ELEM_
 
 class QmConfdInterface {
  public:
+  /// `name` is what the server shows. `phase` goes to AppConnectPhase(). `validation` and `flags` are not used on this
+  /// platform.
   QmConfdInterface(bool validation, std::string name, qmmw_t* mw, ELEM_CONFD_PHASE_ET phase, int flags);
   QmConfdInterface(const QmConfdInterface&) = delete;
   QmConfdInterface& operator=(const QmConfdInterface&) = delete;
@@ -26,10 +28,11 @@ class QmConfdInterface {
   virtual void AppDisconnect() = 0;
   virtual void AppConnectPhase(ELEM_CONFD_PHASE_ET phase);
   virtual ~QmConfdInterface();
-  /// Drops the connection, as a loss would, and connects anew.
+  /// Drops the connection, as a loss would, and connects again.
   virtual void ResetConnection();
 
-  /// Starts connecting from the loop, with retries that back off to a second. 0; never connects by itself.
+  /// Starts connecting from the loop, with retries that back off to a second. Always 0. `flags` is not used on this
+  /// platform.
   int Init(int flags);
 
   confd_daemon_ctx* DaemonContext() const;

@@ -8,6 +8,7 @@ namespace qmconfd {
 namespace {
 
 constexpr size_t kMostIdle = 4;
+constexpr int kTimeOfNewConnection = 20;  // seconds; see cdb_set_timeout()
 
 /// An idle connection has nothing to say: whatever is there is its end.
 bool IsUsable(int sock) {
@@ -34,8 +35,8 @@ CdbSocket SessionCache::TakeIdle() {
 int SessionCache::Start(const std::string& name, cdb_db_type db, bool reuse) {
   if (reuse) {
     CdbSocket sock = TakeIdle();
-    // What an earlier session set on the connection is not this one's: no time limit, no namespace.
-    if (sock.get() >= 0 && ::cdb_set_timeout(sock.get(), 0) == CONFD_OK &&
+    // The time limit that an earlier session set on the connection must not last: this one starts with a new one's.
+    if (sock.get() >= 0 && ::cdb_set_timeout(sock.get(), kTimeOfNewConnection) == CONFD_OK &&
         ::cdb_start_session(sock.get(), db) == CONFD_OK) {
       reusable_.insert(sock.get());
       return sock.release();

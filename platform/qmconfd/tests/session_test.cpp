@@ -36,7 +36,7 @@ TEST_F(Session, WithReuseTheNextStartNeedsNoConnection) {
     const QmConfdCdbSession session(app_.get(), CDB_PRE_COMMIT_RUNNING, true);
     EXPECT_EQ(session.Socket(), first);
   }
-  EXPECT_THAT(fake_.trace, ElementsAre("set timeout 0", "start session 4", "end session"))
+  EXPECT_THAT(fake_.trace, ElementsAre("set timeout 20", "start session 4", "end session"))
       << "the time limit of the earlier session is gone";
 }
 
@@ -89,7 +89,7 @@ TEST_F(Session, AStartThatFailsOnAKeptConnectionIsTriedOnANewOne) {
   fake_.fail["start session"] = 1;
   const QmConfdCdbSession session(app_.get(), CDB_RUNNING, true);
   EXPECT_GE(session.Socket(), 0);
-  EXPECT_THAT(fake_.trace, ElementsAre("set timeout 0", "start session 1", "cdb_close", kConnect, "start session 1"));
+  EXPECT_THAT(fake_.trace, ElementsAre("set timeout 20", "start session 1", "cdb_close", kConnect, "start session 1"));
 }
 
 TEST_F(Session, AFailedConnectionOrStartIsASessionWithoutSocket) {
