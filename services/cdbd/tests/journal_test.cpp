@@ -3,8 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "cdbd_process.h"
-
-using testing::HasSubstr;
+#include "replies.h"
 
 namespace cdbd::test {
 namespace {
@@ -121,19 +120,22 @@ TEST_F(Journal, HasTheCommentOfTheAuthor) {
                             Commit(1, 1, 1, 0, 0, Change("{eth1}", "created"), " ticket 4711: 1 &lt; 2\n")));
 }
 
-TEST_F(Journal, RefusesACommentThatIsNone) {
+TEST_F(Journal, RefusesWhatIsNotAComment) {
   NetconfClient client = server.Connect();
-  const auto error = [](const std::string& tag) {
-    return "<error-type>protocol</error-type><error-tag>" + tag + "</error-tag><error-severity>error</error-severity>";
+  const auto refused = [](const std::string& tag, const std::string& message) {
+    return ErrorText{.type = "protocol", .tag = tag, .message = message, .info = "<bad-element>comment</bad-element>"}
+        .Xml();
   };
-  const std::string bad = "<bad-element>comment</bad-element>";
-  for (const std::string& text : {std::string{}, std::string(256, 'c'), std::string{"<b/>"}}) {
-    const std::string reply = Comment(client, "eth1", CommentElement(text));
-    EXPECT_THAT(reply, testing::AllOf(HasSubstr(error("invalid-value")), HasSubstr(bad))) << text;
-  }
-  EXPECT_THAT(Comment(client, "eth1", CommentElement("a") + CommentElement("b")), HasSubstr(error("bad-element")));
-  EXPECT_THAT(Comment(client, "eth1", "<comment>in the namespace of NETCONF</comment>"),
-              HasSubstr(error("unknown-element")));
+  const std::string length = "Unsatisfied length - string \"";
+  for (const std::string& text : {std::string{}, std::string(256, 'c')})
+    EXPECT_EQ(Inside(Comment(client, "eth1", CommentElement(text))),
+              refused("invalid-value", "'comment': " + length + text + "\" length is not allowed."));
+  EXPECT_EQ(Inside(Comment(client, "eth1", CommentElement("<b/>"))),
+            refused("invalid-value", "'comment': holds elements"));
+  EXPECT_EQ(Inside(Comment(client, "eth1", CommentElement("a") + CommentElement("b"))),
+            refused("bad-element", "'comment' is there more than once"));
+  EXPECT_EQ(Inside(Comment(client, "eth1", "<comment>in the namespace of NETCONF</comment>")),
+            refused("unknown-element", "&lt;edit-config&gt; has no parameter 'comment'"));
   EXPECT_EQ(Commits(), Text(""));
 }
 

@@ -5,11 +5,10 @@
 #include <fstream>
 
 #include "cdbd_process.h"
+#include "replies.h"
 
 namespace cdbd::test {
 namespace {
-
-using testing::HasSubstr;
 
 constexpr size_t kEntries = 262144;
 constexpr size_t kInterfaces = 64;
@@ -72,10 +71,22 @@ TEST(Load, AStoreThatIsFullRefusesTheCommitAndLivesOn) {
   const std::string reply =
       client.EditConfig(AntiSpoofing("<interface><interface-name>big</interface-name><allowed-ip>" + Entries(1) +
                                      Entries(2) + Entries(3) + Entries(4) + "</allowed-ip></interface>"));
-  EXPECT_THAT(reply, HasSubstr("<error-severity>error</error-severity>"));
+  EXPECT_EQ(Inside(reply),
+            ErrorText{.message = "write configuration store: MDB_MAP_FULL: Environment mapsize limit reached"}.Xml());
   EXPECT_EQ(client.GetConfig(), Interfaces({"eth0"}));
   EXPECT_TRUE(IsOk(client.EditConfig(Interfaces({"eth1"}))));
 }
+
+/// The answer to a box of goods that the shop does not have.
+const std::string kNoGoods =
+    "<rpc-error><error-type>application</error-type><error-tag>data-missing</error-tag><error-severity>error"
+    "</error-severity><error-app-tag>instance-required</error-app-tag><error-path "
+    "xmlns:un=\"urn:ip-spoofing:test:unlike\">"
+    "/un:shop/un:shelf[un:row='1'][un:side='left']/un:box[un:id='-5']/un:content</error-path><error-message "
+    "xml:lang=\"en\">"
+    "Invalid leafref value \"nut\" - no target instance \"/un:shop/un:goods/un:name\" with the same "
+    "value.</error-message>"
+    "</rpc-error>";
 
 TEST(AnotherModel, IsServedAsWell) {
   CdbdProcess server{{"--models", CDBD_TEST_MODELS_DIR, "--model", "unlike"}};
@@ -85,15 +96,17 @@ TEST(AnotherModel, IsServedAsWell) {
   const std::string goods = "<goods><name>nut</name><code>1</code><price>1.5</price></goods>";
   const std::string shelf =
       "<shelf><row>1</row><side>left</side><box><id>-5</id><content>nut</content><lid/></box></shelf>";
-  EXPECT_THAT(client.EditConfig(shop + shelf + "</shop>"), HasSubstr("instance-required"));
+  EXPECT_EQ(Inside(client.EditConfig(shop + shelf + "</shop>")), kNoGoods);
   EXPECT_EQ(client.GetConfig(), "");
   EXPECT_TRUE(IsOk(client.EditConfig(shop + shelf + goods + "</shop>")));
   EXPECT_EQ(client.GetConfig(), shop + goods + shelf + "</shop>");
   EXPECT_TRUE(IsOk(client.Rpc("<validate><source><running/></source></validate>")));
-  EXPECT_THAT(client.Rpc("<validate><source><config>" + shop + shelf + "</shop></config></source></validate>"),
-              HasSubstr("instance-required"));
-  EXPECT_THAT(client.EditConfig("<config xmlns=\"urn:ip-spoofing:anti-ip-spoofing\"/>"),
-              HasSubstr("unknown-namespace"));
+  EXPECT_EQ(Inside(client.Rpc("<validate><source><config>" + shop + shelf + "</shop></config></source></validate>")),
+            kNoGoods);
+  ErrorText unknown{.tag = "unknown-namespace"};
+  unknown.message = "no data model has the namespace 'urn:ip-spoofing:anti-ip-spoofing'";
+  unknown.info = "<bad-element>config</bad-element><bad-namespace>urn:ip-spoofing:anti-ip-spoofing</bad-namespace>";
+  EXPECT_EQ(Inside(client.EditConfig("<config xmlns=\"urn:ip-spoofing:anti-ip-spoofing\"/>")), unknown.Xml());
   EXPECT_EQ(server.Stop(), 0);
   server.Start();
   EXPECT_EQ(server.Connect().GetConfig(), shop + goods + shelf + "</shop>");

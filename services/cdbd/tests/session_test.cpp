@@ -3,12 +3,10 @@
 #include <gtest/gtest.h>
 
 #include "cdbd_process.h"
+#include "replies.h"
 
 namespace cdbd::test {
 namespace {
-
-using testing::HasSubstr;
-using testing::Not;
 
 constexpr std::chrono::milliseconds kLimit = NetconfClient::kLimit;
 const std::string kNc = "xmlns=\"urn:ietf:params:xml:ns:netconf:base:1.0\"";
@@ -23,11 +21,7 @@ void PrintTo(const Row& row, std::ostream* out) { *out << row.message; }
 
 std::string Error(const std::string& type, const std::string& tag, const std::string& message,
                   const std::string& info = "") {
-  std::string text = "<rpc-error><error-type>" + type + "</error-type><error-tag>" + tag +
-                     "</error-tag><error-severity>error</error-severity><error-message xml:lang=\"en\">" + message +
-                     "</error-message>";
-  if (!info.empty()) text += "<error-info>" + info + "</error-info>";
-  return text + "</rpc-error>";
+  return ErrorText{.type = type, .tag = tag, .message = message, .info = info}.Xml();
 }
 
 std::string BadElement(const std::string& name) { return "<bad-element>" + name + "</bad-element>"; }
@@ -45,11 +39,6 @@ class Answers : public testing::TestWithParam<Row> {
   static CdbdProcess* server;
 };
 CdbdProcess* Answers::server = nullptr;
-
-std::string Inside(const std::string& reply) {
-  const size_t begin = reply.find('>') + 1;
-  return reply.substr(begin, reply.rfind("</rpc-reply>") - begin);
-}
 
 TEST_P(Answers, AndTheSessionLivesOn) {
   NetconfClient client = server->Connect(GetParam().base_1_1);
@@ -281,15 +270,22 @@ TEST_F(Answers, ComeInTheOrderOfPipelinedRequests) {
   for (int i = 0; i < 50; ++i) {
     const auto reply = client.raw().Receive(kLimit);
     ASSERT_TRUE(reply.ok());
-    EXPECT_THAT(reply.value(), HasSubstr("message-id=\"" + std::to_string(i) + "\""));
+    EXPECT_EQ(reply.value(), "<rpc-reply " + kNc + " message-id=\"" + std::to_string(i) + "\"><ok/></rpc-reply>");
   }
 }
 
+/// The answer to an interface called a/b.
+const std::string kBadName =
+    "<rpc-error><error-type>application</error-type><error-tag>invalid-value</error-tag><error-severity>error"
+    "</error-severity><error-path xmlns:ais=\"urn:ip-spoofing:anti-ip-spoofing\">/ais:config/ais:anti-ip-spoofing"
+    "/ais:interface/ais:interface-name</error-path><error-message xml:lang=\"en\">an interface name has no blank, "
+    "quote, brace, bracket, slash, backslash or percent sign</error-message></rpc-error>";
+
 TEST_F(Answers, AValidateOfABadConfigTellsWhyAndChangesNothing) {
   NetconfClient client = server->Connect();
-  const std::string reply =
-      client.Rpc("<validate><source><config>" + Interfaces({"eth0", "a/b"}) + "</config></source></validate>");
-  EXPECT_THAT(reply, HasSubstr("<error-tag>invalid-value</error-tag>"));
+  EXPECT_EQ(
+      Inside(client.Rpc("<validate><source><config>" + Interfaces({"eth0", "a/b"}) + "</config></source></validate>")),
+      kBadName);
   EXPECT_EQ(client.GetConfig(), "");
 }
 
@@ -297,7 +293,7 @@ TEST_F(Answers, AnEditWithAnErrorLeavesNothingOfWhatWasRightInIt) {
   NetconfClient client = server->Connect();
   for (const std::string option : {"", "stop-on-error", "rollback-on-error"}) {
     const std::string element = option.empty() ? "" : "<error-option>" + option + "</error-option>";
-    EXPECT_THAT(client.EditConfig(Interfaces({"eth0", "a/b"}), element), HasSubstr("invalid-value")) << option;
+    EXPECT_EQ(Inside(client.EditConfig(Interfaces({"eth0", "a/b"}), element)), kBadName) << option;
     EXPECT_EQ(client.GetConfig(), "") << option;
   }
 }
@@ -306,7 +302,7 @@ TEST_F(Answers, ATestOnlyEditChangesNothing) {
   NetconfClient client = server->Connect();
   const std::string test_only = "<test-option>test-only</test-option>";
   EXPECT_TRUE(IsOk(client.EditConfig(Interfaces({"eth0"}), test_only)));
-  EXPECT_THAT(client.EditConfig(Interfaces({"a/b"}), test_only), HasSubstr("invalid-value"));
+  EXPECT_EQ(Inside(client.EditConfig(Interfaces({"a/b"}), test_only)), kBadName);
   EXPECT_EQ(client.GetConfig(), "");
 }
 
@@ -359,15 +355,19 @@ TEST(Locks, KeepOthersOutUntilTheSessionEnds) {
     NetconfClient owner = server.Connect();
     const std::string id = owner.raw().session_id();
     EXPECT_TRUE(IsOk(owner.Rpc(lock)));
-    EXPECT_THAT(owner.Rpc(lock), HasSubstr("lock-denied"));
-    const std::string denied = other.Rpc(lock);
-    EXPECT_THAT(denied, HasSubstr("<error-tag>lock-denied</error-tag>"));
-    EXPECT_THAT(denied, HasSubstr("<error-info><session-id>" + id + "</session-id></error-info>"));
-    EXPECT_THAT(other.EditConfig(Interfaces({"eth0"})), HasSubstr("<error-tag>in-use</error-tag>"));
-    EXPECT_THAT(other.Rpc("<unlock><target><running/></target></unlock>"), HasSubstr("operation-failed"));
+    const std::string locked = "running is locked by session " + id;
+    const std::string denied = Error("protocol", "lock-denied", locked, "<session-id>" + id + "</session-id>");
+    EXPECT_EQ(Inside(owner.Rpc(lock)), denied);
+    EXPECT_EQ(Inside(other.Rpc(lock)), denied);
+    EXPECT_EQ(Inside(other.EditConfig(Interfaces({"eth0"}))), Error("protocol", "in-use", locked));
+    EXPECT_EQ(Inside(other.Rpc("<unlock><target><running/></target></unlock>")),
+              Error("protocol", "operation-failed", "this session holds no lock on running; session " + id + " does"));
     EXPECT_TRUE(IsOk(owner.EditConfig(Interfaces({"eth1"}))));
-    EXPECT_THAT(other.Get("<netconf-state xmlns=\"\"><datastores/></netconf-state>"),
-                HasSubstr("<locked-by-session>" + id + "</locked-by-session>"));
+    EXPECT_EQ(other.Get("<netconf-state xmlns=\"\"><datastores><datastore><locks><global-lock><locked-by-session/>"
+                        "</global-lock></locks></datastore></datastores></netconf-state>"),
+              "<netconf-state xmlns=\"urn:ietf:params:xml:ns:yang:ietf-netconf-monitoring\"><datastores><datastore>"
+              "<name>running</name><locks><global-lock><locked-by-session>" +
+                  id + "</locked-by-session></global-lock></locks></datastore></datastores></netconf-state>");
   }
   EXPECT_TRUE(Eventually([&] { return IsOk(other.Rpc(lock)); }, kLimit)) << "the lock outlived its session";
   EXPECT_TRUE(IsOk(other.Rpc("<unlock><target><running/></target></unlock>")));
@@ -394,7 +394,9 @@ TEST(Sessions, AreKilledByOthersButNotByThemselves) {
     return killer.Rpc("<kill-session><session-id>" + id + "</session-id></kill-session>");
   };
   EXPECT_TRUE(IsOk(victim.Rpc("<lock><target><running/></target></lock>")));
-  EXPECT_THAT(kill(killer.raw().session_id()), HasSubstr("invalid-value"));
+  const std::string own = killer.raw().session_id();
+  EXPECT_EQ(Inside(kill(own)), Error("protocol", "invalid-value", "'" + own + "' is not a value of 'session-id'",
+                                     BadElement("session-id")));
   EXPECT_TRUE(IsOk(kill(victim.raw().session_id())));
   EXPECT_FALSE(victim.raw().Receive(kLimit).ok());
   EXPECT_TRUE(IsOk(killer.Rpc("<lock><target><running/></target></lock>")));
@@ -414,12 +416,12 @@ TEST(Sessions, GetSchemaGivesEveryModuleOfTheLibrary) {
     const std::string reply =
         client.Rpc("<get-schema xmlns=\"urn:ietf:params:xml:ns:yang:ietf-netconf-monitoring\"><identifier>" + name +
                    "</identifier><format>yang</format></get-schema>");
-    EXPECT_THAT(reply, HasSubstr("module " + name + " {"));
+    EXPECT_THAT(reply, testing::HasSubstr("module " + name + " {"));
   }
   EXPECT_GT(modules, 8U);
   const std::string library = client.Get("<yang-library xmlns=\"urn:ietf:params:xml:ns:yang:ietf-yang-library\"/>");
-  EXPECT_THAT(library, HasSubstr("<name>anti-ip-spoofing</name><revision>2026-11-21</revision>"));
-  EXPECT_THAT(client.Get(), Not(HasSubstr("file:"))) << "the server's own paths are told";
+  EXPECT_THAT(library, testing::HasSubstr("<name>anti-ip-spoofing</name><revision>2026-11-21</revision>"));
+  EXPECT_THAT(client.Get(), testing::Not(testing::HasSubstr("file:"))) << "the server's own paths are told";
   EXPECT_THAT(client.raw().capabilities(),
               testing::Contains(testing::EndsWith(
                   "content-id=" + library.substr(library.find("<content-id>") + 12,

@@ -100,7 +100,7 @@ TEST_P(DamagedDatabase, IsRefusedAndLeftAsItIs) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Start, DamagedDatabase,
-                         testing::Values(Damage{"Text", "this is no database\n"},
+                         testing::Values(Damage{"Text", "this is not a database\n"},
                                          Damage{"LongText", std::string(100000, 'x')},
                                          Damage{"Zeroes", std::string(16384, '\0')}),
                          [](const auto& row) { return row.param.name; });
@@ -183,8 +183,9 @@ INSTANTIATE_TEST_SUITE_P(
                     ModelCase{"Anydata", "anydata a;", "/bad:a: anydata and anyxml cannot be configuration here"},
                     ModelCase{"CallpointOnConfig", "list a { cdb:callpoint x; key k; leaf k { type string; } }",
                               "/bad:a: a callpoint is for a config false list"},
-                    ModelCase{"BadTag", "leaf a { cdb:tag x; type string; }", "/bad:a: tag x is no 32-bit number"},
-                    ModelCase{"BadForm", "leaf a { cdb:stored-as x; type string; }", "/bad:a: stored-as x is none of"},
+                    ModelCase{"BadTag", "leaf a { cdb:tag x; type string; }", "/bad:a: tag x is not a 32-bit number"},
+                    ModelCase{"BadForm", "leaf a { cdb:stored-as x; type string; }",
+                              "/bad:a: stored-as x is not octets, ipv4 or ipv6"},
                     ModelCase{"FormOfANumber", "leaf a { cdb:stored-as ipv4; type int8; }",
                               "/bad:a: stored-as is for strings"}),
     [](const auto& row) { return row.param.name; });

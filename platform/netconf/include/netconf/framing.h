@@ -12,9 +12,9 @@ enum class Framing {
   kChunked,       ///< base:1.1: "\n#<size>\n" before each chunk, "\n##\n" after the last
 };
 
-/// Takes a byte stream apart into messages, a piece at a time and without ever waiting. The framing may change between
+/// Splits a byte stream into messages incrementally; never blocks. The framing may change between
 /// two messages: what was appended and not taken yet is then read with the new one, as the hello exchange needs.
-/// An error is final, for the place of the next message is unknown.
+/// An error is final, because the start of the next message is unknown.
 class FrameDecoder final {
  public:
   enum class Status { kNeedMore, kMessage, kError };

@@ -43,7 +43,7 @@ struct XmlElement {
   [[nodiscard]] bool Is(std::string_view ns, std::string_view local) const {
     return name->local == local && name->ns == ns;
   }
-  /// Null when there is none.
+  /// Null if the element has none of that name.
   [[nodiscard]] const XmlElement* Child(std::string_view ns, std::string_view local) const;
   [[nodiscard]] const XmlAttribute* Attribute(std::string_view ns, std::string_view local) const;
   /// What `prefix` stands for here; null data when it is not bound.
@@ -81,13 +81,13 @@ std::string Escaped(std::string_view text);
 /// An element that is being appended to a text: its content is what is appended until it is closed.
 class OpenElement final {
  public:
-  /// Appends the start tag. `attributes`: its text behind the name, "" or with a blank in front. `name` and `out`
+  /// Appends the start tag. `attributes`: its text after the name, "" or with a blank in front. `name` and `out`
   /// outlive the element.
   OpenElement(std::string_view name, std::string_view attributes, std::string* out);
 
   /// Ends it: the end tag, or "/>" in the start tag when nothing was appended since.
   void Close();
-  /// Closes it, or takes it and its content back unless `wrote`, which is returned.
+  /// Closes it if `wrote`, otherwise removes it and its content. Returns `wrote`.
   bool CloseIf(bool wrote);
 
  private:

@@ -28,7 +28,7 @@ class CommitLine final {
       busy_ = running_ = true;
       job([this] {
         busy_ = false;
-        RunNext();  // does nothing inside the job: the loop there goes on
+        RunNext();  // does nothing inside the job: the loop there continues
       });
       running_ = false;
     }

@@ -12,7 +12,7 @@ class Delivery {
  public:
   using Done = std::function<void(DataErrors warnings)>;
   virtual ~Delivery() = default;
-  /// Somebody is subscribed: the difference of the next commit has to be kept for them.
+  /// A program is subscribed: the difference of the next commit has to be kept for it.
   [[nodiscard]] virtual bool HasSubscribers() const = 0;
   /// Delivers the store's last commit. `done` is called once, perhaps from within; the warnings are for the author.
   virtual void Deliver(const cdb_store::Txid& txid, Done done) = 0;

@@ -141,7 +141,7 @@ bool Editor::CheckTogether(const std::vector<Item>& items) {
 }
 
 void Editor::One(const Item& item) {
-  way_.push_back({item.node, keys_.size(), model_.extras(*item.node).rivals.empty()});
+  path_.push_back({item.node, keys_.size(), model_.extras(*item.node).rivals.empty()});
   switch (item.node->kind) {
     case NodeKind::kLeaf:
       Leaf(item);
@@ -153,8 +153,8 @@ void Editor::One(const Item& item) {
       Instance(item);
       break;
   }
-  keys_.Truncate(way_.back().keys_size);
-  way_.pop_back();
+  keys_.Truncate(path_.back().keys_size);
+  path_.pop_back();
 }
 
 void Editor::Leaf(const Item& item) {
@@ -227,7 +227,7 @@ bool Editor::AppendKeys(const Item& item) {
     const auto stored = StoredValue(model_, key, element, &error);
     if (stored && keys_.Append(key.type, *stored)) return true;
     if (stored) error = {.tag = "invalid-value", .message = "the keys are too long to be stored"};
-    keys_.Truncate(way_.back().keys_size);
+    keys_.Truncate(path_.back().keys_size);
     Fail(key, std::move(error));
     return false;
   };
@@ -243,7 +243,7 @@ bool Editor::AppendKeys(const Item& item) {
       error.message = "key '" + key.name + "' of list '" + node.name + "' is " +
                       (element == nullptr ? "missing" : "there more than once");
       error.details = {{"bad-element", key.name}};
-      keys_.Truncate(way_.back().keys_size);
+      keys_.Truncate(path_.back().keys_size);
       Fail(node, std::move(error));
       return false;
     }
@@ -254,7 +254,7 @@ bool Editor::AppendKeys(const Item& item) {
 
 // What is created decides the choices it and what it stands in belong to: the other cases go.
 void Editor::DecideChoices() {
-  for (Step& step : way_) {
+  for (Step& step : path_) {
     if (step.decided) continue;
     step.decided = true;
     const std::string_view parent = keys_.keys().substr(0, step.keys_size);

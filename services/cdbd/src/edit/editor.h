@@ -41,7 +41,7 @@ class Editor final {
     const Node* node;
     Operation operation;
   };
-  /// A node on the way down, for the choices that creating something below decides.
+  /// A node between the root and the current one, for the choices that creating something below decides.
   struct Step {
     const Node* node;
     size_t keys_size;  ///< of its parent's instance
@@ -76,7 +76,7 @@ class Editor final {
   cdb_store::WriteTxn& txn_;
   const EditOptions options_;
   cdb_store::InstanceKey keys_;
-  std::vector<Step> way_;
+  std::vector<Step> path_;
   DataErrors errors_;
   bool fatal_ = false;
 };

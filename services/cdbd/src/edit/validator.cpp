@@ -85,7 +85,7 @@ common::Status DeleteVanished(const Model& model, cdb_store::WriteTxn& txn, cons
   return common::Ok();
 }
 
-/// The schema node of a path as libyang writes it; null when there is none.
+/// The schema node of a path as libyang writes it; null if the model has no such node.
 const lysc_node* FindSchema(const Model& model, std::string_view path) {
   const lysc_node* found = nullptr;
   while (!path.empty()) {
@@ -121,7 +121,7 @@ uint32_t CountOf(const lysc_node& schema, const lyd_node* first) {
   return count;
 }
 
-/// The first instance that lacks what `missing` asks for. Null when there is none.
+/// The first instance that lacks what `missing` asks for; null if none does.
 const lyd_node* FindLacking(const lysc_node& missing, const lysc_node& parent, uint32_t least, const lyd_node* first) {
   for (const lyd_node* node = first; node != nullptr; node = node->next) {
     if (node->schema == &parent && CountOf(missing, lyd_child(node)) < least) return node;

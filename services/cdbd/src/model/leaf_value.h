@@ -36,7 +36,7 @@ void AppendLeafElement(const Model& model, const cdb_store::Node& leaf, std::str
 /// The namespace declaration that the element of `node` needs inside that of its parent, with a blank in front; or "".
 std::string Xmlns(const cdb_store::Schema& schema, const cdb_store::Node& node);
 
-/// Two texts stand for one value of `leaf`.
+/// The two texts are the same value of `leaf`.
 bool SameValue(const cdb_store::Node& leaf, std::string_view canonical, std::string_view asked);
 
 }  // namespace cdbd

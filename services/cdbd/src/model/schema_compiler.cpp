@@ -16,7 +16,7 @@ using common::Error;
 
 constexpr const char* kExtensionModule = "cdb-extensions";
 
-/// Argument of our extension `name` among `extensions`; null when it is not there.
+/// The argument of our extension `name` among `extensions`; null if it is not used.
 const char* Extension(const lysc_ext_instance* extensions, const char* name) {
   LY_ARRAY_COUNT_TYPE i;
   LY_ARRAY_FOR(extensions, i) {
@@ -174,7 +174,7 @@ common::Status SchemaCompiler::AddNode(const lysc_node& node, NodeId parent, boo
   if (callpoint != nullptr) spec.callpoint = callpoint;
   if (const char* tag = Extension(node.exts, "tag")) {
     spec.tag = ParseNumber(tag);
-    if (!spec.tag) return Refuse(node, std::string{"tag "} + tag + " is no 32-bit number");
+    if (!spec.tag) return Refuse(node, std::string{"tag "} + tag + " is not a 32-bit number");
   }
   switch (node.nodetype) {
     case LYS_CONTAINER:
@@ -233,7 +233,7 @@ common::Status SchemaCompiler::FillType(const lysc_node& node, NodeSpec* spec) c
   } else if (name == "ipv6") {
     spec->type = ValueType::kIpv6;
   } else {
-    return Refuse(node, "stored-as " + std::string{name} + " is none of octets, ipv4, ipv6");
+    return Refuse(node, "stored-as " + std::string{name} + " is not octets, ipv4 or ipv6");
   }
   return common::Ok();
 }

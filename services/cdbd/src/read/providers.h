@@ -24,14 +24,14 @@ class Providers {
   using Done = std::function<void(common::Status)>;
 
   virtual ~Providers() = default;
-  /// Somebody serves the callpoint now.
+  /// A provider that serves the callpoint is connected.
   [[nodiscard]] virtual bool Serves(const std::string& callpoint) const = 0;
-  /// What is asked for, and by whom.
+  /// What is read, and for which user.
   struct Request {
     const cdb_store::Node* list = nullptr;
     std::string parent_keys;  ///< of the instance that holds the list
     std::string user;
-    std::function<bool()> wanted;                  ///< false: nobody waits for the answer any more
+    std::function<bool()> wanted;                  ///< false: the client that asked has gone
     std::function<void(const ProvidedRow&)> take;  ///< called for each entry, in the provider's order, before `done`
   };
   /// All entries of the list. `done` is called once, perhaps from within, unless the answer is no longer wanted; an

@@ -13,7 +13,7 @@ using netconf::AppendTextElement;
 constexpr const char* kMonitoringNs = "urn:ietf:params:xml:ns:yang:ietf-netconf-monitoring";
 constexpr const char* kLibraryNs = "urn:ietf:params:xml:ns:yang:ietf-yang-library";
 
-/// libyang says in which local file it found each module; that is nobody's business.
+/// libyang says in which local file it found each module; clients must not see paths of this machine.
 void RemoveLocations(lyd_node* first) {
   while (first != nullptr) {
     lyd_node* next = first->next;
