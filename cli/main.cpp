@@ -1,5 +1,6 @@
 #include <CLI/CLI.hpp>
 
+#include "common/number_range.h"
 #include "common/paths.h"
 #include "common/version.h"
 #include "load.h"
@@ -26,7 +27,7 @@ int main(int argc, char** argv) {
   app.add_option("--socket", target.socket, "NETCONF socket of the element")->capture_default_str();
   app.add_option("--models", target.models_dir, "folder of the YANG modules")->capture_default_str();
   app.add_option("--timeout", seconds, "seconds to wait for an answer")
-      ->check(CLI::Range(0.001, 86400.0))
+      ->check(common::NumberFrom(0.001, 86'400.0))
       ->capture_default_str();
 
   CLI::App* load = app.add_subcommand("load", "Commit the configuration of a file, in one transaction");

@@ -15,7 +15,7 @@ ExitStatus Complain(ExitStatus status, const std::string& text) {
 Answer Ask(const Target& target, const std::string& operation, netconf::Client::SendProgress progress) {
   auto client = netconf::Client::Connect(target.socket, target.limit);
   if (!client.ok()) {
-    return {Complain(kUnreachable, "the element is not running: " + client.error().Text()), nullptr};
+    return {Complain(kUnreachable, "cannot open a session with the element: " + client.error().Text()), nullptr};
   }
   client.value().OnProgress(std::move(progress));
   const common::Result<std::string> text = client.value().Rpc(operation, target.limit);

@@ -3,6 +3,7 @@
 
 #include <fstream>
 
+#include "netconf/client.h"
 #include "support/element/checks.h"
 
 namespace test {
@@ -100,7 +101,27 @@ TEST_F(CliLoad, AnElementThatIsDownIsSaidToBeDown) {
   element_.Stop(Part::kCdbd);
   const Finished down = element_.Cli({"load", Write(ToXml(One("eth1")))});
   EXPECT_EQ(down.status, 4);
-  EXPECT_THAT(down.log, HasSubstr("ip-spoofing-cli: the element is not running: connect " + element_.NetconfSocket()));
+  EXPECT_THAT(down.log, HasSubstr("ip-spoofing-cli: cannot open a session with the element: connect " +
+                                  element_.NetconfSocket()));
+}
+
+TEST_F(CliLoad, SaysThatAllSessionsAreInUse) {
+  element_.Stop(Part::kCdbd);
+  element_.Start(Part::kCdbd, {"--max-sessions", "1"});
+  const auto other = netconf::Client::Connect(element_.NetconfSocket(), Element::kLimit);
+  ASSERT_TRUE(other.ok());
+  const Finished refused = element_.Cli({"show", "config"});
+  EXPECT_EQ(refused.status, 4);
+  EXPECT_EQ(refused.log,
+            "ip-spoofing-cli: cannot open a session with the element: too many sessions are open: the limit is 1\n");
+}
+
+TEST_F(CliLoad, RefusesATimeLimitThatIsNotANumber) {
+  for (const char* value : {"-1", "0", "nan"}) {
+    const Finished refused = element_.Cli({"--timeout", value, "show", "config"});
+    EXPECT_EQ(refused.status, 2);
+    EXPECT_THAT(refused.log, HasSubstr("--timeout: '" + std::string{value} + "' is not a number from 0.001 to 86400"));
+  }
 }
 
 TEST_F(CliLoad, AnElementThatDoesNotAnswerIsGivenUp) {

@@ -60,4 +60,19 @@ Status EnsureDir(const std::string& path) {
   return Ok();
 }
 
+Status EnsurePrivateDir(const std::string& path) {
+  if (Status made = EnsureDir(path); !made) return made;
+  struct stat info {};
+  if (::stat(path.c_str(), &info) != 0) return SystemError("stat", path, errno);
+  if (info.st_uid != 0 && info.st_uid != ::geteuid()) {
+    return Error{"use directory", path,
+                 "it belongs to user " + std::to_string(info.st_uid) + ", not to root or to this process's user " +
+                     std::to_string(::geteuid())};
+  }
+  if ((info.st_mode & S_IWOTH) != 0) {
+    return Error{"use directory", path, "every user may write to it; take that away with chmod o-w"};
+  }
+  return Ok();
+}
+
 }  // namespace common

@@ -1,6 +1,9 @@
 #include "common/paths.h"
 
+#include <grp.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -69,6 +72,59 @@ TEST(Paths, EnsureDirMakesTheParentsAndLeavesAnExistingOneAlone) {
   ASSERT_FALSE(file.ok());
   EXPECT_EQ(file.error().object, base + "/a/b/kept");
   std::filesystem::remove_all(base);
+}
+
+class PrivateDir : public testing::Test {
+ protected:
+  PrivateDir() { std::filesystem::create_directory(path_); }
+  ~PrivateDir() override { std::filesystem::remove_all(path_); }
+  /// What EnsurePrivateDir() says of the directory with this mode; "" if it takes it.
+  [[nodiscard]] std::string With(mode_t mode) const {
+    EXPECT_EQ(::chmod(path_.c_str(), mode), 0);
+    const Status status = EnsurePrivateDir(path_);
+    return status ? "" : status.error().Text();
+  }
+  const std::string path_ = testing::TempDir() + "private_dir." + std::to_string(::getpid());
+};
+
+TEST_F(PrivateDir, IsCreatedIfMissing) {
+  EXPECT_TRUE(EnsurePrivateDir(path_ + "/a/b").ok());
+  struct stat info {};
+  ASSERT_EQ(::stat((path_ + "/a/b").c_str(), &info), 0);
+  EXPECT_EQ(info.st_mode & 07777U, 0750U);
+}
+
+TEST_F(PrivateDir, MayBeWritableByItsGroup) {
+  EXPECT_EQ(With(0700), "");
+  EXPECT_EQ(With(0755), "");
+  EXPECT_EQ(With(0770), "");
+}
+
+TEST_F(PrivateDir, WritableByEveryoneIsRefused) {
+  const std::string refusal = "use directory " + path_ + ": every user may write to it; take that away with chmod o-w";
+  EXPECT_EQ(With(0777), refusal);
+  EXPECT_EQ(With(01777), refusal);
+}
+
+TEST_F(PrivateDir, OfAnotherUserIsRefused) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can give a directory away";
+  ASSERT_EQ(::chown(path_.c_str(), 4711, 4711), 0);
+  EXPECT_EQ(With(0750),
+            "use directory " + path_ + ": it belongs to user 4711, not to root or to this process's user 0");
+}
+
+TEST_F(PrivateDir, OfRootServesOtherUsers) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can become another user";
+  ASSERT_EQ(::chown(path_.c_str(), 0, 4711), 0);
+  ASSERT_EQ(::chmod(path_.c_str(), 0770), 0);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    const bool became = ::setgroups(0, nullptr) == 0 && ::setgid(4711) == 0 && ::setuid(4711) == 0;
+    ::_exit(became && EnsurePrivateDir(path_).ok() ? 0 : 1);
+  }
+  int status = -1;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
 }
 
 }  // namespace

@@ -39,12 +39,16 @@ common::Status Client::Hello(Duration limit, bool base_1_1) {
       "<hello xmlns=\"" + std::string{kBaseNs} + "\"><capabilities><capability>" + kBase10 + "</capability>";
   if (base_1_1) hello += std::string{"<capability>"} + kBase11 + "</capability>";
   hello += "</capabilities></hello>";
-  if (const common::Status sent = Send(hello, limit); !sent) return sent;
-  const auto answer = Receive(limit);
-  if (!answer) return answer.error();
+  const common::Status sent = Send(hello, limit);
+  const auto answer = Receive(sent ? limit : Duration{0});
+  if (!answer) return sent ? answer.error() : sent.error();
   const auto document = XmlDocument::Parse(answer.value());
   if (!document) return document.error();
   const XmlElement& root = document.value()->root();
+  if (const XmlElement* refusal = root.Child(kBaseNs, "rpc-error"); refusal != nullptr) {
+    const XmlElement* message = refusal->Child(kBaseNs, "error-message");
+    return common::Error{"", "", std::string{message != nullptr ? Trim(message->text) : "refused by the server"}};
+  }
   const XmlElement* list = root.Is(kBaseNs, "hello") ? root.Child(kBaseNs, "capabilities") : nullptr;
   const XmlElement* id = root.Child(kBaseNs, "session-id");
   if (list == nullptr || id == nullptr) return common::Error{"hello", "", "the server sent no hello"};

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "app/database_server.h"
+#include "common/number_range.h"
 #include "common/paths.h"
 #include "common/version.h"
 #include "service_main/service_main.h"
@@ -18,6 +19,7 @@ int main(int argc, char** argv) {
   double subscriber_limit = 30;
   double provider_limit = 120;
 
+  const CLI::Validator time_limit = common::NumberFrom(0.001, 86'400.0);
   CLI::App app{
       "The configuration database: keeps the configuration, serves it over NETCONF on a Unix socket, and "
       "tells programs of every change.",
@@ -29,18 +31,27 @@ int main(int argc, char** argv) {
       ->envname(common::kModelsDirVariable);
   app.add_option("--model", options.model.modules,
                  "YANG module to serve; may be given more than once. Without it every module of the directories");
-  app.add_option("--max-sessions", options.netconf.max_sessions, "NETCONF sessions at a time")->capture_default_str();
+  app.add_option("--max-sessions", options.netconf.max_sessions, "NETCONF sessions at a time")
+      ->capture_default_str()
+      ->check(common::NumberFrom<size_t>(1, 10'000));
   app.add_option("--max-message", max_message_mib, "Largest NETCONF message, MiB")
       ->capture_default_str()
-      ->check(CLI::Range(1, 2000));
+      ->check(common::NumberFrom<size_t>(1, 2'000));
   app.add_option("--max-unsent", max_unsent_kib, "Answers a peer may leave unread before it is not read, KiB")
-      ->capture_default_str();
-  app.add_option("--hello-timeout", hello_limit, "Seconds for a peer's <hello>")->capture_default_str();
+      ->capture_default_str()
+      ->check(common::NumberFrom<size_t>(1, 1'048'576));
+  app.add_option("--hello-timeout", hello_limit, "Seconds for a peer's <hello>")
+      ->capture_default_str()
+      ->check(time_limit);
   app.add_option("--subscriber-timeout", subscriber_limit, "Seconds for a subscriber to take in a commit")
-      ->capture_default_str();
+      ->capture_default_str()
+      ->check(time_limit);
   app.add_option("--provider-timeout", provider_limit, "Seconds for a data provider to answer a request")
-      ->capture_default_str();
-  app.add_option("--database-size", map_mib, "Upper bound of the database file, MiB")->capture_default_str();
+      ->capture_default_str()
+      ->check(time_limit);
+  app.add_option("--database-size", map_mib, "Upper bound of the database file, MiB")
+      ->capture_default_str()
+      ->check(common::NumberFrom<size_t>(1, 16'777'216));
   app.add_flag("--new-database", options.new_database,
                "Begin with an empty configuration where the former database is gone or empty. For one start");
   app.add_option("--log-level", log_level, "Least level that is logged")

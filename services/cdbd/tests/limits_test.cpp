@@ -79,7 +79,7 @@ TEST(Limits, ASessionWithHelloMayBeSilentForLong) {
   EXPECT_EQ(quiet.GetConfig(), "");
 }
 
-TEST(Limits, ConnectionsBeyondTheSessionsAreClosed) {
+TEST(Limits, SessionsBeyondTheLimitAreRefusedWithAReason) {
   CdbdProcess server{{"--max-sessions", "2"}};
   server.Start();
   NetconfClient first = server.Connect();
@@ -87,7 +87,8 @@ TEST(Limits, ConnectionsBeyondTheSessionsAreClosed) {
     NetconfClient second = server.Connect();
     auto third = Client::ConnectRaw(server.NetconfSocket());
     ASSERT_TRUE(third.ok());
-    EXPECT_FALSE(third.value().Receive(kLimit).ok()) << "not even a hello";
+    EXPECT_EQ(third.value().Hello(kLimit, true).error().Text(), "too many sessions are open: the limit is 2");
+    EXPECT_TRUE(IsClosed(third.value()));
     EXPECT_NE(server.Log().find("a connection was refused: there are 2 sessions"), std::string::npos);
     EXPECT_EQ(second.GetConfig(), "");
   }

@@ -231,5 +231,48 @@ TEST(CommandLine, HelpAndVersion) {
   EXPECT_THAT(unknown.log, HasSubstr("--nonsense"));
 }
 
+struct BadNumber {
+  std::string option;
+  std::string value;
+  std::string range;
+};
+void PrintTo(const BadNumber& row, std::ostream* out) { *out << row.option << " " << row.value; }
+class BadNumbers : public testing::TestWithParam<BadNumber> {};
+
+TEST_P(BadNumbers, AreRefusedWithTheRange) {
+  CdbdProcess server{{GetParam().option, GetParam().value}};
+  EXPECT_GT(server.RunToEnd(), 0);
+  EXPECT_THAT(server.Log(), StartsWith(GetParam().option + ": '" + GetParam().value + "' is not a number from " +
+                                       GetParam().range + "\n"));
+  EXPECT_FALSE(fs::exists(server.StateDir()));
+}
+
+INSTANTIATE_TEST_SUITE_P(CommandLine, BadNumbers,
+                         testing::Values(BadNumber{"--max-sessions", "0", "1 to 10000"},
+                                         BadNumber{"--max-sessions", "-1", "1 to 10000"},
+                                         BadNumber{"--max-message", "0", "1 to 2000"},
+                                         BadNumber{"--max-unsent", "-1", "1 to 1048576"},
+                                         BadNumber{"--hello-timeout", "-1", "0.001 to 86400"},
+                                         BadNumber{"--hello-timeout", "nan", "0.001 to 86400"},
+                                         BadNumber{"--subscriber-timeout", "-5", "0.001 to 86400"},
+                                         BadNumber{"--subscriber-timeout", "1e300", "0.001 to 86400"},
+                                         BadNumber{"--provider-timeout", "0", "0.001 to 86400"},
+                                         BadNumber{"--database-size", "-1", "1 to 16777216"},
+                                         BadNumber{"--database-size", "1x", "1 to 16777216"}));
+
+class UnsafeDirectory : public testing::TestWithParam<const char*> {};
+
+TEST_P(UnsafeDirectory, WritableByEveryoneIsRefused) {
+  CdbdProcess server;
+  const std::string directory = server.root() + "/" + GetParam();
+  fs::create_directory(directory);
+  fs::permissions(directory, fs::perms::all);
+  ExpectRefusal(server, "use directory " + directory + ": every user may write to it");
+  EXPECT_EQ(fs::directory_iterator{directory}, fs::directory_iterator{}) << "nothing was put there";
+}
+
+INSTANTIATE_TEST_SUITE_P(Start, UnsafeDirectory, testing::Values("run", "state"),
+                         [](const auto& row) { return std::string{row.param}; });
+
 }  // namespace
 }  // namespace cdbd::test

@@ -18,7 +18,7 @@ common::Status AskManager(const std::string& command, const json& arguments,
                           const std::function<void(const json& part)>& on_part) {
   const std::string path = common::MgrControlSocketPath();
   auto socket = common::ConnectUnix(path, SOCK_STREAM | SOCK_NONBLOCK);
-  if (!socket) return common::Error{"ip-spoofing-mgr is not running", "", socket.error().Text()};
+  if (!socket) return common::Error{"cannot reach ip-spoofing-mgr", "", socket.error().Text()};
   const auto loop = common::EventLoop::Create(false);
   if (!loop) return common::SystemError("event loop", "", errno);
 

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "common/number_range.h"
 #include "common/version.h"
 #include "control_client.h"
 #include "table_printer.h"
@@ -231,7 +232,7 @@ int RunCtl(int argc, const char* const* argv, std::ostream& out, std::ostream& e
   explain->add_option("--interface", question.port, "Interface name")->required();
   CLI::Option* whole = explain->add_option("--frame", frame, "The frame in hexadecimal, from the destination MAC on");
   explain->add_option("--source", source, "IPv4 source of a sample frame")->excludes(whole);
-  explain->add_option("--vlan", vlan, "Its VLAN, 0 for untagged")->check(CLI::Range(0, 4095))->excludes(whole);
+  explain->add_option("--vlan", vlan, "Its VLAN, 0 for untagged")->check(common::NumberFrom(0, 4095))->excludes(whole);
   explain->add_option("--mac", mac, "Its source MAC address")->excludes(whole);
 
   try {

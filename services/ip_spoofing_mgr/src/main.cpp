@@ -7,6 +7,7 @@
 #include <string>
 
 #include "common/event_loop.h"
+#include "common/number_range.h"
 #include "common/paths.h"
 #include "common/version.h"
 #include "manager.h"
@@ -25,15 +26,16 @@ int main(int argc, char** argv) {
   app.add_option("--dataplane", options.dataplane, "Which one to use; auto: the best that works here")
       ->capture_default_str();
   app.add_option("--capacity", options.capacity, "Entries that can be in force at the same time")
-      ->check(CLI::Range(size_t{1}, size_t{4'000'000}))
+      ->check(common::NumberFrom<size_t>(1, 4'000'000))
       ->capture_default_str();
   app.add_option("--hold", hold, "Milliseconds that what a batch takes away waits for the batch behind it")
-      ->check(CLI::Range(0, 10'000))
+      ->check(common::NumberFrom(0, 10'000))
       ->capture_default_str();
   app.add_flag("--assume-interfaces", options.assume_interfaces,
                "Treat every interface as present (memory dataplane only)");
   app.add_option("--metrics-port", options.metrics_port,
-                 "TCP port on which metrics are served over HTTP, for Prometheus; 0: any free one; default: none");
+                 "TCP port on which metrics are served over HTTP, for Prometheus; 0: any free one; default: none")
+      ->check(common::NumberFrom(0, 65'535));
   app.add_option("--metrics-address", options.metrics_address, "Numeric address of that port")->capture_default_str();
   app.add_option("--log-level", level, "What to log")
       ->check(CLI::IsMember({"debug", "info", "warning", "error"}))

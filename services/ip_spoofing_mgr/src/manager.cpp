@@ -104,7 +104,7 @@ struct Manager::Parts {
 };
 
 common::Result<std::unique_ptr<Manager>> Manager::Start(common::EventLoop& loop, const ManagerOptions& options) {
-  if (auto made = common::EnsureDir(options.run_dir); !made) return made.error();
+  if (auto made = common::EnsurePrivateDir(options.run_dir); !made) return made.error();
   auto parts = std::make_unique<Parts>(loop);
   Parts* p = parts.get();
 

@@ -26,6 +26,7 @@ using ::test::Eventually;
 using ::test::Finished;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::StartsWith;
 
 struct Configuration {
   long version = 0;
@@ -273,10 +274,13 @@ TEST_F(ProcessTest, WrongOptionsAndDirectoriesEndWithOneLine) {
     std::string line;
   };
   std::ofstream{root_ + "/file"} << "x";
+  std::filesystem::create_directory(root_ + "/open");
+  std::filesystem::permissions(root_ + "/open", std::filesystem::perms::all);
   const std::vector<Case> cases{
       {{"--dataplane", "magic"}, root_ + "/run", "dataplane magic: there is none of that name"},
       {{"--dataplane", "memory"}, root_ + "/file", "file"},
       {{"--dataplane", "memory"}, root_ + "/file/below", "file"},
+      {{"--dataplane", "memory"}, root_ + "/open", "use directory " + root_ + "/open: every user may write to it"},
       {{"--dataplane", "memory"}, root_ + "/" + std::string(120, 'x'), "File name too long"},
   };
   for (const Case& test : cases) {
@@ -291,13 +295,34 @@ TEST_F(ProcessTest, WrongOptionsAndDirectoriesEndWithOneLine) {
   }
 }
 
-TEST_F(ProcessTest, TheToolSaysThatTheManagerIsDown) {
+TEST_F(ProcessTest, BadNumbersAreRefusedWithTheRange) {
+  struct Case {
+    const char* option;
+    const char* value;
+    const char* range;
+  };
+  for (const auto& [option, value, range] : {Case{"--capacity", "0", "1 to 4000000"},
+                                             {"--capacity", "-1", "1 to 4000000"},
+                                             {"--hold", "-1", "0 to 10000"},
+                                             {"--hold", "1.5", "0 to 10000"},
+                                             {"--metrics-port", "-1", "0 to 65535"},
+                                             {"--metrics-port", "65536", "0 to 65535"}}) {
+    const std::string prefix = root_ + "/number" + option + value;
+    const Finished finished = ::test::Run({MANAGER, option, value}, {}, prefix);
+    EXPECT_GT(finished.status, 0);
+    EXPECT_THAT(finished.log,
+                StartsWith(std::string{option} + ": '" + value + "' is not a number from " + range + "\n"));
+  }
+}
+
+TEST_F(ProcessTest, TheToolSaysWhyTheManagerIsOutOfReach) {
   for (const std::vector<std::string>& command :
        {std::vector<std::string>{CTL, "show"}, {CTL, "show", "ports", "--json"}, {CTL, "monitor", "eth1", "on"}}) {
     const Finished finished = ::test::Run(command, {}, root_ + "/ctl");
     EXPECT_EQ(finished.status, 1);
     EXPECT_THAT(finished.output, IsEmpty());
-    EXPECT_THAT(finished.log, HasSubstr("ip-spoofing-ctl: ip-spoofing-mgr is not running"));
+    EXPECT_EQ(finished.log, "ip-spoofing-ctl: cannot reach ip-spoofing-mgr: connect " + common::MgrControlSocketPath() +
+                                ": No such file or directory\n");
   }
   EXPECT_EQ(::test::Run({CTL, "show", "nonsense"}, {}, root_ + "/usage").status, 2);
   EXPECT_EQ(::test::Run({CTL}, {}, root_ + "/usage").status, 2);

@@ -30,8 +30,13 @@ std::string CdbStorePath();          ///< directory of the LMDB environment
 /// it (an installation's prefix and a build tree alike). Empty when there is none.
 std::string ModelsDir();
 
-/// Makes the directory and its parents (mode 0755, the last one 0750) if it is not there, and checks that this process
-/// can write to it.
+/// Creates the directory and its parents (mode 0755, the last one 0750) if it does not exist, and checks that this
+/// process can write to it.
 Status EnsureDir(const std::string& path);
+
+/// EnsureDir() for a directory whose files this process relies on. Fails if it belongs to another user than root or
+/// this process's own, or if everyone may write to it, sticky or not: others could then put their own sockets and files
+/// under the names that are used here. Members of the group are trusted.
+Status EnsurePrivateDir(const std::string& path);
 
 }  // namespace common

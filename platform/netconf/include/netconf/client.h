@@ -39,7 +39,7 @@ class Client final {
   common::Status SendBytes(std::string_view bytes, Duration limit);
   /// The next message. At the end of the stream it fails with IsClosed().
   common::Result<std::string> Receive(Duration limit);
-  /// Exchanges hellos on a raw connection.
+  /// Exchanges hellos on a raw connection. Fails with the server's words if it answers with an error instead.
   common::Status Hello(Duration limit, bool base_1_1);
 
   void SetFraming(Framing framing) { decoder_.SetFraming(framing); }

@@ -65,7 +65,7 @@ common::Result<std::unique_ptr<DatabaseServer>> DatabaseServer::Start(common::Ev
   auto model = Model::Load(options.model);
   if (!model) return model.error();
   for (const std::string& dir : {options.run_dir, options.state_dir, options.state_dir + "/cdb"})
-    if (const common::Status made = common::EnsureDir(dir); !made) return made.error();
+    if (const common::Status made = common::EnsurePrivateDir(dir); !made) return made.error();
   cdb_store::StoreOptions store_options;
   store_options.path = options.state_dir + "/cdb";
   store_options.identity_file = options.state_dir + "/cdb.identity";

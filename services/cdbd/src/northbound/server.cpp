@@ -4,6 +4,7 @@
 #include <spdlog/spdlog.h>
 #include <sys/socket.h>
 
+#include "netconf/framing.h"
 #include "netconf/xml.h"
 
 namespace cdbd {
@@ -68,9 +69,25 @@ NetconfServer::NetconfServer(common::EventLoop& loop, common::ListeningSocket so
                 std::move(socket),
                 {.max_connections = limits.max_sessions, .noun = "sessions"},
                 {.on_connection = [this](common::Listener::Connection c) { OnConnection(std::move(c)); },
+                 .on_refused = [this](int peer) { RefuseSession(peer); },
                  .on_trouble = [](const std::string& text) { spdlog::warn("netconf: {}", text); }}} {}
 
 void NetconfServer::DropSessions() { sessions_.clear(); }
+
+/// Sends an error instead of a hello, so that the peer can report the reason. A new socket has room for it.
+void NetconfServer::RefuseSession(int peer) const {
+  const bool full = sessions_.size() >= limits_.max_sessions;
+  const RpcError error{
+      .type = "transport",
+      .tag = "resource-denied",
+      .message = full ? "too many sessions are open: the limit is " + std::to_string(limits_.max_sessions)
+                      : "the server has no descriptor left for a session"};
+  std::string content;
+  AppendRpcError(error, &content);
+  std::string framed;
+  netconf::AppendFrame(netconf::Framing::kEndOfMessage, ReplyWith("", content), &framed);
+  (void)::send(peer, framed.data(), framed.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+}
 
 void NetconfServer::OnConnection(common::Listener::Connection connection) {
   SessionInfo info;

@@ -57,6 +57,7 @@ class NetconfServer final {
                 std::vector<std::string> capabilities, Callbacks callbacks);
 
   void OnConnection(common::Listener::Connection connection);
+  void RefuseSession(int peer) const;
   void OnMessage(Session& session, const std::string& message);
   void OnEnded(Session& session, const SessionEnd& end);
   [[nodiscard]] std::string Hello(uint32_t session) const;
