@@ -24,6 +24,7 @@ struct OnePort final : mgr::PortNames, mgr::Interfaces {
   std::optional<std::string> NameOf(limid_t) override { return "eth1"; }
   std::optional<limid_t> IdOf(const std::string&) override { return limid_t{}; }
   [[nodiscard]] uint32_t IndexOf(const std::string&) const override { return 1; }
+  [[nodiscard]] std::string MainNameOf(const std::string&) const override { return ""; }
 };
 
 std::string SocketPath(const char* name) { return "/tmp/fuzz_mgr_control-" + std::to_string(getpid()) + name; }

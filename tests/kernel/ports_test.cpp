@@ -176,6 +176,35 @@ TEST_P(Ports, AreTheNamesTheInterfacesHave) {
   EXPECT_EQ(unnamed.Passes(From("192.0.2.1")), true) << "an interface that is no port is filtered";
 }
 
+TEST_P(Ports, UnderAnAlternativeNameAreRefusedWithTheMainOne) {
+  netns::Wire wire{"eth1"};
+  MustRun("ip link property add dev eth1 altname uplink");
+  ASSERT_TRUE(manager_->Submit({EnablePort("uplink"), Put("uplink", 0, Ip("10.0.0.1"))}, true));
+  const std::string reason = "an alternative name of eth1: configure eth1";
+  const auto reported = [&](const std::string& text) {
+    const json port = Row("ports", "port", "uplink"), entry = Row("entries", "port", "uplink");
+    return port.is_object() && port.value("state", 1) == 0 && port["reason"] == text && entry.is_object() &&
+           entry.value("state", 1) == 0 && entry["reason"] == text;
+  };
+  EXPECT_TRUE(test::Eventually([&] { return reported(reason); }, std::chrono::seconds{20}));
+  EXPECT_NE(manager_->Log().find("port uplink is not filtered: it is an alternative name of eth1\n"),
+            std::string::npos);
+  {
+    Probe probe{"eth1", wire.station()};
+    EXPECT_EQ(probe.Passes(From("192.0.2.1")), true) << "eth1 itself is not configured";
+    ASSERT_TRUE(manager_->Submit({EnablePort("eth1"), Put("eth1", 0, Ip("10.0.0.2"))}));
+    EXPECT_EQ(probe.Passes(From("10.0.0.2")), true);
+    EXPECT_EQ(probe.Passes(From("10.0.0.1")), false) << "the other name's entries do not count";
+  }
+  MustRun("ip link property del dev eth1 altname uplink");
+  EXPECT_TRUE(test::Eventually([&] { return reported("no such interface"); }, std::chrono::seconds{20}));
+  netns::Wire other{"uplink"};
+  ASSERT_TRUE(WaitForPort("uplink", other.ifindex()));
+  Probe probe{"uplink", other.station()};
+  EXPECT_EQ(probe.Passes(From("10.0.0.1")), true);
+  EXPECT_EQ(probe.Passes(From("10.0.0.2")), false);
+}
+
 TEST_P(Ports, ThatMoveToAnotherNamespaceAreLeftAloneThereAndFilteredWhenTheyReturn) {
   if (GetParam().as == netns::As::kUnprivileged) GTEST_SKIP() << "moving interfaces back needs privilege over both";
   netns::Wire wire{"eth1"};

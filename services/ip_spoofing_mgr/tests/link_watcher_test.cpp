@@ -74,6 +74,39 @@ TEST_F(LinkWatcherTest, TellsOfInterfacesThatAppearVanishAreRenamedAndMadeAnew) 
   EXPECT_NE(watcher_->IndexOf("port2"), first);
 }
 
+TEST_F(LinkWatcherTest, TellsAlternativeNamesFromMainOnes) {
+  netns::MustRun(
+      "ip link add port1 type veth peer name station1; ip link property add dev port1 altname uplink; "
+      "ip link set port1 up; ip link set station1 up");
+  EXPECT_THAT(Told({"port1", "uplink"}), IsSupersetOf({"port1", "uplink"}));
+  EXPECT_EQ(watcher_->IndexOf("uplink"), 0U);
+  EXPECT_EQ(watcher_->MainNameOf("uplink"), "port1");
+  EXPECT_EQ(watcher_->MainNameOf("port1"), "");
+
+  netns::MustRun("ip link set port1 down; ip link set port1 name port2; ip link set port2 up");
+  EXPECT_THAT(Told({"port1", "port2", "uplink"}), IsSupersetOf({"port1", "port2", "uplink"}));
+  EXPECT_EQ(watcher_->MainNameOf("uplink"), "port2");
+
+  netns::MustRun(
+      "ip link property del dev port2 altname uplink; ip link property add dev station1 altname uplink altname other");
+  EXPECT_THAT(Told({"uplink", "other"}), IsSupersetOf({"uplink", "other"}));
+  EXPECT_EQ(watcher_->MainNameOf("uplink"), "station1");
+
+  netns::MustRun("ip link del station1; ip link add uplink type veth peer name station1");
+  Told({"uplink", "station1"});
+  for (int i = 0; i < 500 && watcher_->IndexOf("uplink") == 0; ++i) loop_->RunOnce(std::chrono::milliseconds{10});
+  EXPECT_NE(watcher_->IndexOf("uplink"), 0U);
+  EXPECT_EQ(watcher_->MainNameOf("uplink"), "");
+  EXPECT_EQ(watcher_->MainNameOf("other"), "");
+}
+
+TEST_F(LinkWatcherTest, KnowsAlternativeNamesFromTheStart) {
+  netns::MustRun("ip link add port1 type veth peer name station1; ip link property add dev port1 altname uplink");
+  const auto second = LinkWatcher::Open(*loop_, [](const std::vector<std::string>&) {});
+  ASSERT_TRUE(second);
+  EXPECT_EQ(second.value()->MainNameOf("uplink"), "port1");
+}
+
 TEST_F(LinkWatcherTest, AnInterfaceMovedAwayIsGone) {
   netns::MustRun("ip link add port1 type veth peer name station1");
   Told({"port1"});

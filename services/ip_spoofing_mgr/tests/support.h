@@ -26,6 +26,7 @@ class FakeNames final : public PortNames {
 class FakeInterfaces final : public Interfaces {
  public:
   [[nodiscard]] uint32_t IndexOf(const std::string& name) const override;
+  [[nodiscard]] std::string MainNameOf(const std::string&) const override { return ""; }
   std::map<std::string, uint32_t> special;  ///< 0: away
 };
 

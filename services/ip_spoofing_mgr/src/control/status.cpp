@@ -19,6 +19,7 @@ constexpr std::array<Words, kHindrances> kWords = {{
     {"unknown-interface", "the logical interface id names no interface"},
     {"port-refused", nullptr},
     {"no-interface", "no such interface"},
+    {"alternative-name", nullptr},
     {"port-not-enabled", "the port is not enabled"},
     {"entry-refused", nullptr},
     {"beyond-capacity", "beyond the capacity of the table"},
@@ -32,9 +33,12 @@ constexpr std::array<Words, kHindrances> kWords = {{
 
 std::string TextOf(Hindrance hindrance) { return kWords.at(static_cast<size_t>(hindrance)).text; }
 
+/// Of a port, or of an entry on it.
 std::string TextOf(Hindrance hindrance, const Port& port) {
   if (hindrance == Hindrance::kPortRefused) return port.failure;
-  return hindrance == Hindrance::kNotGuarded ? port.unguarded : TextOf(hindrance);
+  if (hindrance == Hindrance::kNotGuarded) return port.unguarded;
+  if (hindrance != Hindrance::kAlternativeName) return TextOf(hindrance);
+  return "an alternative name of " + port.main_name + ": configure " + port.main_name;
 }
 
 /// Of an entry on a port that has `port`.
@@ -71,6 +75,7 @@ std::string_view NameOf(Hindrance hindrance) { return kWords.at(static_cast<size
 Hindrance HindranceOf(const Port& port) {
   if (port.name.empty()) return Hindrance::kUnknownInterface;
   if (!port.failure.empty()) return Hindrance::kPortRefused;
+  if (!port.main_name.empty()) return Hindrance::kAlternativeName;
   if (port.ifindex == 0) return Hindrance::kNoInterface;
   if (!port.wanted_enabled) return Hindrance::kPortNotEnabled;
   if (!port.installed || *port.installed != port.WantedConfig()) return Hindrance::kBeingChanged;
@@ -82,8 +87,7 @@ std::string ReasonOf(const Port& port) { return TextOf(HindranceOf(port), port);
 std::string ReasonOf(const Table& table, const Engine& engine, const EntryKey& key, const EntryRow& row) {
   const Port& port = *table.Find(key.port);
   const Hindrance hindrance = HindranceOf(HindranceOf(port), key, row);
-  if (hindrance == Hindrance::kEntryRefused) return engine.FailureOf(key);
-  return TextOf(hindrance, port);
+  return hindrance == Hindrance::kEntryRefused ? engine.FailureOf(key) : TextOf(hindrance, port);
 }
 
 std::string ReasonOf(const Table& table, const OddKey& key) {

@@ -18,6 +18,7 @@ enum class Hindrance : uint8_t {
   kUnknownInterface,  ///< the logical interface id names none
   kPortRefused,       ///< by the dataplane
   kNoInterface,
+  kAlternativeName,  ///< of an interface; it is not filtered under that name
   kPortNotEnabled,
   kEntryRefused,  ///< by the dataplane
   kBeyondCapacity,
@@ -28,7 +29,7 @@ enum class Hindrance : uint8_t {
   kBeingChanged,
   kNotGuarded,  ///< the filter is in place, and frames pass by it
 };
-inline constexpr size_t kHindrances = 13;
+inline constexpr size_t kHindrances = 14;
 /// As metrics name it, "beyond-capacity"; "none" for kNone.
 std::string_view NameOf(Hindrance hindrance);
 

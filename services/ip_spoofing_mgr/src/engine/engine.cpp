@@ -46,7 +46,7 @@ common::Status Engine::TakeOver(std::function<common::Status()> end_others) {
     }
     port->wanted_enabled = config.enabled;
     port->wanted_mode = config.mode;
-    port->ifindex = interfaces_.IndexOf(config.name);
+    Locate(port);
   }
   for (const Entry& entry : snapshot.value().entries) {
     Port* port = table_.Find(entry.key.port);
@@ -114,7 +114,7 @@ void Engine::InterfacesChanged(std::span<const std::string> names, Clock::time_p
   for (const std::string& name : names) {
     Port* port = table_.FindByName(name);
     if (port == nullptr) continue;
-    port->ifindex = interfaces_.IndexOf(name);
+    Locate(port);
     (port->held ? held : steady).ports.push_back(port->id);
   }
   if (inherited_ == Held::kUntilFullBatch) return;
@@ -133,13 +133,23 @@ bool Engine::SetMonitor(const std::string& name, bool on, Clock::time_point now)
   return true;
 }
 
+/// A port under an alternative name is not put in force: its interface may be configured under its main name too, and
+/// the kernel reports filters under that one.
+void Engine::Locate(Port* port) const {
+  port->ifindex = interfaces_.IndexOf(port->name);
+  std::string main_name = port->ifindex == 0 ? interfaces_.MainNameOf(port->name) : "";
+  if (!main_name.empty() && main_name != port->main_name)
+    spdlog::warn("port {} is not filtered: it is an alternative name of {}", port->name, main_name);
+  port->main_name = std::move(main_name);
+}
+
 void Engine::Want(const Request& request, Objects* touched) {
   Port* port = table_.PortOf(request.limid);
   if (port == nullptr) {
     spdlog::error("more than {} ports: a request is ignored", kMaxPortId);
     return;
   }
-  if (port->ifindex == 0 && !port->name.empty()) port->ifindex = interfaces_.IndexOf(port->name);
+  if (port->ifindex == 0 && !port->name.empty()) Locate(port);
   switch (request.kind) {
     case RequestKind::kPort:
       TouchPort(port, touched);

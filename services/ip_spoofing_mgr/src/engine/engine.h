@@ -21,8 +21,10 @@ namespace mgr {
 class Interfaces {
  public:
   virtual ~Interfaces() = default;
-  /// 0 when there is none of that name.
+  /// 0 if no interface has that name. Alternative names do not count: the kernel does not bind filters to them.
   [[nodiscard]] virtual uint32_t IndexOf(const std::string& name) const = 0;
+  /// The name of the interface that has `name` as an alternative name; empty if none has.
+  [[nodiscard]] virtual std::string MainNameOf(const std::string& name) const = 0;
 };
 
 /// Moves the dataplane from what it has to what is wanted, make before break: what a batch widens (an entry, a wider
@@ -83,6 +85,7 @@ class Engine final {
   }
 
   // What is wanted.
+  void Locate(Port* port) const;
   void Want(const Request& request, Objects* touched);
   void WantEntry(const Request& request, Port* port, Objects* touched);
   void WantNothingElse(Objects* touched);

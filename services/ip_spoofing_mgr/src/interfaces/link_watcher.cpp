@@ -48,6 +48,13 @@ uint32_t LinkWatcher::IndexOf(const std::string& name) const {
   return it == index_of_.end() ? 0 : it->second;
 }
 
+std::string LinkWatcher::MainNameOf(const std::string& name) const {
+  const auto it = index_of_alternative_.find(name);
+  if (it == index_of_alternative_.end()) return "";
+  const auto names = names_of_.find(it->second);
+  return names == names_of_.end() ? "" : names->second.main;
+}
+
 // On a socket of its own, so that an interrupted dump can be begun again. What happens meanwhile waits on the other
 // one.
 common::Status LinkWatcher::Dump() {
@@ -57,7 +64,7 @@ common::Status LinkWatcher::Dump() {
     if (error == EINTR) continue;
     if (error != 0) return common::SystemError("list interfaces", "", error);
     std::vector<uint32_t> gone;
-    for (const auto& [ifindex, name] : name_of_) {
+    for (const auto& [ifindex, names] : names_of_) {
       if (!seen_.contains(ifindex)) gone.push_back(ifindex);
     }
     for (const uint32_t ifindex : gone) Gone(ifindex);
@@ -114,37 +121,68 @@ int LinkWatcher::OnMessage(const nlmsghdr* message, void* self) {
     watcher->Gone(ifindex);
     return MNL_CB_OK;
   }
-  const auto name_attribute = [](const nlattr* attribute, void* name) {
-    if (mnl_attr_get_type(attribute) == IFLA_IFNAME) *static_cast<std::string*>(name) = mnl_attr_get_str(attribute);
-    return MNL_CB_OK;
-  };
-  std::string name;
-  mnl_attr_parse(message, sizeof(ifinfomsg), name_attribute, &name);
-  if (!name.empty()) watcher->Set(ifindex, name);
+  // Messages of wireless events carry the main name only.
+  Message attributes;
+  mnl_attr_parse(message, sizeof(ifinfomsg), OnAttribute, &attributes);
+  if (!attributes.names.main.empty() && !attributes.partial) watcher->Set(ifindex, std::move(attributes.names));
   return MNL_CB_OK;
 }
 
-void LinkWatcher::Set(uint32_t ifindex, const std::string& name) {
-  seen_.insert(ifindex);
-  std::string& known = name_of_[ifindex];
-  if (known == name) return;
-  if (!known.empty() && IndexOf(known) == ifindex) {
-    index_of_.erase(known);
-    changed_.insert(known);
+int LinkWatcher::OnAttribute(const nlattr* attribute, void* data) {
+  auto* message = static_cast<Message*>(data);
+  switch (mnl_attr_get_type(attribute)) {
+    case IFLA_IFNAME:
+      message->names.main = mnl_attr_get_str(attribute);
+      break;
+    case IFLA_WIRELESS:
+      message->partial = true;
+      break;
+    case IFLA_PROP_LIST:
+      mnl_attr_parse_nested(attribute, OnAttribute, data);
+      break;
+    case IFLA_ALT_IFNAME:
+      message->names.alternatives.insert(mnl_attr_get_str(attribute));
+      break;
+    default:
+      break;
   }
-  known = name;
-  index_of_[name] = ifindex;
-  changed_.insert(name);
+  return MNL_CB_OK;
+}
+
+void LinkWatcher::Set(uint32_t ifindex, Names names) {
+  seen_.insert(ifindex);
+  Names& known = names_of_[ifindex];
+  if (known == names) return;
+  if (known.main != names.main) {
+    Forget(&index_of_, known.main, ifindex);
+    changed_.insert(names.main);
+    // What its alternative names stand for is another name now.
+    changed_.insert(names.alternatives.begin(), names.alternatives.end());
+  }
+  index_of_[names.main] = ifindex;
+  for (const std::string& name : known.alternatives) {
+    if (!names.alternatives.contains(name)) Forget(&index_of_alternative_, name, ifindex);
+  }
+  for (const std::string& name : names.alternatives) {
+    index_of_alternative_[name] = ifindex;
+    if (!known.alternatives.contains(name)) changed_.insert(name);
+  }
+  known = std::move(names);
 }
 
 void LinkWatcher::Gone(uint32_t ifindex) {
-  const auto it = name_of_.find(ifindex);
-  if (it == name_of_.end()) return;
-  if (IndexOf(it->second) == ifindex) {
-    index_of_.erase(it->second);
-    changed_.insert(it->second);
-  }
-  name_of_.erase(it);
+  const auto it = names_of_.find(ifindex);
+  if (it == names_of_.end()) return;
+  Forget(&index_of_, it->second.main, ifindex);
+  for (const std::string& name : it->second.alternatives) Forget(&index_of_alternative_, name, ifindex);
+  names_of_.erase(it);
+}
+
+void LinkWatcher::Forget(std::unordered_map<std::string, uint32_t>* index, const std::string& name, uint32_t ifindex) {
+  const auto it = index->find(name);
+  if (it == index->end() || it->second != ifindex) return;  // it belongs to another interface by now
+  index->erase(it);
+  changed_.insert(name);
 }
 
 }  // namespace mgr

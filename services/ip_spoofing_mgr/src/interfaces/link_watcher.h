@@ -20,7 +20,9 @@ namespace mgr {
 /// The interfaces of this network namespace, as rtnetlink(7) tells. Loop thread only.
 class LinkWatcher final : public Interfaces {
  public:
-  /// Called with the names that have another index than before: appeared, vanished, made anew, renamed (both names).
+  /// Called with the names that have another index than before: appeared, vanished, created again, renamed (both
+  /// names); and with alternative names that were given or taken. The kernel tells of the latter while the interface is
+  /// up, and otherwise when it comes up.
   using OnChanged = std::function<void(const std::vector<std::string>& names)>;
 
   /// Reads the present interfaces, and watches them from now on.
@@ -30,8 +32,18 @@ class LinkWatcher final : public Interfaces {
   ~LinkWatcher() override;
 
   [[nodiscard]] uint32_t IndexOf(const std::string& name) const override;
+  [[nodiscard]] std::string MainNameOf(const std::string& name) const override;
 
  private:
+  struct Names {
+    std::string main;
+    std::set<std::string> alternatives;
+    bool operator==(const Names&) const = default;
+  };
+  struct Message {
+    Names names;
+    bool partial = false;
+  };
   struct CloseSocket {
     void operator()(mnl_socket* socket) const noexcept { mnl_socket_close(socket); }
   };
@@ -42,14 +54,17 @@ class LinkWatcher final : public Interfaces {
   int DumpOnce();
   void OnReadable();
   static int OnMessage(const nlmsghdr* message, void* self);
-  void Set(uint32_t ifindex, const std::string& name);
+  static int OnAttribute(const nlattr* attribute, void* data);
+  void Set(uint32_t ifindex, Names names);
   void Gone(uint32_t ifindex);
+  void Forget(std::unordered_map<std::string, uint32_t>* index, const std::string& name, uint32_t ifindex);
 
   common::EventLoop& loop_;
   const OnChanged on_changed_;
   const Socket socket_;
-  std::map<uint32_t, std::string> name_of_;
+  std::map<uint32_t, Names> names_of_;
   std::unordered_map<std::string, uint32_t> index_of_;
+  std::unordered_map<std::string, uint32_t> index_of_alternative_;
   std::set<uint32_t> seen_;  ///< by the running dump
   std::set<std::string> changed_;
 };
@@ -58,6 +73,7 @@ class LinkWatcher final : public Interfaces {
 class AssumedInterfaces final : public Interfaces {
  public:
   [[nodiscard]] uint32_t IndexOf(const std::string& name) const override { return name.empty() ? 0 : 1; }
+  [[nodiscard]] std::string MainNameOf(const std::string&) const override { return ""; }
 };
 
 }  // namespace mgr

@@ -28,6 +28,7 @@ struct Port {
   limid_t limid{};
   std::string name;  ///< empty: the id names no interface, and the dataplane never hears of the port
   uint32_t ifindex = 0;
+  std::string main_name;  ///< of the interface that has `name` as an alternative name; else empty
   bool wanted_enabled = false;
   AllowAll wanted_mode = AllowAll::kNone;
   bool monitor = false;
