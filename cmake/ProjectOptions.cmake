@@ -16,6 +16,7 @@ endif()
 foreach(lang IN ITEMS C CXX)
   set(CMAKE_${lang}_FLAGS_RELEASE "-O2")
   set(CMAKE_${lang}_FLAGS_RELWITHDEBINFO "-O2 -g1")
+  set(CMAKE_${lang}_FLAGS_MINSIZEREL "-Os")
 endforeach()
 
 option(IP_SPOOFING_FUZZ "Build the libFuzzer targets (clang only)" OFF)

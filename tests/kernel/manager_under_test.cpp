@@ -76,7 +76,7 @@ ManagerUnderTest::~ManagerUnderTest() {
 void ManagerUnderTest::CopyProgram() {
   const std::filesystem::path program = root_ + "/program";
   std::filesystem::create_directory(program);
-  for (const char* file : {MANAGER_EXECUTABLE, MANAGER_LIBRARY}) {
+  for (const char* file : {MANAGER_EXECUTABLE, LIMID_LIBRARY, FM_LIBRARY}) {
     std::filesystem::copy(file, program, std::filesystem::copy_options::overwrite_existing);
   }
   executable_ = program / std::filesystem::path{MANAGER_EXECUTABLE}.filename();

@@ -2,8 +2,8 @@
 /// Slot and resource queries of the forwarding hardware.
 ///
 /// Everything comes from the element's own description file, the JSON file that "IP_SPOOFING_ELEMENT_FILE" names,
-/// else `element.json` in the state directory. With none: installer flag false, one resource record (2, 2, 24576).
-/// A file that is named must be there.
+/// else `element.json` in the state directory, else `/etc/ip-spoofing/element.json`. Without any: installer flag false,
+/// one resource record (2, 2, 24576). A file that is named must exist.
 #pragma once
 
 #include <stdint.h>

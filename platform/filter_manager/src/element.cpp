@@ -7,6 +7,7 @@
 #include <initializer_list>
 #include <limits>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <sstream>
 
 #include "common/paths.h"
@@ -88,14 +89,14 @@ common::Result<Element> ParseElement(std::string_view text) {
   }
 }
 
-common::Result<Element> ReadElement() {
-  const char* named = std::getenv(kFileVariable);
-  const bool must_exist = named != nullptr && *named != '\0';
-  const std::string path = must_exist ? named : common::StateDir() + "/element.json";
+namespace {
+
+/// nullopt if the file does not exist.
+common::Result<std::optional<Element>> ReadFile(const std::string& path) {
   errno = 0;
   std::ifstream file{path};
   if (!file) {
-    if (!must_exist && errno == ENOENT) return Element{};
+    if (errno == ENOENT) return std::optional<Element>{};
     return common::SystemError("open", path, errno);
   }
   std::ostringstream text;
@@ -103,7 +104,24 @@ common::Result<Element> ReadElement() {
   if (file.bad() || text.bad()) return common::Error{"read", path, "input error"};
   auto element = ParseElement(text.str());
   if (!element) return common::Error{path, "", element.error().Text()};
-  return element;
+  return std::optional{std::move(element).value()};
+}
+
+}  // namespace
+
+common::Result<Element> ReadElement() {
+  const char* named = std::getenv(kFileVariable);
+  const bool must_exist = named != nullptr && *named != '\0';
+  const std::vector<std::string> paths =
+      must_exist ? std::vector<std::string>{named}
+                 : std::vector<std::string>{common::StateDir() + "/element.json", kSystemFile};
+  for (const std::string& path : paths) {
+    auto element = ReadFile(path);
+    if (!element) return element.error();
+    if (element.value()) return *std::move(element).value();
+  }
+  if (must_exist) return common::SystemError("open", named, ENOENT);
+  return Element{};
 }
 
 }  // namespace fm_impl

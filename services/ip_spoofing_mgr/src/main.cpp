@@ -25,9 +25,9 @@ int main(int argc, char** argv) {
   app.set_version_flag("--version", std::string{"ip-spoofing-mgr "} + common::Version());
   app.add_option("--dataplane", options.dataplane, "Which one to use; auto: the best that works here")
       ->capture_default_str();
-  app.add_option("--capacity", options.capacity, "Entries that can be in force at the same time")
-      ->check(common::NumberFrom<size_t>(1, 4'000'000))
-      ->capture_default_str();
+  app.add_option("--capacity", options.capacity,
+                 "Entries that can be in force at the same time; default: what element.json says")
+      ->check(common::NumberFrom<size_t>(1, mgr::kMaxCapacity));
   app.add_option("--hold", hold, "Milliseconds that what a batch takes away waits for the batch behind it")
       ->check(common::NumberFrom(0, 10'000))
       ->capture_default_str();

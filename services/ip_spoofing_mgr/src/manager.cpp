@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "capacity.h"
 #include "clients/client_server.h"
 #include "common/paths.h"
 #include "common/unix_socket.h"
@@ -124,7 +125,9 @@ common::Result<std::unique_ptr<Manager>> Manager::Start(common::EventLoop& loop,
     p->metrics = std::move(metrics).value();
   }
 
-  const DataplaneOptions plane_options{.run_dir = options.run_dir, .capacity = options.capacity};
+  const auto capacity = options.capacity ? *options.capacity : ElementCapacity(kMaxCapacity);
+  if (!capacity) return capacity.error();
+  const DataplaneOptions plane_options{.run_dir = options.run_dir, .capacity = capacity.value()};
   auto plane = OpenDataplane(options, plane_options);
   if (!plane) return plane.error();
   p->dataplane = std::move(plane).value();

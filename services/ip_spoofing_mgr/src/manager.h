@@ -13,11 +13,13 @@
 
 namespace mgr {
 
+inline constexpr size_t kMaxCapacity = 4'000'000;
+
 struct ManagerOptions {
   std::string run_dir;
   std::string dataplane = "auto";
   std::chrono::milliseconds hold{20};
-  size_t capacity = 24'576;
+  std::optional<size_t> capacity{};        ///< entries; by default what the element's description says
   bool assume_interfaces = false;          ///< only with the memory dataplane
   std::optional<uint16_t> metrics_port{};  ///< where metrics are served; none: nowhere
   std::string metrics_address = "127.0.0.1";
