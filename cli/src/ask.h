@@ -7,6 +7,7 @@
 #include "exit_status.h"
 #include "netconf/client.h"
 #include "netconf/xml.h"
+#include "reply_reader.h"
 
 namespace cli {
 
@@ -27,6 +28,10 @@ struct Answer {
   std::unique_ptr<netconf::XmlDocument> reply;
 };
 Answer Ask(const Target& target, const std::string& operation, netconf::Client::SendProgress progress = nullptr);
+
+/// Hands the <data> of the reply to `operation` to `reader` while it arrives. Not kDone after complaining about what
+/// the element answered instead; then OnComplete() is not called.
+ExitStatus AskForData(const Target& target, const std::string& operation, DataReader& reader);
 
 /// The <data> of the reply to `operation` (<get>, <get-config>). Null, with the status, after complaining about what
 /// the element answered instead; warnings are said and do no harm.

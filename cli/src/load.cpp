@@ -1,5 +1,6 @@
 #include "load.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 
@@ -13,18 +14,23 @@ namespace {
 std::string EditConfig(const ConfigFile& file, LoadMode mode, const std::optional<std::string>& comment) {
   std::string operation = "<edit-config><target><running/></target><default-operation>";
   operation += mode == LoadMode::kReplace ? "replace" : "merge";
-  operation += "</default-operation><error-option>rollback-on-error</error-option><config>";
-  operation += file.Content();
-  operation += "</config>";
+  operation += "</default-operation><error-option>rollback-on-error</error-option>";
+  operation += file.Config();
   if (comment) netconf::AppendTextElement("comment", " xmlns=\"urn:ip-spoofing:cdb-monitor\"", *comment, &operation);
   operation += "</edit-config>";
   return operation;
 }
 
-/// kRefused when one of the reply's errors is more than a warning.
-ExitStatus Report(const ConfigFile& file, const netconf::XmlElement& reply) {
+/// kRefused if one of the reply's errors is more than a warning, kBadFile if that is the file's fault.
+ExitStatus Report(const ConfigFile& file, const ly_ctx& models, const netconf::XmlElement& reply) {
+  const std::vector<RpcError> errors = RpcErrors(reply);
+  const bool refused = std::any_of(errors.begin(), errors.end(), [](const RpcError& error) { return !error.warning; });
+  if (refused) {
+    // The file is checked only now, for a good one it would take longer than to load it. This finds the exact line.
+    if (const common::Status checked = file.Check(models); !checked) return Complain(kBadFile, checked.error().Text());
+  }
   ExitStatus status = kDone;
-  for (const RpcError& error : RpcErrors(reply)) {
+  for (const RpcError& error : errors) {
     const std::string place = error.path.empty() ? file.path() : file.Place(error.path);
     const std::string text = place + ": " + (error.warning ? "warning: " : "") + error.Text();
     const ExitStatus told = Complain(error.warning ? kDone : kRefused, text);
@@ -53,7 +59,8 @@ ExitStatus Load(const Target& target, const std::string& file_name, LoadMode mod
   });
   progress.Clear();
   if (answer.reply == nullptr) return answer.status;
-  if (const ExitStatus status = Report(file.value(), answer.reply->root()); status != kDone) return status;
+  if (const ExitStatus status = Report(file.value(), *models.value(), answer.reply->root()); status != kDone)
+    return status;
 
   std::printf("%s: %zu list entries %s in %.2f s\n", file_name.c_str(), file.value().list_entries(),
               mode == LoadMode::kReplace ? "put in place of the configuration" : "merged into the configuration",

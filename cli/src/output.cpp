@@ -1,10 +1,9 @@
 #include "output.h"
 
-#include <cstdio>
-#include <cstdlib>
 #include <initializer_list>
 #include <string>
 
+#include "data_printer.h"
 #include "models.h"
 
 namespace cli {
@@ -18,30 +17,18 @@ const netconf::XmlElement* ChildNamed(const netconf::XmlElement& element, std::s
 
 }  // namespace
 
-ExitStatus PrintData(const Target& target, const netconf::XmlElement& data, Format format) {
+ExitStatus Show(const Target& target, const std::string& operation, Format format, DataReader* table) {
+  if (format == Format::kTable) return AskForData(target, operation, *table);
+  if (format == Format::kXml) {
+    XmlPrinter printer{WriteToStdout};
+    return AskForData(target, operation, printer);
+  }
   const common::Result<Models> models = LoadModels(target.models_dir);
   if (!models.ok()) return Complain(kBadFile, models.error().Text());
-  std::string xml;
-  for (const netconf::XmlElement* child = data.first_child; child != nullptr; child = child->next) {
-    netconf::AppendXml(*child, &xml);
-  }
-  lyd_node* raw = nullptr;
-  const LY_ERR parsed =
-      lyd_parse_data_mem(models.value().get(), xml.c_str(), LYD_XML, LYD_PARSE_ONLY | LYD_PARSE_STRICT, 0, &raw);
-  const DataTree tree{raw};
-  if (parsed != LY_SUCCESS) {
-    const ly_err_item* item = ly_err_first(models.value().get());
-    return Complain(kRefused, std::string{"the element's data does not fit the data models here: "} +
-                                  (item != nullptr ? item->msg : "unknown reason"));
-  }
-  char* text = nullptr;
-  const LYD_FORMAT printed = format == Format::kJson ? LYD_JSON : LYD_XML;
-  if (lyd_print_mem(&text, tree.get(), printed, LYD_PRINT_WITHSIBLINGS) != LY_SUCCESS) {
-    return Complain(kRefused, "the data cannot be printed");
-  }
-  std::fputs(text != nullptr ? text : "", stdout);
-  std::free(text);  // NOLINT(cppcoreguidelines-no-malloc): libyang hands it over
-  return kDone;
+  JsonPrinter printer{*models.value(), WriteToStdout};
+  const ExitStatus status = AskForData(target, operation, printer);
+  if (status != kDone || printer.error().empty()) return status;
+  return Complain(kRefused, "the element's data does not fit the data models here: " + printer.error());
 }
 
 std::string ChildText(const netconf::XmlElement& element, std::string_view name) {

@@ -1,11 +1,11 @@
 #include "show_allowed_ip.h"
 
-#include <cstdio>
-
-#include "text_table.h"
+#include <algorithm>
 
 namespace cli {
 namespace {
+
+constexpr size_t kRowLevel = 3;  // state, anti-ip-spoofing, allowed-ip
 
 std::string Get(const std::string& interface) {
   std::string get =
@@ -14,41 +14,46 @@ std::string Get(const std::string& interface) {
   return get + "</allowed-ip></anti-ip-spoofing></state></filter></get>";
 }
 
-/// The model's words, as an operator reads them.
-std::string Source(const std::string& address) {
-  if (address == "all") return "every source";
-  if (address == "ipv4-all") return "every IPv4";
-  if (address == "ipv6-all") return "every IPv6";
-  return address;
+/// Turns the model's words into those of an operator.
+void Reword(std::vector<std::string>* row) {
+  std::string& address = (*row)[1];
+  std::string& vlan = (*row)[2];
+  std::string& in_force = (*row)[4];
+  if (address.find("all") != std::string::npos) {
+    vlan = "any";
+  } else if (vlan == "0") {
+    vlan = "untagged";
+  }
+  if (address == "all") address = "every source";
+  if (address == "ipv4-all") address = "every IPv4";
+  if (address == "ipv6-all") address = "every IPv6";
+  in_force = in_force == "in-force" ? "yes" : "no";
 }
 
 }  // namespace
 
-std::string AllowedIpTable(const netconf::XmlElement& data) {
-  TextTable table{{"PORT", "ALLOWED SOURCE", "VLAN", "MAC", "IN FORCE", "FILTERING"}};
-  const netconf::XmlElement* list = Descend(data, {"state", "anti-ip-spoofing"});
-  for (const netconf::XmlElement* row = list != nullptr ? list->first_child : nullptr; row != nullptr;
-       row = row->next) {
-    if (row->name->local != "allowed-ip") continue;
-    const std::string address = ChildText(*row, "address");
-    const std::string vlan = ChildText(*row, "vlan");
-    const bool all = address.find("all") != std::string::npos;
-    table.Add({ChildText(*row, "interface"), Source(address),
-               all           ? "any"
-               : vlan == "0" ? "untagged"
-                             : vlan,
-               ChildText(*row, "mac"), ChildText(*row, "state") == "in-force" ? "yes" : "no",
-               ChildText(*row, "filtering")});
+AllowedIpTable::AllowedIpTable(Write write)
+    : table_{{"PORT", "ALLOWED SOURCE", "VLAN", "MAC", "IN FORCE", "FILTERING"}, std::move(write)},
+      row_(kLeaves.size()) {}
+
+void AllowedIpTable::OnStart(size_t level, const netconf::XmlName& /*name*/) {
+  if (level != kRowLevel) return;
+  for (std::string& value : row_) value.clear();
+}
+
+void AllowedIpTable::OnEnd(size_t level, const netconf::XmlName& name, std::string_view text) {
+  if (level == kRowLevel + 1) {
+    const auto leaf = std::find(kLeaves.begin(), kLeaves.end(), name.local);
+    if (leaf != kLeaves.end()) row_[static_cast<size_t>(leaf - kLeaves.begin())] = text;
+  } else if (level == kRowLevel && name.local == "allowed-ip") {
+    Reword(&row_);
+    table_.Add(row_);
   }
-  return table.Text();
 }
 
 ExitStatus ShowAllowedIp(const Target& target, const std::string& interface, Format format) {
-  const Data answer = AskForData(target, Get(interface));
-  if (answer.data == nullptr) return answer.status;
-  if (format != Format::kTable) return PrintData(target, *answer.data, format);
-  std::fputs(AllowedIpTable(*answer.data).c_str(), stdout);
-  return kDone;
+  AllowedIpTable table{WriteToStdout};
+  return Show(target, Get(interface), format, &table);
 }
 
 }  // namespace cli

@@ -73,7 +73,9 @@ std::vector<std::string> Changes(const netconf::XmlElement& commit) {
 std::string CommitsText(const netconf::XmlElement& data) {
   const netconf::XmlElement* commits = Descend(data, {"commits"});
   if (commits == nullptr) return "There was no commit yet\n";
-  TextTable table{{"COMMIT", "TIME", "USER", "SESSION", "CREATED", "MODIFIED", "DELETED", "COMMENT", "WHAT"}};
+  std::string text;
+  TextTable table{{"COMMIT", "TIME", "USER", "SESSION", "CREATED", "MODIFIED", "DELETED", "COMMENT", "WHAT"},
+                  [&text](std::string_view lines) { text += lines; }};
   for (const netconf::XmlElement* child = commits->first_child; child != nullptr; child = child->next) {
     if (child->name->local != "commit") continue;
     std::vector<std::string> row;
@@ -85,13 +87,14 @@ std::string CommitsText(const netconf::XmlElement& data) {
       row.assign(row.size() - 1, "");
     }
   }
-  return table.Text();
+  table.End();
+  return text;
 }
 
 ExitStatus ShowCommits(const Target& target, Format format) {
+  if (format != Format::kTable) return Show(target, kGet, format, nullptr);
   const Data answer = AskForData(target, kGet);
   if (answer.data == nullptr) return answer.status;
-  if (format != Format::kTable) return PrintData(target, *answer.data, format);
   std::fputs(CommitsText(*answer.data).c_str(), stdout);
   return kDone;
 }

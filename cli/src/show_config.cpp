@@ -1,9 +1,5 @@
 #include "show_config.h"
 
-#include <cstdio>
-
-#include "text_table.h"
-
 namespace cli {
 namespace {
 
@@ -11,50 +7,55 @@ constexpr const char* kGetConfig =
     "<get-config><source><running/></source><filter type=\"subtree\">"
     "<config xmlns=\"urn:ip-spoofing:anti-ip-spoofing\"/></filter></get-config>";
 
+// config, anti-ip-spoofing, interface, allowed-ip, ipv4 or a switch
+constexpr size_t kInterfaceLevel = 3;
+constexpr size_t kSourceLevel = 5;
+
 struct Switch {
-  const char* leaf;
+  std::string_view leaf;
   const char* text;
 };
 constexpr Switch kSwitches[] = {{"all", "every source"}, {"ipv4-all", "every IPv4"}, {"ipv6-all", "every IPv6"}};
 
-void AddPort(const netconf::XmlElement& interface, TextTable* table) {
-  const std::string port = ChildText(interface, "interface-name");
-  bool any = false;
-  const netconf::XmlElement* allowed = Descend(interface, {"allowed-ip"});
-  for (const Switch& one : kSwitches) {
-    if (allowed == nullptr || Descend(*allowed, {one.leaf}) == nullptr) continue;
-    table->Add({port, one.text, "any", "any"});
-    any = true;
-  }
-  for (const netconf::XmlElement* source = allowed != nullptr ? allowed->first_child : nullptr; source != nullptr;
-       source = source->next) {
-    if (source->name->local != "ipv4") continue;
-    const std::string vlan = ChildText(*source, "vlan");
-    const std::string mac = ChildText(*source, "mac");
-    table->Add({port, ChildText(*source, "address"), vlan == "0" ? "untagged" : vlan, mac.empty() ? "any" : mac});
-    any = true;
-  }
-  if (!any) table->Add({port, "no IP source", "", ""});
-}
-
 }  // namespace
 
-std::string ConfigTable(const netconf::XmlElement& data) {
-  TextTable table{{"PORT", "ALLOWED SOURCE", "VLAN", "MAC"}};
-  const netconf::XmlElement* list = Descend(data, {"config", "anti-ip-spoofing"});
-  for (const netconf::XmlElement* port = list != nullptr ? list->first_child : nullptr; port != nullptr;
-       port = port->next) {
-    AddPort(*port, &table);
+void ConfigTable::OnStart(size_t level, const netconf::XmlName& /*name*/) {
+  if (level == kInterfaceLevel) {
+    port_.clear();
+    any_ = false;
+  } else if (level == kSourceLevel) {
+    address_.clear();
+    vlan_.clear();
+    mac_.clear();
   }
-  return table.Text();
+}
+
+void ConfigTable::OnEnd(size_t level, const netconf::XmlName& name, std::string_view text) {
+  if (level == kSourceLevel) return EndOfSource(name);
+  if (level == kInterfaceLevel && name.local == "interface" && !any_)
+    return table_.Add({port_, "no IP source", "", ""});
+  if (level == kInterfaceLevel + 1 && name.local == "interface-name") port_ = text;
+  if (level != kSourceLevel + 1) return;
+  if (name.local == "address") address_ = text;
+  if (name.local == "vlan") vlan_ = text;
+  if (name.local == "mac") mac_ = text;
+}
+
+void ConfigTable::EndOfSource(const netconf::XmlName& name) {
+  if (name.local == "ipv4") {
+    table_.Add({port_, address_, vlan_ == "0" ? "untagged" : vlan_, mac_.empty() ? "any" : mac_});
+    any_ = true;
+  }
+  for (const Switch& one : kSwitches) {
+    if (name.local != one.leaf) continue;
+    table_.Add({port_, one.text, "any", "any"});
+    any_ = true;
+  }
 }
 
 ExitStatus ShowConfig(const Target& target, Format format) {
-  const Data answer = AskForData(target, kGetConfig);
-  if (answer.data == nullptr) return answer.status;
-  if (format != Format::kTable) return PrintData(target, *answer.data, format);
-  std::fputs(ConfigTable(*answer.data).c_str(), stdout);
-  return kDone;
+  ConfigTable table{WriteToStdout};
+  return Show(target, kGetConfig, format, &table);
 }
 
 }  // namespace cli

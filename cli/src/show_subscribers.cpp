@@ -40,19 +40,21 @@ std::string SubscribersText(const netconf::XmlElement& data) {
   if (const netconf::XmlElement* transactions = Descend(*database, {"transactions"}); transactions != nullptr) {
     text = Summary(*transactions);
   }
-  TextTable table{{"PROGRAM", "PROCESS", "STATE", "SINCE", "LAST COMMIT", "TOLD OF"}};
+  TextTable table{{"PROGRAM", "PROCESS", "STATE", "SINCE", "LAST COMMIT", "TOLD OF"},
+                  [&text](std::string_view lines) { text += lines; }};
   for (const netconf::XmlElement* child = database->first_child; child != nullptr; child = child->next) {
     if (child->name->local != "subscriber") continue;
     table.Add({ChildText(*child, "name"), ChildText(*child, "process"), ChildText(*child, "state"),
                ChildText(*child, "since"), ChildText(*child, "last-transaction"), Subscriptions(*child)});
   }
-  return text + table.Text();
+  table.End();
+  return text;
 }
 
 ExitStatus ShowSubscribers(const Target& target, Format format) {
+  if (format != Format::kTable) return Show(target, kGet, format, nullptr);
   const Data answer = AskForData(target, kGet);
   if (answer.data == nullptr) return answer.status;
-  if (format != Format::kTable) return PrintData(target, *answer.data, format);
   std::fputs(SubscribersText(*answer.data).c_str(), stdout);
   return kDone;
 }

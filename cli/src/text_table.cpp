@@ -1,9 +1,12 @@
 #include "text_table.h"
 
 #include <algorithm>
+#include <cstdio>
 
 namespace cli {
 namespace {
+
+constexpr size_t kFlushSize = 65536;
 
 /// Bytes that do not continue a character.
 size_t Width(const std::string& text) {
@@ -12,18 +15,51 @@ size_t Width(const std::string& text) {
 
 }  // namespace
 
-std::string TextTable::Text() const {
-  std::vector<size_t> widths(rows_.front().size());
-  for (const auto& row : rows_) {
-    for (size_t i = 0; i < widths.size(); ++i) widths[i] = std::max(widths[i], Width(row[i]));
+void WriteToStdout(std::string_view text) {
+  std::fwrite(text.data(), 1, text.size(), stdout);
+  std::fflush(stdout);
+}
+
+void TextTable::Add(const std::vector<std::string>& row) {
+  if (!widths_.empty()) {
+    Append(row);
+    if (text_.size() >= kFlushSize) Flush();
+    return;
   }
-  std::string text;
-  for (const auto& row : rows_) {
-    for (size_t i = 0; i < widths.size(); ++i) text += row[i] + std::string(widths[i] - Width(row[i]) + 2, ' ');
-    text.erase(text.find_last_not_of(' ') + 1);
-    text += '\n';
+  first_.push_back(row);
+  if (first_.size() == kSizingRows) Size();
+}
+
+void TextTable::End() {
+  if (widths_.empty()) Size();
+  Flush();
+}
+
+void TextTable::Size() {
+  for (size_t i = 0; i < heading_.size(); ++i) {
+    size_t width = Width(heading_[i]);
+    for (const auto& row : first_) width = std::max(width, Width(row[i]));
+    widths_.push_back(width);
   }
-  return text;
+  Append(heading_);
+  for (const auto& row : first_) Append(row);
+  first_ = {};
+  Flush();
+}
+
+void TextTable::Append(const std::vector<std::string>& row) {
+  for (size_t i = 0; i < row.size(); ++i) {
+    const size_t width = Width(row[i]);
+    text_ += row[i];
+    text_.append((widths_[i] > width ? widths_[i] - width : 0) + 2, ' ');
+  }
+  text_.erase(text_.find_last_not_of(' ') + 1);
+  text_ += '\n';
+}
+
+void TextTable::Flush() {
+  if (!text_.empty()) write_(text_);
+  text_.clear();
 }
 
 }  // namespace cli

@@ -29,8 +29,9 @@ class ConfigFileTest : public testing::TestWithParam<FileCase> {
     const common::Result<Models> models = LoadModels(common::ModelsDir());
     if (!models.ok()) return models.error().Text();
     const common::Result<ConfigFile> file = ConfigFile::Read(path_, *models.value());
-    if (file.ok()) return std::to_string(file.value().list_entries()) + " entries";
-    const std::string text = file.error().Text();
+    const common::Status status = file.ok() ? file.value().Check(*models.value()) : file.error();
+    if (status) return std::to_string(file.value().list_entries()) + " entries";
+    const std::string text = status.error().Text();
     return text.starts_with(path_) ? text.substr(path_.size()) : text;
   }
 
@@ -95,6 +96,33 @@ INSTANTIATE_TEST_SUITE_P(
         FileCase{"OtherNamespace", "<config xmlns=\"urn:other\"/>",
                  ":1: No module with namespace \"urn:other\" in the context."}),
     [](const auto& row) { return row.param.name; });
+
+/// What is sent of a file with this text.
+std::string Sent(const std::string& text) {
+  const std::string path = testing::TempDir() + "config_file_test.sent." + std::to_string(::getpid());
+  std::ofstream{path} << text;
+  const common::Result<Models> models = LoadModels(common::ModelsDir());
+  const common::Result<ConfigFile> file = ConfigFile::Read(path, *models.value());
+  ::unlink(path.c_str());
+  return file.ok() ? file.value().Config() : file.error().Text();
+}
+constexpr const char* kOpen = "<nc:config xmlns:nc=\"urn:ietf:params:xml:ns:netconf:base:1.0\"";
+
+TEST(ConfigFile, IsSentAsItStandsInTheFile) {
+  const std::string data = "<a xmlns=\"u\"><!-- c -->&lt;<b/></a>";
+  EXPECT_EQ(Sent("<?xml version=\"1.0\"?>\n" + data + "\n"), kOpen + (" xmlns=\"\">" + data) + "\n</nc:config>");
+}
+
+TEST(ConfigFile, IsSentWithoutItsWrappers) {
+  const std::string data = "<a xmlns=\"u\"/> <p:b/>";
+  EXPECT_EQ(Sent("<rpc-reply xmlns=\"urn:ietf:params:xml:ns:netconf:base:1.0\" xmlns:p=\"v\"><data xmlns:nc=\"w\">" +
+                 data + "</data></rpc-reply>"),
+            "<ncc:config xmlns:ncc=\"urn:ietf:params:xml:ns:netconf:base:1.0\" "
+            "xmlns=\"urn:ietf:params:xml:ns:netconf:base:1.0\" xmlns:nc=\"w\" xmlns:p=\"v\">" +
+                data + "</ncc:config>");
+  EXPECT_EQ(Sent("<n:config xmlns:n=\"urn:ietf:params:xml:ns:netconf:base:1.0\"/>"),
+            kOpen + std::string{" xmlns=\"\" xmlns:n=\"urn:ietf:params:xml:ns:netconf:base:1.0\"></nc:config>"});
+}
 
 TEST(ConfigFile, OneThatIsNotThereIsNamedWithTheReason) {
   const common::Result<Models> models = LoadModels(common::ModelsDir());

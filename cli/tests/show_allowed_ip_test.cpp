@@ -2,15 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include "read_data.h"
+
 namespace cli {
 namespace {
 
 std::string Shown(const std::string& rows) {
-  const auto document = netconf::XmlDocument::Parse(
-      "<data xmlns=\"urn:ietf:params:xml:ns:netconf:base:1.0\"><state xmlns=\"urn:ip-spoofing:anti-ip-spoofing\">"
-      "<anti-ip-spoofing>" +
-      rows + "</anti-ip-spoofing></state></data>");
-  return document.ok() ? AllowedIpTable(document.value()->root()) : document.error().Text();
+  return ReadData<AllowedIpTable>("<state xmlns=\"urn:ip-spoofing:anti-ip-spoofing\"><anti-ip-spoofing>" + rows +
+                                  "</anti-ip-spoofing></state>");
 }
 
 std::string Row(const std::string& address, const std::string& vlan, const std::string& mac, const std::string& state,
@@ -35,6 +34,14 @@ TEST(ShowAllowedIp, HasALineForEachRow) {
 
 TEST(ShowAllowedIp, WithoutRowsOnlyTheHeadingIsLeft) {
   EXPECT_EQ(Shown(""), "PORT  ALLOWED SOURCE  VLAN  MAC  IN FORCE  FILTERING\n");
+}
+
+TEST(ShowAllowedIp, TakesNoValueFromTheRowBefore) {
+  EXPECT_EQ(Shown(Row("10.0.0.1", "7", "02:00:00:00:00:01", "in-force", "on") +
+                  "<allowed-ip><interface>sp2</interface><address>10.0.0.2</address></allowed-ip>"),
+            "PORT  ALLOWED SOURCE  VLAN  MAC                IN FORCE  FILTERING\n"
+            "sp1   10.0.0.1        7     02:00:00:00:00:01  yes       on\n"
+            "sp2   10.0.0.2                                 no\n");
 }
 
 }  // namespace

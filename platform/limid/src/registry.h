@@ -21,6 +21,10 @@ namespace limid_impl {
 /// machine can take the newest names with it, and with them everything that knew their numbers; what it leaves of them
 /// is recognised and removed.
 ///
+/// LMDB in its place was measured: 22 us for a new name without sync, where this file takes 10, but then a crash of the
+/// machine can take any page of it and not only the end; 0.4 ms as a rule and 28 ms at worst with sync. Nor may an open
+/// environment of LMDB cross a fork.
+///
 /// The whole registry is in memory: a known name costs one hash look-up. Not thread-safe.
 class Registry final {
  public:

@@ -59,17 +59,31 @@ common::Status Client::Hello(Duration limit, bool base_1_1) {
   return common::Ok();
 }
 
-common::Result<std::string> Client::Rpc(std::string_view operation, Duration limit) {
+std::string Client::RpcMessage(std::string_view operation) {
   std::string message;
   message.reserve(operation.size() + 128);
   message.append("<rpc message-id=\"").append(std::to_string(next_id_++)).append("\" xmlns=\"").append(kBaseNs);
   message.append("\">").append(operation).append("</rpc>");
-  if (const common::Status sent = Send(message, limit); !sent) {
+  return message;
+}
+
+common::Result<std::string> Client::Rpc(std::string_view operation, Duration limit) {
+  if (const common::Status sent = Send(RpcMessage(operation), limit); !sent) {
     auto parting = Receive(Duration{0});
     if (parting.ok()) return parting;
     return sent.error();
   }
   return Receive(limit);
+}
+
+common::Status Client::RpcInPieces(std::string_view operation, Duration limit,
+                                   const std::function<bool(std::string_view piece)>& on_piece) {
+  if (const common::Status sent = Send(RpcMessage(operation), limit); !sent) return sent;
+  bool wanted = true;
+  const auto last = ReceiveInParts(limit, [&](const std::string& part) { return wanted = on_piece(part); });
+  if (!last) return last.error();
+  if (wanted) on_piece(last.value());
+  return common::Ok();
 }
 
 common::Status Client::Send(std::string_view message, Duration limit) {
@@ -95,7 +109,10 @@ common::Status Client::SendBytes(std::string_view bytes, Duration limit) {
   return common::Ok();
 }
 
-common::Result<std::string> Client::Receive(Duration limit) {
+common::Result<std::string> Client::Receive(Duration limit) { return ReceiveInParts(limit, nullptr); }
+
+common::Result<std::string> Client::ReceiveInParts(Duration limit,
+                                                   const std::function<bool(const std::string& part)>& on_part) {
   const auto deadline = Clock::now() + limit;
   std::string message;
   std::string buffer(65536, '\0');
@@ -104,6 +121,9 @@ common::Result<std::string> Client::Receive(Duration limit) {
     if (status == FrameDecoder::Status::kMessage) return message;
     if (status == FrameDecoder::Status::kError) {
       return common::Error{"receive", "", decoder_.error(), common::ErrorCode::kDamaged};
+    }
+    if (on_part != nullptr) {
+      if (const std::string part = decoder_.TakePart(); !part.empty() && !on_part(part)) return std::string{};
     }
     const common::IoOutcome outcome = common::ReceiveNow(fd_.get(), buffer.data(), buffer.size());
     switch (outcome.kind) {

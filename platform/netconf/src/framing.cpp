@@ -66,6 +66,16 @@ FrameDecoder::Status FrameDecoder::NextChunked(std::string* message) {
   }
 }
 
+std::string FrameDecoder::TakePart() {
+  if (framing_ == Framing::kChunked) return std::exchange(message_, std::string{});
+  // What is before scanned_ holds no delimiter, nor the beginning of one.
+  if (scanned_ <= position_) return {};
+  std::string part = input_.substr(position_, scanned_ - position_);
+  position_ = scanned_;
+  Compact();
+  return part;
+}
+
 FrameDecoder::Header FrameDecoder::ReadChunkHeader() {
   const std::string_view rest = std::string_view{input_}.substr(position_);
   const size_t common = std::min<size_t>(rest.size(), 2);

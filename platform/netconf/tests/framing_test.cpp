@@ -131,5 +131,37 @@ TEST(FrameDecoder, AnyBytesEndInMessagesOrAnErrorAndWhatWasEncodedComesBack) {
   }
 }
 
+/// The messages of a stream that arrives in pieces and is taken in parts.
+std::vector<std::string> InParts(Framing framing, const std::string& bytes, size_t piece) {
+  FrameDecoder decoder{40};  // less than the messages have
+  decoder.SetFraming(framing);
+  std::vector<std::string> messages;
+  std::string parts;
+  for (size_t at = 0; at < bytes.size(); at += piece) {
+    decoder.Append(std::string_view{bytes}.substr(at, piece));
+    std::string last;
+    while (decoder.Next(&last) == FrameDecoder::Status::kMessage) {
+      messages.push_back(parts + last);
+      parts.clear();
+    }
+    parts += decoder.TakePart();
+  }
+  EXPECT_EQ(decoder.error(), "") << piece;
+  return messages;
+}
+
+TEST(TakePart, GivesAMessageOfAnySizeInParts) {
+  const std::string first = "<a>]]>]] >" + std::string(50, 'x') + "]]</a>", second = "<b/>";
+  for (size_t piece = 1; piece <= 20; ++piece) {
+    EXPECT_THAT(InParts(Framing::kEndOfMessage, first + "]]>]]>" + second + "]]>]]>", piece),
+                testing::ElementsAre(first, second));
+    std::string chunks;
+    for (size_t at = 0; at < first.size(); at += 11)
+      chunks += "\n#" + std::to_string(first.substr(at, 11).size()) + "\n" + first.substr(at, 11);
+    EXPECT_THAT(InParts(Framing::kChunked, chunks + "\n##\n\n#4\n" + second + "\n##\n", piece),
+                testing::ElementsAre(first, second));
+  }
+}
+
 }  // namespace
 }  // namespace netconf

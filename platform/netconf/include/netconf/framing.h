@@ -28,6 +28,9 @@ class FrameDecoder final {
   void Append(std::string_view bytes);
   /// Puts the next complete message into `message`.
   Status Next(std::string* message);
+  /// Takes what is there of the message that Next() wants more of; Next() then gives the rest of it. So a large message
+  /// needs no memory. The limit then holds for each part.
+  [[nodiscard]] std::string TakePart();
   /// Why Next() gave kError.
   [[nodiscard]] const std::string& error() const noexcept { return error_; }
   /// Bytes held: the unread ones and those of the message under way.
