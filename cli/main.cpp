@@ -13,7 +13,7 @@ namespace {
 
 constexpr const char* kFooter =
     "Exit status: 0 done, 1 the element refused it, 2 wrong command line, 3 the file is unreadable or does not fit\n"
-    "the data models (nothing was sent), 4 the element is down or did not answer in time.";
+    "the data models (nothing was changed), 4 the element is down or did not answer in time.";
 
 }  // namespace
 
@@ -38,7 +38,7 @@ int main(int argc, char** argv) {
   load->add_option("FILE", file, "configuration as XML")->required();
   load->add_flag("--replace", replace, "take the place of the whole configuration instead of adding to it");
   load->add_option("--comment", comment, "what to say about it in the journal of commits, at most 255 characters");
-  load->add_flag("--progress", always_progress, "say how far it is, also when standard error is no terminal");
+  load->add_flag("--progress", always_progress, "say how far it is, also when standard error is not a terminal");
 
   CLI::App* show = app.add_subcommand("show", "Show what the element holds");
   show->require_subcommand(1);

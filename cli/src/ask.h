@@ -18,11 +18,10 @@ struct Target {
   std::chrono::milliseconds limit{};
 };
 
-/// Says `text` on standard error, as this program; gives `status` back.
+/// Writes `text` to standard error, after the program's name; returns `status`.
 ExitStatus Complain(ExitStatus status, const std::string& text);
 
-/// The <rpc-reply> to one operation, whatever it says; or null, with kUnreachable, after complaining that there is
-/// none.
+/// The <rpc-reply> to one operation, whatever it says; or null with kUnreachable, after complaining about the failure.
 struct Answer {
   ExitStatus status = kDone;
   std::unique_ptr<netconf::XmlDocument> reply;
@@ -34,7 +33,7 @@ Answer Ask(const Target& target, const std::string& operation, netconf::Client::
 ExitStatus AskForData(const Target& target, const std::string& operation, DataReader& reader);
 
 /// The <data> of the reply to `operation` (<get>, <get-config>). Null, with the status, after complaining about what
-/// the element answered instead; warnings are said and do no harm.
+/// the element answered instead. Warnings are printed, but do not fail the command.
 struct Data {
   ExitStatus status = kDone;
   std::unique_ptr<netconf::XmlDocument> reply;

@@ -22,7 +22,7 @@ std::string_view WithoutPrefix(std::string_view name) {
   return colon == std::string_view::npos ? name : name.substr(colon + 1);
 }
 
-/// Takes `[...]` off the front of `rest`; quotes hide a bracket. Nothing when it does not end.
+/// Takes `[...]` off the front of `rest`; quotes hide a bracket. Returns nullopt if it does not end.
 std::optional<Predicate> TakePredicate(std::string_view* rest) {
   const size_t quote = rest->find_first_of("'\"]");
   if (quote == std::string_view::npos) return std::nullopt;

@@ -7,8 +7,8 @@
 
 namespace cli {
 
-/// Where in a document the data is that `path` names: the line of the deepest element of the path that is there, or
-/// nothing when not even its first is. `path` is absolute, as error-path elements and libyang write it; its first step
+/// Finds the data that `path` names in a document: the line of the deepest element of the path that exists, or nullopt
+/// if not even its first one does. `path` is absolute, as error-path elements and libyang write it; its first step
 /// is looked for among `first_sibling` and those after it. Prefixes are not compared; a predicate is a key with its
 /// value, a leaf-list's value ([.='x']) or a position from 1.
 std::optional<unsigned> LineOfData(const netconf::XmlElement& first_sibling, std::string_view path);

@@ -18,8 +18,8 @@ struct FreeTree {
 using Models = std::unique_ptr<ly_ctx, FreeContext>;
 using DataTree = std::unique_ptr<lyd_node, FreeTree>;  ///< frees its siblings and parents too
 
-/// Every YANG module of `dir`, with all features; messages are kept for ly_err_first(3) and not printed. Fails when
-/// there is none or one is wrong.
+/// Every YANG module of `dir`, with all features; messages are kept for ly_err_first(3) and not printed. Fails if
+/// the directory has no module, or if one is invalid.
 common::Result<Models> LoadModels(const std::string& dir);
 
 }  // namespace cli

@@ -7,8 +7,8 @@
 
 namespace cli {
 
-/// One line on standard error that says how far a long command is. Written over itself on a terminal; otherwise a
-/// line each time, at most two a second. Disabled, it does nothing.
+/// Reports the progress of a long command on standard error: on a terminal in one line that is overwritten, otherwise in
+/// a line each time, at most two a second. Does nothing if disabled.
 class Progress final {
  public:
   enum class Show { kNever, kOnTerminal, kAlways };
@@ -21,7 +21,7 @@ class Progress final {
   void Say(const std::string& text);
   /// "sending 1.2 of 18.0 MB"; skipped when the last text is younger than half a second.
   void Bytes(const char* doing, size_t done, size_t total);
-  /// Takes the line off the terminal.
+  /// Removes the line from the terminal.
   void Clear();
 
  private:

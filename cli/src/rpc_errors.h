@@ -20,7 +20,7 @@ struct RpcError {
   [[nodiscard]] std::string Text() const;
 };
 
-/// The errors and warnings of an <rpc-reply>, in its order. None in a reply that carries only <ok/> or <data>.
+/// The errors and warnings of an <rpc-reply>, in its order. Empty for a reply that carries only <ok/> or <data>.
 std::vector<RpcError> RpcErrors(const netconf::XmlElement& reply);
 
 }  // namespace cli

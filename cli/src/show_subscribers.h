@@ -6,7 +6,7 @@
 
 namespace cli {
 
-/// Shows who is told of commits and how far each is.
+/// Shows the subscribers to commits and the progress of each.
 ExitStatus ShowSubscribers(const Target& target, Format format);
 
 /// The summary line and the table for the <data> with the database's own state.
