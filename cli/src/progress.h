@@ -7,8 +7,8 @@
 
 namespace cli {
 
-/// Reports the progress of a long command on standard error: on a terminal in one line that is overwritten, otherwise in
-/// a line each time, at most two a second. Does nothing if disabled.
+/// Reports the progress of a long command on standard error: on a terminal in one line that is overwritten, otherwise
+/// in a line each time, at most two a second. Does nothing if disabled.
 class Progress final {
  public:
   enum class Show { kNever, kOnTerminal, kAlways };

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include <fstream>
+#include <optional>
 
 #include "netconf/client.h"
 #include "support/element/checks.h"
@@ -108,8 +109,14 @@ TEST_F(CliLoad, AnElementThatIsDownIsSaidToBeDown) {
 TEST_F(CliLoad, SaysThatAllSessionsAreInUse) {
   element_.Stop(Part::kCdbd);
   element_.Start(Part::kCdbd, {"--max-sessions", "1"});
-  const auto other = netconf::Client::Connect(element_.NetconfSocket(), Element::kLimit);
-  ASSERT_TRUE(other.ok());
+  std::optional<netconf::Client> other;
+  ASSERT_TRUE(Eventually(
+      [&] {
+        auto connected = netconf::Client::Connect(element_.NetconfSocket(), Element::kLimit);
+        if (connected.ok()) other.emplace(std::move(connected).value());
+        return other.has_value();
+      },
+      Element::kLimit));
   const Finished refused = element_.Cli({"show", "config"});
   EXPECT_EQ(refused.status, 4);
   EXPECT_EQ(refused.log,
