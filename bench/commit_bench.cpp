@@ -118,7 +118,7 @@ class Whole final {
     const Clock::time_point start = Clock::now();
     const auto since = [&] { return std::chrono::duration<double, std::micro>(Clock::now() - start).count(); };
     if (!client.Send(message, kLimit).ok()) std::exit(2);
-    loop_->AddFd(client.fd(), EPOLLIN, [&](uint32_t) {
+    const common::FdWatch watch = loop_->Watch(client.fd(), EPOLLIN, [&](uint32_t) {
       reply = std::move(client.Receive(kLimit)).value();
       times.reply = since();
       replied = true;
@@ -127,7 +127,6 @@ class Whole final {
       if (times.in_force == 0 && manager_->EntriesInForce() == entries) times.in_force = since();
       return replied && times.in_force != 0;
     });
-    loop_->RemoveFd(client.fd());
     if (!test::IsOk(reply)) std::exit(2);
     return times;
   }

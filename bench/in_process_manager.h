@@ -52,14 +52,14 @@ class InProcessManager final {
         mgr::ClientServer::Handlers{.submit =
                                         [this](const std::vector<mgr::Engine::Request>& requests, bool full) {
                                           const auto ticket = engine_.Submit(requests, full, mgr::Engine::Clock::now());
-                                          loop_.Defer([this] { Settle(); });
+                                          settle_ = loop_.Soon([this] { Settle(); });
                                           return ticket;
                                         },
                                     .list = [] { return std::vector<ip_spoofing_mgr::AllowedIpStatusEntry>{}; }});
   }
   InProcessManager(const InProcessManager&) = delete;
   InProcessManager& operator=(const InProcessManager&) = delete;
-  ~InProcessManager() { loop_.CancelTimer(timer_); }
+  ~InProcessManager() = default;
 
   [[nodiscard]] size_t EntriesInForce() const noexcept { return plane_.entries; }
 
@@ -74,11 +74,10 @@ class InProcessManager final {
   }
   void Settle() {
     clients_->Settled(engine_.Settled());
-    loop_.CancelTimer(std::exchange(timer_, 0));
+    timer_.Reset();
     const auto deadline = engine_.Deadline();
     if (!deadline) return;
-    timer_ = loop_.AddTimer(std::max(*deadline - mgr::Engine::Clock::now(), mgr::Engine::Clock::duration{0}), [this] {
-      timer_ = 0;
+    timer_ = loop_.After(std::max(*deadline - mgr::Engine::Clock::now(), mgr::Engine::Clock::duration{0}), [this] {
       engine_.Advance(mgr::Engine::Clock::now());
       Settle();
     });
@@ -91,7 +90,8 @@ class InProcessManager final {
   mgr::AssumedInterfaces interfaces_;
   mgr::Engine engine_;
   std::unique_ptr<mgr::ClientServer> clients_;
-  common::EventLoop::TimerId timer_ = 0;
+  common::ScheduledTask timer_;
+  common::ScheduledTask settle_;
 };
 
 }  // namespace bench

@@ -65,7 +65,7 @@ class Manager final {
                                     Require(answer.is_object(), "an answer is an object");
                                     if (type == mgr::kControlEnd) end = answer;
                                   },
-                              .on_closed = [&](const std::string&) { closed = true; },
+                              .on_closed = [&](const auto&) { closed = true; },
                               .on_drained = {},
                           }};
     connection.Send(mgr::kControlRequest, request);

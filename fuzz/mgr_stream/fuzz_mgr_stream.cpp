@@ -77,9 +77,9 @@ Outcome Read(std::string_view stream, size_t frames, size_t piece, Handler handl
                                     throw std::runtime_error{"handler"};
                                 },
                             .on_closed =
-                                [&](const std::string& reason) {
+                                [&](const auto& reason) {
                                   Require(outcome.end.empty(), "it ends once");
-                                  outcome.end = reason;
+                                  outcome.end = reason.text;
                                 },
                             .on_drained = {},
                         }};
@@ -119,7 +119,7 @@ void EndAt(size_t frame, std::string_view stream) {
                                                       Require(connection != nullptr, "nothing comes after its end");
                                                       if (++seen > frame) drop();
                                                     },
-                                                .on_closed = [&](const std::string&) { drop(); },
+                                                .on_closed = [&](const auto&) { drop(); },
                                                 .on_drained = {},
                                             });
   (void)send(wire.far().get(), stream.data(), stream.size(), MSG_NOSIGNAL);
@@ -132,7 +132,7 @@ void EndAt(size_t frame, std::string_view stream) {
 std::string Written(const std::vector<Frame>& frames) {
   Wire wire;
   Connection connection{wire.loop(), std::move(wire.near()),
-                        Connection::Handlers{[](FrameType, std::string_view) {}, [](const std::string&) {}, {}}};
+                        Connection::Handlers{[](FrameType, std::string_view) {}, [](const auto&) {}, {}}};
   std::string bytes;
   std::array<char, 65536> chunk{};
   for (const Frame& frame : frames) {

@@ -95,7 +95,7 @@ TEST_P(Privilege, ThatIsMissingForAForcedDataplaneIsOneLine) {
     const auto manager = Make(plane);
     EXPECT_EQ(manager->Run(), 1) << plane;
     const std::string log = manager->Log();
-    EXPECT_THAT(log, ContainsRegex("error: " + line + "\n$"));
+    EXPECT_THAT(log, ContainsRegex("ip-spoofing-mgr: " + line + "\n$"));
     EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 1) << log;
   }
 }

@@ -45,10 +45,7 @@ class IpSpoofingPreventionMgrClient::Impl final {
                .on_drained = [this] { SendMore(); }}} {}
   Impl(const Impl&) = delete;
   Impl& operator=(const Impl&) = delete;
-  ~Impl() {
-    *alive_ = false;
-    loop_.CancelTimer(reload_timer_);
-  }
+  ~Impl() = default;
 
   int Request(const wire::Request& request) {
     if (request.limid.word[0] == 0 && request.limid.word[1] == 0) unnamed_ = true;
@@ -89,19 +86,12 @@ class IpSpoofingPreventionMgrClient::Impl final {
 
   void BeginCandidate(Candidate::Why why) { candidate_ = Candidate{why, common::ProcessConfigReads()}; }
 
-  /// Runs `task` after the current callback unless the client is gone by then.
-  void Later(void (Impl::*task)()) {
-    loop_.Defer([this, task, alive = alive_] {
-      if (*alive) (this->*task)();
-    });
-  }
+  /// Right after the current callback: what was requested in one callback is sent as one batch.
   void FlushLater() {
-    if (std::exchange(flush_pending_, true)) return;
-    Later(&Impl::Flush);
+    if (!flush_) flush_ = loop_.Soon([this] { Flush(); });
   }
 
   void Flush() {
-    flush_pending_ = false;
     const bool unnamed = std::exchange(unnamed_, false);
     outbox_.Close(candidate_ && EndCandidate(*std::exchange(candidate_, std::nullopt), unnamed));
     SendMore();
@@ -132,11 +122,7 @@ class IpSpoofingPreventionMgrClient::Impl final {
   }
 
   void ReloadIn(milliseconds delay) {
-    loop_.CancelTimer(reload_timer_);
-    reload_timer_ = loop_.AddTimer(delay, [this] {
-      reload_timer_ = 0;
-      TellConnected();
-    });
+    reload_timer_ = loop_.After(delay, [this] { TellConnected(); });
   }
 
   void TellConnected() {
@@ -152,7 +138,7 @@ class IpSpoofingPreventionMgrClient::Impl final {
     load_owed_ = true;
     outbox_.Restart();  // what was kept goes first, the latest per object
     SendMore();
-    Later(&Impl::TellConnected);
+    tell_connected_ = loop_.Soon([this] { TellConnected(); });
   }
 
   void OnDown() {
@@ -160,7 +146,7 @@ class IpSpoofingPreventionMgrClient::Impl final {
     candidate_.reset();
     outbox_.Restart();
     for (List& list : lists_) list = {.id = list.id};
-    loop_.CancelTimer(std::exchange(reload_timer_, 0));
+    reload_timer_.Reset();
   }
 
   void SendMore() {
@@ -192,7 +178,7 @@ class IpSpoofingPreventionMgrClient::Impl final {
       if (list == nullptr) return;
       received_.push_back(std::move(list->rows));
       std::erase_if(lists_, [&](const List& l) { return l.id == end->id; });
-      Later(&Impl::DeliverList);
+      if (!deliver_) deliver_ = loop_.Soon([this] { DeliverList(); });
     }
   }
 
@@ -204,25 +190,27 @@ class IpSpoofingPreventionMgrClient::Impl final {
   void DeliverList() {
     const std::vector<AllowedIpStatusEntry> rows = std::move(received_.front());
     received_.pop_front();
+    if (!received_.empty()) deliver_ = loop_.Soon([this] { DeliverList(); });
     const std::list<AllowedIpStatusEntry> list(rows.begin(), rows.end());
     callback_->OnAllowedIpList(list);  // may throw, may destroy this object
   }
 
   common::EventLoop& loop_;
   CallbackItf* const callback_;
-  const std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
   ConnectionStatus status_{};
   Outbox outbox_;
   std::deque<List> lists_;  ///< asked for and not answered
   uint32_t last_list_ = 0;
   std::deque<std::vector<AllowedIpStatusEntry>> received_;
   std::optional<Candidate> candidate_;
-  bool flush_pending_ = false;
   bool unnamed_ = false;    ///< the callback made a request for the id that names no interface
   bool loaded_ = false;     ///< this process has sent a load
   bool load_owed_ = false;  ///< this connection has not carried one yet
   milliseconds reload_delay_ = kFirstReload;
-  common::EventLoop::TimerId reload_timer_ = 0;
+  common::ScheduledTask flush_;
+  common::ScheduledTask tell_connected_;
+  common::ScheduledTask deliver_;
+  common::ScheduledTask reload_timer_;
   Link link_;  ///< last: its handlers use the others
 };
 

@@ -50,8 +50,6 @@ std::string ProcessName() { return program_invocation_short_name; }
 Link::Link(common::EventLoop& loop, Handlers handlers)
     : loop_{loop}, handlers_{std::move(handlers)}, instance_{NewInstance()}, back_off_{kFirstBackOff} {}
 
-Link::~Link() { loop_.CancelTimer(timer_); }
-
 bool Link::ConnectAndWait(milliseconds limit) {
   if (up_) return true;
   Disconnect();
@@ -75,7 +73,7 @@ bool Link::ConnectAndWait(milliseconds limit) {
 
 void Link::Disconnect() {
   wanted_ = false;
-  loop_.CancelTimer(std::exchange(timer_, 0));
+  timer_.Reset();
   connection_.reset();
   back_off_ = kFirstBackOff;
   if (std::exchange(up_, false)) handlers_.on_down();
@@ -94,7 +92,7 @@ bool Link::Start() {
       loop_, std::move(socket),
       wire::Connection::Handlers{
           .on_frame = [this](wire::FrameType type, std::string_view payload) { OnFrame(type, payload); },
-          .on_closed = [this](const std::string& reason) { OnClosed(reason); },
+          .on_closed = [this](const wire::Connection::Closed& why) { OnClosed(why); },
           .on_drained = [this] { handlers_.on_drained(); },
       });
   connection_->Send(wire::FrameType::kHello,
@@ -110,7 +108,7 @@ void Link::OnFrame(wire::FrameType type, std::string_view payload) {
       back_off_ = kFirstBackOff;
       take_over_ = wire::TakeOver::kYes;
       last_report_.clear();
-      loop_.CancelTimer(std::exchange(timer_, 0));
+      timer_.Reset();
       return handlers_.on_up();
     case wire::FrameType::kError: {
       const auto failure = wire::ParseFailure(payload);
@@ -126,9 +124,8 @@ void Link::OnFrame(wire::FrameType type, std::string_view payload) {
   }
 }
 
-void Link::OnClosed(const std::string& reason) {
-  if (reason != "closed by the peer") Report(reason);
-  // The connection object ends its own call; it may be destroyed here.
+void Link::OnClosed(const wire::Connection::Closed& why) {
+  if (why.reason != common::CloseReason::kPeerClosed) Report(why.text);
   connection_.reset();
   const bool was_up = std::exchange(up_, false);
   if (wanted_) Retry();
@@ -136,12 +133,9 @@ void Link::OnClosed(const std::string& reason) {
 }
 
 void Link::Retry() {
-  loop_.CancelTimer(timer_);
-  timer_ = loop_.AddTimer(back_off_, [this] {
-    timer_ = 0;
+  timer_ = loop_.After(back_off_, [this] {
     if (!Start()) return Retry();
-    timer_ = loop_.AddTimer(kWelcomeTime, [this] {
-      timer_ = 0;
+    timer_ = loop_.After(kWelcomeTime, [this] {
       connection_.reset();
       Report("no answer to the hello");
       Retry();

@@ -28,10 +28,9 @@ class Link final {
   Link(common::EventLoop& loop, Handlers handlers);
   Link(const Link&) = delete;
   Link& operator=(const Link&) = delete;
-  ~Link();
 
   /// Connects and waits for the manager's welcome, up to `limit` or to a signal that ends the loop. True when up.
-  /// When it fails, nothing goes on behind.
+  /// A failure leaves no attempt under way.
   bool ConnectAndWait(std::chrono::milliseconds limit);
   /// Ends the connection and the attempts to make one.
   void Disconnect();
@@ -39,13 +38,13 @@ class Link final {
   [[nodiscard]] bool Up() const noexcept { return up_; }
   /// Only while up.
   void Send(wire::FrameType type, std::string_view payload);
-  /// Whether so much waits for the socket that more had better stay with the sender until on_drained.
+  /// Whether so much is queued that the sender should keep more until on_drained.
   [[nodiscard]] bool Congested() const noexcept;
 
  private:
   bool Start();
   void OnFrame(wire::FrameType type, std::string_view payload);
-  void OnClosed(const std::string& reason);
+  void OnClosed(const wire::Connection::Closed& why);
   void Retry();
   void Report(const std::string& text);
 
@@ -57,7 +56,7 @@ class Link final {
   bool wanted_ = false;  ///< reconnect when it is lost
   wire::TakeOver take_over_ = wire::TakeOver::kYes;
   std::chrono::milliseconds back_off_;
-  common::EventLoop::TimerId timer_ = 0;  ///< the next attempt, or the end of the manager's time to welcome us
+  common::ScheduledTask timer_;  ///< the next attempt, or the end of the manager's time to welcome us
   std::string last_report_;
 };
 

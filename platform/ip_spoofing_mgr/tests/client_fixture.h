@@ -91,7 +91,7 @@ class ClientTest : public testing::Test {
   /// Runs `work` as one callback of the loop, and what follows from it.
   void InCallback(std::function<void()> work) {
     bool ran = false;
-    loop().AddTimer(std::chrono::nanoseconds{0}, [&, work = std::move(work)] {
+    const common::ScheduledTask task = loop().After(std::chrono::nanoseconds{0}, [&, work = std::move(work)] {
       ran = true;
       work();
     });

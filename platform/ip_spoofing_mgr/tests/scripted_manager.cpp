@@ -28,7 +28,7 @@ ScriptedManager::~ScriptedManager() {
 
 void ScriptedManager::Run() {
   loop_ = common::EventLoop::Create(false);
-  loop_->AddFd(wake_.get(), EPOLLIN, [this](uint32_t) {
+  const common::FdWatch wake = loop_->Watch(wake_.get(), EPOLLIN, [this](uint32_t) {
     uint64_t count = 0;
     (void)!::read(wake_.get(), &count, sizeof count);
     std::deque<std::function<void()>> tasks;
@@ -38,7 +38,7 @@ void ScriptedManager::Run() {
     }
     for (auto& task : tasks) task();
   });
-  loop_->AddFd(listener_.get(), EPOLLIN, [this](uint32_t) { Accept(); });
+  const common::FdWatch accept = loop_->Watch(listener_.get(), EPOLLIN, [this](uint32_t) { Accept(); });
   while (running_) loop_->RunOnce(std::chrono::milliseconds{-1});
   connections_.clear();
   loop_.reset();
@@ -63,7 +63,7 @@ void ScriptedManager::Accept() {
       wire::Connection::Handlers{
           .on_frame = [this, &slot](wire::FrameType type,
                                     std::string_view payload) { OnFrame(slot.get(), type, payload); },
-          .on_closed = [this](const std::string&) { Hear("gone"); },
+          .on_closed = [this](const auto&) { Hear("gone"); },
           .on_drained = {},
       });
 }

@@ -34,9 +34,9 @@ common::Status AskManager(const std::string& command, const json& arguments,
                                   result = error.empty() ? common::Ok() : common::Status{common::Error{error, "", ""}};
                                 },
                             .on_closed =
-                                [&](const std::string& reason) {
+                                [&](const Connection::Closed& why) {
                                   if (!result)
-                                    result = common::Error{"ip-spoofing-mgr ended the connection", "", reason};
+                                    result = common::Error{"ip-spoofing-mgr ended the connection", "", why.text};
                                 },
                             .on_drained = {},
                         }};

@@ -1,6 +1,4 @@
-#include <spdlog/sinks/stdout_sinks.h>
 #include <spdlog/spdlog.h>
-#include <systemd/sd-daemon.h>
 
 #include <CLI/CLI.hpp>
 #include <cstdlib>
@@ -11,13 +9,9 @@
 #include "common/paths.h"
 #include "common/version.h"
 #include "manager.h"
+#include "service_main/service_main.h"
 
 int main(int argc, char** argv) {
-  spdlog::set_default_logger(spdlog::stderr_logger_mt("ip-spoofing-mgr"));
-  // The journal has its own time stamps.
-  spdlog::set_pattern(std::getenv("JOURNAL_STREAM") != nullptr ? "%l: %v"
-                                                               : "%Y-%m-%dT%H:%M:%S.%e ip-spoofing-mgr %l: %v");
-
   mgr::ManagerOptions options{.run_dir = common::RunDir()};
   int64_t hold = options.hold.count();
   std::string level = "info";
@@ -42,26 +36,14 @@ int main(int argc, char** argv) {
       ->capture_default_str();
   CLI11_PARSE(app, argc, argv);
   options.hold = std::chrono::milliseconds{hold};
-  spdlog::set_level(spdlog::level::from_str(level));
-
-  const auto loop = common::EventLoop::Create(true);
-  if (!loop) {
-    spdlog::error("the event loop cannot be made");
-    return EXIT_FAILURE;
-  }
-  const auto manager = mgr::Manager::Start(*loop, options);
-  if (!manager) {
-    spdlog::error("{}", manager.error().Text());
-    return EXIT_FAILURE;
-  }
-  ::sd_notify(0, "READY=1");
-  spdlog::info("ready in {}", options.run_dir);
-  const bool running = true;
-  if (const int error = loop->Run(&running); error != 0) {
-    spdlog::error("{}", common::SystemError("event loop", "", error).Text());
-    return EXIT_FAILURE;
-  }
-  ::sd_notify(0, "STOPPING=1");
-  spdlog::info("ends; what is in force stays");
-  return EXIT_SUCCESS;
+  service_main::SetUpLog("ip-spoofing-mgr", level);
+  const int status =
+      service_main::Run("ip-spoofing-mgr", [&](common::EventLoop& loop) -> common::Result<service_main::Service> {
+        auto manager = mgr::Manager::Start(loop, options);
+        if (!manager) return manager.error();
+        spdlog::info("ready in {}", options.run_dir);
+        return service_main::Service{std::move(manager).value()};
+      });
+  if (status == EXIT_SUCCESS) spdlog::info("ends; what is in force stays");
+  return status;
 }

@@ -14,7 +14,6 @@
 #include "capacity.h"
 #include "clients/client_server.h"
 #include "common/paths.h"
-#include "common/unix_socket.h"
 #include "control/commands.h"
 #include "control/control_server.h"
 #include "control/status.h"
@@ -67,14 +66,10 @@ struct Manager::Parts {
   explicit Parts(common::EventLoop& the_loop) : loop{the_loop} {}
   Parts(const Parts&) = delete;
   Parts& operator=(const Parts&) = delete;
-  ~Parts() {
-    loop.CancelTimer(timer);
-    for (const std::string& path : sockets) ::unlink(path.c_str());  // gone with the process that answers on them
-  }
+  ~Parts() = default;
 
   common::EventLoop& loop;
   common::UniqueFd lock{};
-  std::vector<std::string> sockets{};
   LimidNames names{};
   Table table{names};
   std::unique_ptr<Dataplane> dataplane{};
@@ -87,17 +82,17 @@ struct Manager::Parts {
   std::unique_ptr<Commands> commands{};
   BatchMeter batches{};
   std::unique_ptr<MetricsServer> metrics{};
-  common::EventLoop::TimerId timer = 0;
+  common::ScheduledTask timer{};
+  common::ScheduledTask settle{};
 
   /// After everything that may have settled batches or set a deadline.
   void Settle() {
     clients->Settled(engine->Settled());
-    loop.CancelTimer(std::exchange(timer, 0));
+    timer.Reset();
     const auto deadline = engine->Deadline();
     if (!deadline) return;
     const auto delay = std::max(*deadline - Engine::Clock::now(), Engine::Clock::duration{0});
-    timer = loop.AddTimer(delay, [this] {
-      timer = 0;
+    timer = loop.After(delay, [this] {
       engine->Advance(Engine::Clock::now());
       Settle();
     });
@@ -112,12 +107,10 @@ common::Result<std::unique_ptr<Manager>> Manager::Start(common::EventLoop& loop,
   auto lock = Lock(options.run_dir);
   if (!lock) return lock.error();
   p->lock = std::move(lock).value();
-  auto listener = common::ListenUnix(common::MgrSocketPath(), SOCK_STREAM, kSocketMode);
+  auto listener = common::ListeningSocket::Unix(common::MgrSocketPath(), SOCK_STREAM, kSocketMode);
   if (!listener) return listener.error();
-  p->sockets.push_back(common::MgrSocketPath());
-  auto control = common::ListenUnix(common::MgrControlSocketPath(), SOCK_STREAM, kSocketMode);
+  auto control = common::ListeningSocket::Unix(common::MgrControlSocketPath(), SOCK_STREAM, kSocketMode);
   if (!control) return control.error();
-  p->sockets.push_back(common::MgrControlSocketPath());
 
   if (options.metrics_port) {
     auto metrics = MetricsServer::Open(loop, options.metrics_address, *options.metrics_port);
@@ -153,7 +146,7 @@ common::Result<std::unique_ptr<Manager>> Manager::Start(common::EventLoop& loop,
           .submit =
               [p](const std::vector<Engine::Request>& requests, bool full) {
                 const auto ticket = p->engine->Submit(requests, full, Engine::Clock::now());
-                p->loop.Defer([p] { p->Settle(); });
+                p->settle = p->loop.Soon([p] { p->Settle(); });
                 return ticket;
               },
           .list = [p] { return StatusRows(p->table, *p->engine); },

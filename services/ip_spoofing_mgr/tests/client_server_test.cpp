@@ -31,7 +31,7 @@ class RawClient {
         loop, std::move(socket).value(),
         wire::Connection::Handlers{
             .on_frame = [this](FrameType type, std::string_view payload) { heard.push_back(Text(type, payload)); },
-            .on_closed = [this](const std::string&) { heard.emplace_back("closed"); },
+            .on_closed = [this](const auto&) { heard.emplace_back("closed"); },
             .on_drained = {},
         });
   }

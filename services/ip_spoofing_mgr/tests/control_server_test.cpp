@@ -47,7 +47,7 @@ class ControlServerTest : public testing::TestWithParam<Asked> {
                                     heard.push_back((done ? "end " : "part ") + std::string{payload});
                                   },
                               .on_closed =
-                                  [&](const std::string&) {
+                                  [&](const auto&) {
                                     done = true;
                                     heard.emplace_back("closed");
                                   },

@@ -250,10 +250,11 @@ TEST_F(ProcessTest, TheManagerEndsCleanlyOnSigterm) {
   EXPECT_FALSE(std::filesystem::exists(common::MgrControlSocketPath()));
 }
 
-/// Lines of errors that the log holds.
+/// Lines that say why the manager could not start.
 size_t ErrorLines(const std::string& log) {
+  const std::string begin = "ip-spoofing-mgr: ";
   size_t lines = 0;
-  for (size_t at = log.find(" error: "); at != std::string::npos; at = log.find(" error: ", at + 1)) ++lines;
+  for (size_t at = log.find(begin); at != std::string::npos; at = log.find(begin, at + 1)) ++lines;
   return lines;
 }
 

@@ -55,7 +55,7 @@ class App final : public IpSpoofingPreventionMgrClient::CallbackItf {
 
   bool Connect() { return client_.Connect() == 0; }
   void Begin() {
-    loop_.AddTimer(std::chrono::milliseconds{1}, [this] {
+    task_ = loop_.After(std::chrono::milliseconds{1}, [this] {
       database_ = true;
       if (client_.GetConnectionStatus()->connected != 0) Load();
       Poll();
@@ -107,12 +107,12 @@ class App final : public IpSpoofingPreventionMgrClient::CallbackItf {
   }
 
   void Poll() {
-    loop_.AddTimer(std::chrono::milliseconds{1}, [this] {
+    task_ = loop_.After(std::chrono::milliseconds{1}, [this] {
       Configuration next = Read();
       if (next.version == held_.version) return Poll();
       const Configuration old = std::exchange(held_, next);
       CommitPorts(old, next);
-      loop_.AddTimer(std::chrono::milliseconds{1}, [this, old, next] {
+      task_ = loop_.After(std::chrono::milliseconds{1}, [this, old, next] {
         if (held_.version == next.version) CommitEntries(old, next);
         Poll();
       });
@@ -159,6 +159,7 @@ class App final : public IpSpoofingPreventionMgrClient::CallbackItf {
   bool database_ = false;
   Configuration held_;
   IpSpoofingPreventionMgrClient client_;
+  common::ScheduledTask task_;
 };
 
 }  // namespace

@@ -1,13 +1,10 @@
 #include "clients/client_server.h"
 
 #include <spdlog/spdlog.h>
-#include <sys/epoll.h>
 
 #include <algorithm>
 #include <chrono>
 #include <utility>
-
-#include "common/unix_socket.h"
 
 namespace mgr {
 
@@ -32,49 +29,47 @@ struct ClientServer::Session {
     uint64_t sequence;
   };
 
-  common::EventLoop& loop;
+  common::Listener::Slot slot{};
   std::unique_ptr<wire::Connection> connection{};
   ClientInfo info{};
   uint64_t instance = 0;
   bool greeted = false;
-  common::EventLoop::TimerId timer = 0;
+  common::ScheduledTask timer{};
   std::vector<wire::Request> batch{};  ///< the parts so far
   std::deque<Unsettled> unsettled{};
   std::deque<List> lists{};
   bool gone = false;
 };
 
-ClientServer::ClientServer(common::EventLoop& loop, common::UniqueFd listener, Handlers handlers)
-    : loop_{loop}, listener_{std::move(listener)}, handlers_{std::move(handlers)} {
-  loop_.AddFd(listener_.get(), EPOLLIN, [this](uint32_t) { Accept(); });
-}
+ClientServer::ClientServer(common::EventLoop& loop, common::ListeningSocket socket, Handlers handlers)
+    : loop_{loop},
+      handlers_{std::move(handlers)},
+      listener_{loop,
+                std::move(socket),
+                {.max_connections = kMaxSessions},
+                {.on_connection = [this](common::Listener::Connection c) { OnConnection(std::move(c)); },
+                 .on_refused =
+                     [](int refused) {
+                       wire::SendLastFrame(refused, wire::FrameType::kError,
+                                           wire::EncodeFailure({wire::ErrorCode::kBusy, "too many clients"}));
+                     },
+                 .on_trouble = [](const std::string& text) { spdlog::warn("clients: {}", text); }}} {}
 
-ClientServer::~ClientServer() {
-  *alive_ = false;
-  loop_.RemoveFd(listener_.get());
-  for (const Session& session : sessions_) loop_.CancelTimer(session.timer);
-}
+ClientServer::~ClientServer() = default;
 
-void ClientServer::Accept() {
-  auto socket = common::AcceptUnix(listener_.get());
-  if (!socket) return spdlog::error("{}", socket.error().Text());
-  if (!socket.value()) return;
-  const auto peer = common::PeerCredentials(socket.value().get());
-  Session& session = sessions_.emplace_back(Session{loop_});
-  session.info.pid = peer ? peer.value().pid : 0;
+void ClientServer::OnConnection(common::Listener::Connection accepted) {
+  Session& session = sessions_.emplace_back();
+  session.slot = std::move(accepted.slot);
+  session.info.pid = accepted.peer.pid;
   session.connection = std::make_unique<wire::Connection>(
-      loop_, std::move(socket).value(),
+      loop_, std::move(accepted.socket),
       wire::Connection::Handlers{
           .on_frame = [this, s = &session](wire::FrameType type,
                                            std::string_view payload) { OnFrame(s, type, payload); },
-          .on_closed = [this, s = &session](const std::string&) { Remove(s); },
+          .on_closed = [this, s = &session](const wire::Connection::Closed&) { Remove(s); },
           .on_drained = [this, s = &session] { SendRows(s); },
       });
-  session.timer = loop_.AddTimer(kHelloTime, [this, s = &session] {
-    s->timer = 0;
-    Refuse(s, wire::ErrorCode::kProtocol, "no hello");
-  });
-  if (sessions_.size() > kMaxSessions) Refuse(&session, wire::ErrorCode::kBusy, "too many clients");
+  session.timer = loop_.After(kHelloTime, [this, s = &session] { Refuse(s, wire::ErrorCode::kProtocol, "no hello"); });
 }
 
 void ClientServer::OnFrame(Session* session, wire::FrameType type, std::string_view payload) {
@@ -101,7 +96,7 @@ void ClientServer::OnHello(Session* session, std::string_view payload) {
     return Refuse(session, wire::ErrorCode::kBusy,
                   "another client configures: " + old->info.name + " (process " + std::to_string(old->info.pid) + ")");
   }
-  loop_.CancelTimer(std::exchange(session->timer, 0));
+  session->timer.Reset();
   session->greeted = true;
   session->info.configures = true;
   configuring_ = session;
@@ -180,23 +175,24 @@ void ClientServer::SendRows(Session* session) {
 void ClientServer::Refuse(Session* session, wire::ErrorCode code, const std::string& text) {
   if (session->gone) return;
   // A client that was superseded asks again every second.
-  spdlog::log(code == wire::ErrorCode::kBusy ? spdlog::level::debug : spdlog::level::warn,
-              "client {} (process {}) is turned away: {}", session->info.name, session->info.pid, text);
+  const auto level = code == wire::ErrorCode::kBusy ? spdlog::level::debug : spdlog::level::warn;
+  if (const auto left_out = refusals_.Admit(text)) {
+    spdlog::log(level, "client {} (process {}) is turned away: {}{}", session->info.name, session->info.pid, text,
+                common::LogLimiter::Suffix(*left_out));
+  }
   session->connection->Send(wire::FrameType::kError, wire::EncodeFailure({code, text}));
   Remove(session);
 }
 
 void ClientServer::Remove(Session* session) {
   if (std::exchange(session->gone, true)) return;
-  loop_.CancelTimer(std::exchange(session->timer, 0));
+  session->timer.Reset();
   if (session->greeted && configuring_ == session) {
     spdlog::info("{} (process {}) is gone; what it configured stays", session->info.name, session->info.pid);
   }
   if (configuring_ == session) configuring_ = nullptr;
-  // Its connection may be in the middle of a call.
-  loop_.Defer([this, session, alive = alive_] {
-    if (*alive) std::erase_if(sessions_, [&](const Session& s) { return &s == session; });
-  });
+  // A caller may still use it.
+  forget_gone_ = loop_.Soon([this] { std::erase_if(sessions_, [](const Session& s) { return s.gone; }); });
 }
 
 std::vector<ClientServer::ClientInfo> ClientServer::Clients() const {

@@ -5,13 +5,13 @@
 #include <deque>
 #include <functional>
 #include <list>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "common/event_loop.h"
-#include "common/unique_fd.h"
+#include "common/listener.h"
+#include "common/log_limiter.h"
 #include "ip_spoofing_mgr_wire/connection.h"
 #include "ip_spoofing_mgr_wire/messages.h"
 
@@ -25,7 +25,7 @@ class ClientServer final {
     /// Takes a whole batch; gives its number.
     std::function<uint64_t(const std::vector<ip_spoofing_mgr::wire::Request>& requests, bool full)> submit;
     std::function<std::vector<ip_spoofing_mgr::AllowedIpStatusEntry>()> list;
-    /// Told of every batch behind `submit`; may be empty.
+    /// Told of every batch after `submit`; may be empty.
     std::function<void(bool full, size_t requests, std::chrono::nanoseconds took)> applied{};
   };
   struct ClientInfo {
@@ -36,8 +36,8 @@ class ClientServer final {
     uint64_t requests = 0;
   };
 
-  /// `listener` listens; `loop` outlives the server.
-  ClientServer(common::EventLoop& loop, common::UniqueFd listener, Handlers handlers);
+  /// `loop` outlives the server.
+  ClientServer(common::EventLoop& loop, common::ListeningSocket socket, Handlers handlers);
   ClientServer(const ClientServer&) = delete;
   ClientServer& operator=(const ClientServer&) = delete;
   ~ClientServer();
@@ -50,7 +50,7 @@ class ClientServer final {
 
  private:
   struct Session;
-  void Accept();
+  void OnConnection(common::Listener::Connection accepted);
   void OnFrame(Session* session, ip_spoofing_mgr::wire::FrameType type, std::string_view payload);
   void OnHello(Session* session, std::string_view payload);
   void OnBatch(Session* session, std::string_view payload);
@@ -60,11 +60,12 @@ class ClientServer final {
   void Remove(Session* session);
 
   common::EventLoop& loop_;
-  const common::UniqueFd listener_;
   const Handlers handlers_;
   std::list<Session> sessions_;
   Session* configuring_ = nullptr;
-  const std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+  common::ScheduledTask forget_gone_;
+  common::LogLimiter refusals_;
+  common::Listener listener_;
 };
 
 }  // namespace mgr

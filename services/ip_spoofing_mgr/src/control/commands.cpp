@@ -67,14 +67,11 @@ Commands::Commands(const CommandContext& context, ControlServer& server) : conte
   server.Register("explain", [this](const json& arguments, const Reply& reply) { ShowExplanation(arguments, reply); });
   context_.guard.OnEvent([this](const Guard::Event& event) { OnGuardEvent(event); });
   if (const int fd = context_.dataplane.DropEventFd(); fd >= 0) {
-    context_.loop.AddFd(fd, EPOLLIN, [this](uint32_t) { OnDrops(); });
+    drops_ = context_.loop.Watch(fd, EPOLLIN, [this](uint32_t) { OnDrops(); });
   }
 }
 
-Commands::~Commands() {
-  context_.guard.OnEvent({});
-  if (const int fd = context_.dataplane.DropEventFd(); fd >= 0) context_.loop.RemoveFd(fd);
-}
+Commands::~Commands() { context_.guard.OnEvent({}); }
 
 void Commands::ShowStatus(const Reply& reply) const {
   json clients = json::array();

@@ -63,6 +63,7 @@ class Commands final {
   std::vector<Reply> watchers_;
   std::vector<Reply> guard_watchers_;
   DropEvents drop_events_;
+  common::FdWatch drops_;
 };
 
 }  // namespace mgr

@@ -1,11 +1,8 @@
 #include "control/control_server.h"
 
 #include <spdlog/spdlog.h>
-#include <sys/epoll.h>
 
 #include <utility>
-
-#include "common/unix_socket.h"
 
 namespace mgr {
 
@@ -23,6 +20,7 @@ std::string Text(const json& value) { return value.dump(-1, ' ', false, json::er
 }  // namespace
 
 struct ControlServer::Session {
+  common::Listener::Slot slot;
   std::unique_ptr<Connection> connection;
   bool asked = false;
   bool gone = false;
@@ -47,23 +45,21 @@ class ControlServer::SessionReply final : public Reply {
   const std::weak_ptr<Session> session_;
 };
 
-ControlServer::ControlServer(common::EventLoop& loop, common::UniqueFd listener)
-    : loop_{loop}, listener_{std::move(listener)} {
-  loop_.AddFd(listener_.get(), EPOLLIN, [this](uint32_t) { Accept(); });
-}
+ControlServer::ControlServer(common::EventLoop& loop, common::ListeningSocket socket)
+    : loop_{loop},
+      listener_{loop,
+                std::move(socket),
+                {.max_connections = kMaxSessions},
+                {.on_connection = [this](common::Listener::Connection c) { OnConnection(std::move(c)); },
+                 .on_trouble = [](const std::string& text) { spdlog::warn("operators: {}", text); }}} {}
 
-ControlServer::~ControlServer() {
-  *alive_ = false;
-  loop_.RemoveFd(listener_.get());
-}
+ControlServer::~ControlServer() = default;
 
-void ControlServer::Accept() {
-  auto socket = common::AcceptUnix(listener_.get());
-  if (!socket) return spdlog::error("{}", socket.error().Text());
-  if (!socket.value() || sessions_.size() >= kMaxSessions) return;
+void ControlServer::OnConnection(common::Listener::Connection accepted) {
   const auto& session = sessions_.emplace_back(std::make_shared<Session>());
+  session->slot = std::move(accepted.slot);
   session->connection =
-      std::make_unique<Connection>(loop_, std::move(socket).value(),
+      std::make_unique<Connection>(loop_, std::move(accepted.socket),
                                    Connection::Handlers{
                                        .on_frame =
                                            [this, s = session.get()](FrameType type, std::string_view payload) {
@@ -71,7 +67,7 @@ void ControlServer::Accept() {
                                                return OnRequest(s, payload);
                                              Remove(s);
                                            },
-                                       .on_closed = [this, s = session.get()](const std::string&) { Remove(s); },
+                                       .on_closed = [this, s = session.get()](const Connection::Closed&) { Remove(s); },
                                        .on_drained = {},
                                    });
 }
@@ -96,9 +92,8 @@ void ControlServer::OnRequest(Session* session, std::string_view payload) {
 
 void ControlServer::Remove(Session* session) {
   if (std::exchange(session->gone, true)) return;
-  loop_.Defer([this, session, alive = alive_] {
-    if (*alive) std::erase_if(sessions_, [&](const auto& s) { return s.get() == session; });
-  });
+  // A caller may still use it.
+  forget_gone_ = loop_.Soon([this] { std::erase_if(sessions_, [](const auto& s) { return s->gone; }); });
 }
 
 }  // namespace mgr

@@ -9,7 +9,7 @@
 #include <string_view>
 
 #include "common/event_loop.h"
-#include "common/unique_fd.h"
+#include "common/listener.h"
 #include "control/control_wire.h"
 #include "ip_spoofing_mgr_wire/connection.h"
 
@@ -31,7 +31,7 @@ class ControlServer final {
   /// Answers now, or keeps the reply and answers later.
   using Command = std::function<void(const nlohmann::json& arguments, const std::shared_ptr<Reply>& reply)>;
 
-  ControlServer(common::EventLoop& loop, common::UniqueFd listener);
+  ControlServer(common::EventLoop& loop, common::ListeningSocket socket);
   ControlServer(const ControlServer&) = delete;
   ControlServer& operator=(const ControlServer&) = delete;
   ~ControlServer();
@@ -41,15 +41,15 @@ class ControlServer final {
  private:
   struct Session;
   class SessionReply;
-  void Accept();
+  void OnConnection(common::Listener::Connection accepted);
   void OnRequest(Session* session, std::string_view payload);
   void Remove(Session* session);
 
   common::EventLoop& loop_;
-  const common::UniqueFd listener_;
   std::map<std::string, Command> commands_;
   std::list<std::shared_ptr<Session>> sessions_;
-  const std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+  common::ScheduledTask forget_gone_;
+  common::Listener listener_;
 };
 
 }  // namespace mgr

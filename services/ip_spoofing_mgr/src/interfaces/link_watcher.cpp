@@ -31,17 +31,17 @@ common::Result<std::unique_ptr<LinkWatcher>> LinkWatcher::Open(common::EventLoop
   if (mnl_socket_bind(socket.get(), RTMGRP_LINK, MNL_SOCKET_AUTOPID) < 0) {
     return common::SystemError("bind", "rtnetlink", errno);
   }
-  std::unique_ptr<LinkWatcher> watcher(new LinkWatcher(loop, std::move(on_changed), std::move(socket)));
+  std::unique_ptr<LinkWatcher> watcher(new LinkWatcher(std::move(on_changed), std::move(socket)));
   if (auto status = watcher->Dump(); !status) return status.error();
   watcher->changed_.clear();
-  loop.AddFd(fd, EPOLLIN, [w = watcher.get()](uint32_t) { w->OnReadable(); });
+  watcher->watch_ = loop.Watch(fd, EPOLLIN, [w = watcher.get()](uint32_t) { w->OnReadable(); });
   return watcher;
 }
 
-LinkWatcher::LinkWatcher(common::EventLoop& loop, OnChanged on_changed, Socket socket)
-    : loop_{loop}, on_changed_{std::move(on_changed)}, socket_{std::move(socket)} {}
+LinkWatcher::LinkWatcher(OnChanged on_changed, Socket socket)
+    : on_changed_{std::move(on_changed)}, socket_{std::move(socket)} {}
 
-LinkWatcher::~LinkWatcher() { loop_.RemoveFd(mnl_socket_get_fd(socket_.get())); }
+LinkWatcher::~LinkWatcher() = default;
 
 uint32_t LinkWatcher::IndexOf(const std::string& name) const {
   const auto it = index_of_.find(name);

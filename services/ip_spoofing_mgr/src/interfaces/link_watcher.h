@@ -49,7 +49,7 @@ class LinkWatcher final : public Interfaces {
   };
   using Socket = std::unique_ptr<mnl_socket, CloseSocket>;
 
-  LinkWatcher(common::EventLoop& loop, OnChanged on_changed, Socket socket);
+  LinkWatcher(OnChanged on_changed, Socket socket);
   common::Status Dump();
   int DumpOnce();
   void OnReadable();
@@ -59,7 +59,6 @@ class LinkWatcher final : public Interfaces {
   void Gone(uint32_t ifindex);
   void Forget(std::unordered_map<std::string, uint32_t>* index, const std::string& name, uint32_t ifindex);
 
-  common::EventLoop& loop_;
   const OnChanged on_changed_;
   const Socket socket_;
   std::map<uint32_t, Names> names_of_;
@@ -67,6 +66,7 @@ class LinkWatcher final : public Interfaces {
   std::unordered_map<std::string, uint32_t> index_of_alternative_;
   std::set<uint32_t> seen_;  ///< by the running dump
   std::set<std::string> changed_;
+  common::FdWatch watch_;
 };
 
 /// For trials without interfaces: every name has one.
