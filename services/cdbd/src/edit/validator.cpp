@@ -7,6 +7,7 @@
 #include "cdb_store/packed_row.h"
 #include "model/data_path.h"
 #include "read/stored_data.h"
+#include "yang/last_error.h"
 
 namespace cdbd {
 namespace {
@@ -150,15 +151,15 @@ void SetPathOfMissing(const Model& model, const std::string& schema_path, const 
 }
 
 DataError FromComplaint(const Model& model, const lyd_node* tree) {
-  const Complaint complaint = LastComplaint(model.context());
+  const yang::LastError complaint = yang::ReadLastError(model.context());
   DataError error{.tag = "operation-failed", .message = complaint.message};
   error.app_tag = complaint.app_tag;
   const auto says = [&](std::string_view words) { return complaint.message.find(words) != std::string::npos; };
   if (complaint.app_tag == "instance-required" || complaint.app_tag == "missing-choice" || says("Mandatory"))
     error.tag = "data-missing";
   if (says("When condition")) error.tag = "unknown-element";
-  if (!complaint.path.empty())
-    SetLibyangPath(model, complaint.path, &error);
+  if (!complaint.data_path.empty())
+    SetLibyangPath(model, complaint.data_path, &error);
   else
     SetPathOfMissing(model, complaint.schema_path, tree, &error);
   return error;

@@ -2,6 +2,8 @@
 
 #include <charconv>
 
+#include "yang/last_error.h"
+
 namespace cdbd {
 namespace {
 
@@ -105,7 +107,7 @@ std::optional<std::string> CanonicalValue(const Model& model, const lysc_node& l
   const LY_ERR valid =
       lyd_value_validate(model.context(), &leaf, text.data(), text.size(), nullptr, nullptr, &canonical);
   if (valid != LY_SUCCESS && valid != LY_EINCOMPLETE) {
-    const Complaint complaint = LastComplaint(model.context());
+    const yang::LastError complaint = yang::ReadLastError(model.context());
     error->message = complaint.message;
     error->app_tag = complaint.app_tag;
     return std::nullopt;

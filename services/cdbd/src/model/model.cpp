@@ -5,6 +5,7 @@
 #include <set>
 
 #include "model/schema_compiler.h"
+#include "yang/last_error.h"
 
 namespace cdbd {
 namespace {
@@ -40,25 +41,6 @@ common::Result<std::set<std::string>> ModulesIn(const std::vector<std::string>& 
 
 }  // namespace
 
-Complaint LastComplaint(const ly_ctx* ctx) {
-  const ly_err_item* first = ly_err_first(ctx);
-  if (first == nullptr) return {"unknown error", "", "", ""};
-  const ly_err_item* item = first->prev;
-  Complaint complaint{item->msg != nullptr ? item->msg : "", "", "", item->apptag != nullptr ? item->apptag : ""};
-  // "Schema location "/m:a", data location "/m:a[k='1']", line number 3.", either of both, or a bare path.
-  const std::string path = item->path != nullptr ? item->path : "";
-  const auto labelled = [&path](std::string_view label) -> std::string {
-    const size_t at = path.find(label);
-    if (at == std::string::npos) return {};
-    const size_t begin = at + label.size();
-    const size_t end = std::min(path.find("\", ", begin), path.rfind('"'));
-    return path.substr(begin, end - begin);
-  };
-  complaint.path = path.rfind('/', 0) == 0 ? path : labelled("ata location \"");
-  complaint.schema_path = labelled("Schema location \"");
-  return complaint;
-}
-
 common::Result<std::unique_ptr<Model>> Model::Load(const ModelOptions& options) {
   ly_log_options(LY_LOSTORE);
   std::unique_ptr<Model> model{new Model};
@@ -80,13 +62,13 @@ common::Result<std::unique_ptr<Model>> Model::Load(const ModelOptions& options) 
     names.erase(builtin.name);
     std::vector<const char*> features = builtin.features;
     if (ly_ctx_load_module(ctx, builtin.name, nullptr, features.data()) == nullptr)
-      return Error{"load data model", builtin.name, LastComplaint(ctx).message};
+      return Error{"load data model", builtin.name, yang::ReadLastError(ctx).message};
   }
   const char* all_features[] = {"*", nullptr};
   for (const std::string& name : names)
     if (ly_ctx_load_module(ctx, name.c_str(), nullptr, all_features) == nullptr) {
-      const Complaint why = LastComplaint(ctx);
-      return Error{"load data model", name, why.message + (why.path.empty() ? "" : " (" + why.path + ")")};
+      const yang::LastError why = yang::ReadLastError(ctx);
+      return Error{"load data model", name, why.message + (why.data_path.empty() ? "" : " (" + why.data_path + ")")};
     }
   SchemaCompiler compiler{*model};
   if (const common::Status compiled = compiler.Run(); !compiled) return compiled.error();

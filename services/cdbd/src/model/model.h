@@ -73,13 +73,4 @@ class Model final {
   std::string version_;
 };
 
-/// libyang's last complaint; what it does not say is empty.
-struct Complaint {
-  std::string message;
-  std::string path;         ///< of the data
-  std::string schema_path;  ///< of the node, choices and cases included
-  std::string app_tag;      ///< the model's error-app-tag
-};
-Complaint LastComplaint(const ly_ctx* ctx);
-
 }  // namespace cdbd

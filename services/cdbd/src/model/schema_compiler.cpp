@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "yang/last_error.h"
+
 namespace cdbd {
 namespace {
 
@@ -133,7 +135,7 @@ common::Status SchemaCompiler::SetVersion() {
     if (module->implemented == 0 || module->compiled == nullptr || module->compiled->data == nullptr) continue;
     char* printed = nullptr;
     if (lys_print_mem(&printed, module, LYS_OUT_YANG_COMPILED, 0) != LY_SUCCESS)
-      return Error{"read data model", module->name, LastComplaint(model_.context_.get()).message};
+      return Error{"read data model", module->name, yang::ReadLastError(model_.context_.get()).message};
     text += printed;
     std::free(printed);
   }
