@@ -1,5 +1,7 @@
 #include "yang/last_error.h"
 
+#include <libyang/version.h>
+
 #include <algorithm>
 #include <charconv>
 
