@@ -12,6 +12,7 @@
 #include "common/unique_fd.h"
 #include "data_path.h"
 #include "netconf/xml_reader.h"
+#include "yang/last_error.h"
 
 namespace cli {
 namespace {
@@ -37,28 +38,6 @@ Result<std::string> ReadAll(const std::string& path) {
       return common::SystemError("", path, errno);
     }
   }
-}
-
-/// libyang says where in one text: `Data location "/a:b/c", line number 6.` or `Line number 6.`.
-struct Location {
-  std::string data_path;
-  std::string line;
-};
-Location ParseLocation(const char* text) {
-  Location location;
-  const std::string_view all = text != nullptr ? text : "";
-  constexpr std::string_view kData = "Data location \"";
-  constexpr std::string_view kLine = "ine number ";
-  if (const size_t begin = all.find(kData); begin != std::string_view::npos) {
-    const size_t end = all.find("\", line", begin);
-    const size_t stop = end != std::string_view::npos ? end : all.rfind('"');
-    location.data_path = all.substr(begin + kData.size(), stop - begin - kData.size());
-  }
-  if (const size_t begin = all.rfind(kLine); begin != std::string_view::npos) {
-    location.line = all.substr(begin + kLine.size());
-    location.line.erase(location.line.find_first_not_of("0123456789"));
-  }
-  return location;
 }
 
 bool IsWrapper(const netconf::XmlName& name) {
@@ -170,11 +149,10 @@ Status ConfigFile::Check(const ly_ctx& models) const {
                                            LYD_PARSE_ONLY | LYD_PARSE_STRICT, 0, &tree);
   const DataTree owner{tree};
   if (result == LY_SUCCESS) return common::Ok();
-  const ly_err_item* item = ly_err_first(&models);
-  const Location location = ParseLocation(item != nullptr ? item->path : nullptr);
-  std::string where = !wrapped_ && !location.line.empty() ? path_ + ":" + location.line : Place(location.data_path);
-  if (!location.data_path.empty()) where += ": " + location.data_path;
-  return Error{"", where, item != nullptr ? item->msg : "does not fit the data models", common::ErrorCode::kInvalid};
+  const yang::LastError why = yang::ReadFirstError(&models);
+  std::string where = !wrapped_ && why.line ? path_ + ":" + std::to_string(*why.line) : Place(why.data_path);
+  if (!why.data_path.empty()) where += ": " + why.data_path;
+  return Error{"", where, why.message, common::ErrorCode::kInvalid};
 }
 
 std::string ConfigFile::Config() const {

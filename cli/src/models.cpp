@@ -5,6 +5,8 @@
 #include <filesystem>
 #include <vector>
 
+#include "yang/last_error.h"
+
 namespace cli {
 namespace {
 
@@ -35,8 +37,7 @@ common::Result<Models> LoadModels(const std::string& dir) {
   std::array<const char*, 2> all_features{"*", nullptr};
   for (const std::string& name : names) {
     if (ly_ctx_load_module(raw, name.c_str(), nullptr, all_features.data()) != nullptr) continue;
-    const ly_err_item* item = ly_err_first(raw);
-    return common::Error{"load data model", name, item != nullptr ? item->msg : "unknown reason"};
+    return common::Error{"load data model", name, yang::ReadFirstError(raw).message};
   }
   return models;
 }

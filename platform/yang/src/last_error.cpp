@@ -20,6 +20,24 @@ std::string quoted_after(std::string_view label, std::string_view text) {
   return end == std::string_view::npos || end < begin ? "" : std::string{text.substr(begin, end - begin)};
 }
 
+LastError read_error(const ly_err_item* item) {
+  LastError error;
+  if (item == nullptr) {
+    error.message = "unknown error";
+    return error;
+  }
+#if LY_VERSION_MAJOR < 3
+  error = SplitLocations(item->path != nullptr ? item->path : "");
+#else
+  error.data_path = text_of(item->data_path);
+  error.schema_path = text_of(item->schema_path);
+  if (item->line > 0) error.line = item->line;
+#endif
+  error.message = text_of(item->msg);
+  error.app_tag = text_of(item->apptag);
+  return error;
+}
+
 }  // namespace
 
 LastError SplitLocations(std::string_view text) {
@@ -41,24 +59,11 @@ LastError SplitLocations(std::string_view text) {
   return error;
 }
 
+LastError ReadFirstError(const ly_ctx* context) { return read_error(ly_err_first(context)); }
+
 LastError ReadLastError(const ly_ctx* context) {
   const ly_err_item* const first = ly_err_first(context);
-  LastError error;
-  if (first == nullptr) {
-    error.message = "unknown error";
-    return error;
-  }
-  const ly_err_item& item = *first->prev;
-#if LY_VERSION_MAJOR < 3
-  error = SplitLocations(item.path != nullptr ? item.path : "");
-#else
-  error.data_path = text_of(item.data_path);
-  error.schema_path = text_of(item.schema_path);
-  if (item.line > 0) error.line = item.line;
-#endif
-  error.message = text_of(item.msg);
-  error.app_tag = text_of(item.apptag);
-  return error;
+  return read_error(first != nullptr ? first->prev : nullptr);  // the first one's predecessor is the last one
 }
 
 }  // namespace yang

@@ -109,5 +109,16 @@ INSTANTIATE_TEST_SUITE_P(
         LocationCase{"Cut", "Data location \"", "", "", {}}),
     [](const auto& row) { return row.param.name; });
 
+TEST(FirstError, IsTheOneStoredFirst) {
+  const Context context = MakeContext();
+  EXPECT_EQ(ReadFirstError(context.get()).message, "unknown error");
+  for (const char* model : {"module first {", "module second {"}) {
+    EXPECT_NE(lys_parse_mem(context.get(), model, LYS_IN_YANG, nullptr), LY_SUCCESS);
+  }
+  const LastError first = ReadFirstError(context.get());
+  EXPECT_EQ(first.message, ly_err_first(context.get())->msg);
+  EXPECT_NE(ly_err_first(context.get()), ly_err_first(context.get())->prev);
+}
+
 }  // namespace
 }  // namespace yang

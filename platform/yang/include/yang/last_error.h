@@ -22,6 +22,9 @@ struct LastError {
 /// The last error that libyang stored for `context`, which logs with LY_LOSTORE. "unknown error" if there is none.
 [[nodiscard]] LastError ReadLastError(const ly_ctx* context);
 
+/// The first error that libyang stored for `context`: the cause where the later ones are its consequences.
+[[nodiscard]] LastError ReadFirstError(const ly_ctx* context);
+
 /// Splits the one text in which libyang 2 gives its paths and line: `Schema location "/m:a", data location
 /// "/m:a[k='1']", line number 3.`, any of the three, or a bare data path.
 [[nodiscard]] LastError SplitLocations(std::string_view text);
