@@ -1,9 +1,12 @@
 /// The configuration in the database reaches the manager when a daemon starts, whatever else happens around it.
 #include <gmock/gmock.h>
+#include <poll.h>
 #include <signal.h>
 
 #include <algorithm>
+#include <chrono>
 
+#include "common/unix_socket.h"
 #include "support/element/checks.h"
 
 namespace test {
@@ -158,6 +161,19 @@ TEST(Start, WithoutAManagerTheDaemonEndsWithItsFault) {
   element.Start(Part::kDaemon);
   EXPECT_EQ(element.WaitForEnd(Part::kDaemon), 1);
   EXPECT_THAT(element.Log(Part::kDaemon), testing::HasSubstr("ip-spoofing-app could not connect to ip-spoofing-mgr"));
+}
+
+// The socket takes the connection and no manager ever answers: the daemon waits when the signal comes.
+TEST(Stop, WhileWaitingForTheManagerIsStatusZero) {
+  Element element;
+  const auto listener = common::ListenUnix(element.RunDir() + "/mgr.sock", SOCK_STREAM, 0600);
+  ASSERT_TRUE(listener.ok()) << listener.error().Text();
+  element.Start(Part::kDaemon);
+  pollfd connection{.fd = listener.value().get(), .events = POLLIN, .revents = 0};
+  ASSERT_EQ(::poll(&connection, 1, std::chrono::milliseconds{Element::kLimit}.count()), 1);
+  EXPECT_EQ(element.Stop(Part::kDaemon), 0);
+  EXPECT_EQ(element.Process(Part::kDaemon)->Output(), "ip-spoofing-app: Leaving...\n");
+  EXPECT_THAT(element.Log(Part::kDaemon), testing::Not(testing::HasSubstr("could not connect")));
 }
 
 }  // namespace

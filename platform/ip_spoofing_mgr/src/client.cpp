@@ -60,7 +60,7 @@ class IpSpoofingPreventionMgrClient::Impl final {
     return 0;
   }
 
-  int32_t Connect() { return link_.ConnectAndWait(kConnectTime) ? 0 : -1; }
+  int32_t Connect() { return link_.ConnectAndWait(kConnectTime) || loop_.Stopped() ? 0 : -1; }
   void Disconnect() { link_.Disconnect(); }
 
   const ConnectionStatus* Status() {

@@ -44,11 +44,10 @@ TEST_F(ClientTest, ConnectFailsAfterAFewSecondsWithoutAManager) {
   EXPECT_THAT(Heard(), IsEmpty()) << "nothing goes on behind a failed Connect()";
 }
 
-TEST_F(ClientTest, ConnectEndsAtOnceOnASignalThatEndsTheLoop) {
+TEST_F(ClientTest, SignalThatEndsTheLoopIsNotAFailedConnect) {
   ::raise(SIGTERM);
-  const auto begin = std::chrono::steady_clock::now();
-  EXPECT_EQ(client_->Connect(), -1);
-  EXPECT_LE(std::chrono::steady_clock::now() - begin, std::chrono::seconds{1});
+  EXPECT_EQ(client_->Connect(), 0);
+  EXPECT_EQ(client_->GetConnectionStatus()->connected, 0);
 }
 
 TEST_F(ClientTest, AllRequestsOfOneCallbackAreOneBatchAfterIt) {

@@ -60,7 +60,7 @@ void qmmw_finish(qmmw_t** mw) {
 
 int qmmw_loop_while(qmmw_t* mw, bool* running) {
   if (mw == nullptr || running == nullptr) return -1;
-  if (!mw->announced) {
+  if (!mw->announced && !mw->loop->Stopped()) {
     mw->announced = true;
     ::sd_notify(0, "READY=1");  // without a supervisor this does nothing
   }
