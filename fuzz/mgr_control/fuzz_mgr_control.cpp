@@ -11,6 +11,7 @@
 #include "control/control_server.h"
 #include "dataplane/memory_dataplane.h"
 #include "engine/engine.h"
+#include "guard/guard.h"
 #include "require.h"
 
 namespace {
@@ -88,7 +89,8 @@ class Manager final {
   mgr::ClientServer clients_{*loop_, Listen(SocketPath("")), {}};
   const std::string control_path_ = SocketPath("-ctl");
   mgr::ControlServer control_{*loop_, Listen(control_path_)};
-  mgr::Commands commands_{{*loop_, table_, engine_, plane_, clients_}, control_};
+  mgr::Guard guard_{*loop_, table_, plane_};
+  mgr::Commands commands_{{*loop_, table_, engine_, plane_, clients_, guard_}, control_};
 };
 
 }  // namespace

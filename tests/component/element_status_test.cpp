@@ -68,7 +68,7 @@ Configuration Few() {
   configuration["sp1"].ipv6_all = true;
   configuration["sp2"].ipv4_all = true;
   configuration["sp3"].all = true;
-  configuration["sp10"].sources = {{{0xffffffff, 4094}, "ff:ff:ff:ff:ff:fe"}};
+  configuration["sp10"].sources = {{{0xdfffffff, 4094}, "fe:ff:ff:ff:ff:fe"}};
   return configuration;
 }
 

@@ -115,8 +115,8 @@ class IpSpoofingPreventionMgrClient {
   virtual int SendRemoveEntry(const AllowedIpEntry* entry, const uint8_t* mac);  // slot 5
   virtual int SendUpdateEntry(const AllowedIpEntry* entry, const uint8_t* mac);  // slot 6
   virtual int RequestAllowedIpList();                                            // slot 7
-  /// Tries for a few seconds. 0 when the link is up, and also when SIGTERM or SIGINT ends the wait: that is not a failure
-  /// of the manager, and the middleware's loop then returns at once with its normal end. Else -1.
+  /// Tries for a few seconds. 0 when the link is up, and also when SIGTERM or SIGINT ends the wait: that is not a
+  /// failure of the manager, and the middleware's loop then returns at once with its normal end. Else -1.
   virtual int32_t Connect();  // slot 8
   virtual void Disconnect();  // slot 9: stops reconnecting too
   /// Owned by the client. Never null on this platform.

@@ -90,7 +90,7 @@ std::string RandomInterfaceName(Random& random) { return kNames[Below(random, kN
 
 Source RandomSource(Random& random) {
   constexpr std::array kVlans{0, 0, 0, 1, 2, 100, 4093, 4094};
-  const uint32_t net = Below(random, 8) == 0 ? 0xffffff00U : Below(random, 2) == 0 ? 0x0a000000U : 0xc0a80100U;
+  const uint32_t net = Below(random, 8) == 0 ? 0xdfffff00U : Below(random, 2) == 0 ? 0x0a000000U : 0xc0a80100U;
   return {net + static_cast<uint32_t>(Below(random, 40)), kVlans[Below(random, kVlans.size())]};
 }
 
