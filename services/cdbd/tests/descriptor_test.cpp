@@ -4,6 +4,9 @@
 #include <sys/socket.h>
 
 #include <array>
+#include <cerrno>
+#include <cstring>
+
 #include "cdbd_process.h"
 #include "common/unix_socket.h"
 #include "support/descriptors/descriptors.h"
