@@ -257,7 +257,7 @@ TEST_F(Status, IsShownByTheCommandLine) {
   element_.Stop(Part::kCdbd);
   const Finished down = element_.Cli({"show", "allowed-ip"});
   EXPECT_EQ(down.status, 4);
-  EXPECT_THAT(down.log, HasSubstr("the element is not running"));
+  EXPECT_THAT(down.log, HasSubstr("cannot open a session with the element: connect "));
 }
 
 }  // namespace
