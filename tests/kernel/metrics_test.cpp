@@ -133,6 +133,7 @@ TEST_P(Metrics, TellOfEveryFrameAndBatch) {
       {{"{reason=\"unknown-interface\"}", 0},
        {"{reason=\"port-refused\"}", 0},
        {"{reason=\"no-interface\"}", filters ? 1 : 2},
+       {"{reason=\"alternative-name\"}", 0},
        {"{reason=\"port-not-enabled\"}", 0},
        {"{reason=\"entry-refused\"}", 0},
        {"{reason=\"beyond-capacity\"}", 1},

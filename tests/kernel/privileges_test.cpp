@@ -125,9 +125,9 @@ const std::vector<Privileges> kPrivileges{
      true,
      "memory",
      "dataplane tcx cannot work here: tcx: no permission: it needs CAP_BPF, CAP_NET_ADMIN and CAP_PERFMON\n.*"
-     "dataplane nft cannot work here: make a table ip_spoofing_[0-9a-f]*_probe: Operation not permitted\n",
+     "dataplane nft cannot work here: subscribe to nf_tables notifications: Operation not permitted\n",
      {{"tcx", "tcx: no permission: it needs CAP_BPF, CAP_NET_ADMIN and CAP_PERFMON"},
-      {"nft", "make a table ip_spoofing_[0-9a-f]*_probe: Operation not permitted"}}},
+      {"nft", "subscribe to nf_tables notifications: Operation not permitted"}}},
 };
 INSTANTIATE_TEST_SUITE_P(Of, Privilege, testing::ValuesIn(kPrivileges), [](const auto& p) { return p.param.name; });
 
