@@ -91,20 +91,17 @@ common::Result<Element> ParseElement(std::string_view text) {
 
 namespace {
 
-/// nullopt if the file does not exist.
-common::Result<std::optional<Element>> ReadFile(const std::string& path) {
+/// kNotFound if the file does not exist.
+common::Result<Element> ReadFile(const std::string& path) {
   errno = 0;
   std::ifstream file{path};
-  if (!file) {
-    if (errno == ENOENT) return std::optional<Element>{};
-    return common::SystemError("open", path, errno);
-  }
+  if (!file) return common::SystemError("open", path, errno);
   std::ostringstream text;
   text << file.rdbuf();
   if (file.bad() || text.bad()) return common::Error{"read", path, "input error"};
   auto element = ParseElement(text.str());
   if (!element) return common::Error{path, "", element.error().Text()};
-  return std::optional{std::move(element).value()};
+  return element;
 }
 
 }  // namespace
@@ -117,10 +114,8 @@ common::Result<Element> ReadElement() {
                  : std::vector<std::string>{common::StateDir() + "/element.json", kSystemFile};
   for (const std::string& path : paths) {
     auto element = ReadFile(path);
-    if (!element) return element.error();
-    if (element.value()) return *std::move(element).value();
+    if (element || must_exist || !element.error().IsNotFound()) return element;
   }
-  if (must_exist) return common::SystemError("open", named, ENOENT);
   return Element{};
 }
 

@@ -14,9 +14,12 @@ namespace cdb_store {
 template <class T>
 class [[nodiscard]] Answer final {
  public:
+  // The requirement keeps it from hiding the copy and move constructors.
   template <class U>
-  requires(std::convertible_to<U&&, T> && !std::same_as<std::remove_cvref_t<U>, Answer>) Answer(U&& value)
-      : result_{T(std::forward<U>(value))} {}                 // NOLINT(google-explicit-constructor)
+  requires(std::convertible_to<U&&, T> && !std::same_as<std::remove_cvref_t<U>, Answer>)
+      // NOLINTNEXTLINE(google-explicit-constructor,bugprone-forwarding-reference-overload)
+      Answer(U&& value)
+      : result_{T(std::forward<U>(value))} {}
   Answer(common::Error error) : result_{std::move(error)} {}  // NOLINT(google-explicit-constructor)
 
   [[nodiscard]] bool ok() const noexcept { return result_.ok(); }
