@@ -78,7 +78,7 @@ class Connection::Impl final : public std::enable_shared_from_this<Impl> {
     input_.erase(0, std::exchange(done_, 0));
   }
 
-  void End(Closed why) {
+  void End(const Closed& why) {
     const auto self = shared_from_this();
     Shut();
     handlers_.on_closed(why);
