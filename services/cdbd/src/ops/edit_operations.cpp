@@ -129,11 +129,12 @@ std::optional<EditOperations::Prepared> EditOperations::Prepare(const Edit& edit
   if (!errors->empty() && !edit.options.continue_on_error) return std::nullopt;
   const auto summarise = [&](CommitSummary* out) {
     auto made = CommitSummary::Of(*txn);
-    if (made)
-      *out = std::move(made).value();
-    else
+    if (!made) {
       errors->push_back({.message = made.error().Text()});
-    return made.ok() && !out->empty();
+      return false;
+    }
+    *out = std::move(made).value();
+    return !out->empty();
   };
   CommitSummary summary;
   if (!summarise(&summary)) return std::nullopt;

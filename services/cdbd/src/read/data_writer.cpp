@@ -36,7 +36,7 @@ bool DataWriter::WriteChild(const Node& node, const DataInstance& holder, const 
   if (node.kind == NodeKind::kLeaf) return WriteLeaf(node, holder, candidates, out);
   if (node.kind == NodeKind::kLeafList) return WriteLeafList(node, holder, candidates, out);
   if (!node.callpoint.empty()) {
-    const std::string* entries = provided_->Entries(node, holder.keys());
+    const std::string* entries = provided_ != nullptr ? provided_->Entries(node, holder.keys()) : nullptr;
     if (entries == nullptr) return false;
     out->append(*entries);
     return !entries->empty();
