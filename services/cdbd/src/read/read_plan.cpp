@@ -14,8 +14,10 @@ using cdb_store::Schema;
 class Planner final {
  public:
   explicit Planner(const Schema& schema) : schema_{schema} {
-    for (NodeId id = 1; id < schema.size(); ++id)
+    for (size_t i = 1; i < schema.size(); ++i) {
+      const auto id = static_cast<NodeId>(i);
       if (!schema.node(id).callpoint.empty()) provided_.push_back(id);
+    }
   }
 
   void VisitChildren(const Node& parent, const DataInstance& holder, const Selection& selection) {
