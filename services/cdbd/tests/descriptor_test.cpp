@@ -28,7 +28,10 @@ struct Socket {
 };
 class Descriptors : public testing::TestWithParam<Socket> {
  protected:
-  void SetUp() override { server_.Start(); }
+  void SetUp() override {
+    if (::test::kSanitized) GTEST_SKIP() << ::test::kSanitizedReason;
+    server_.Start();
+  }
   std::vector<common::UniqueFd> Connections(int count) {
     std::vector<common::UniqueFd> all;
     for (int i = 0; i < count; ++i) {

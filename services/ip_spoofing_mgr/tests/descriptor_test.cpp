@@ -33,6 +33,9 @@ class Descriptors : public testing::TestWithParam<std::string> {
                      ChildProcess::Environment{}, dir_.path() + "/manager");
     EXPECT_TRUE(Eventually([&] { return Answers(); }, seconds{60}));
   }
+  void SetUp() override {
+    if (::test::kSanitized) GTEST_SKIP() << ::test::kSanitizedReason;
+  }
   [[nodiscard]] static bool Answers() {
     return AskManager("show status", json::object(), [](const json&) {}).ok();
   }
